@@ -1,0 +1,41 @@
+// Dates as text. Fixed formats use a Gregorian calendar, ASCII digits and the locale en_US_POSIX, never the user's.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VeskCore/Support/Time.h"
+
+namespace vesk {
+
+/// One fixed format by a Unicode date pattern (UTS #35) in one time zone. Parsing is strict: the whole text, no
+/// date that does not exist. Immutable; safe on any thread.
+class DateFormat {
+public:
+    DateFormat(std::string_view pattern, std::string_view timeZone);
+    ~DateFormat();
+    DateFormat(const DateFormat&);
+    DateFormat& operator=(const DateFormat&);
+
+    std::string format(TimePoint time) const;
+    std::optional<TimePoint> parse(std::string_view text) const;
+
+private:
+    struct Impl;
+    std::shared_ptr<const Impl> impl_;
+};
+
+/// "2026-11-22T09:30:00.000Z": ISO 8601 in UTC with milliseconds.
+std::string iso8601(TimePoint time);
+std::optional<TimePoint> parseIso8601(std::string_view text);
+
+/// This machine's zone (IANA name; the environment's TZ counts), read once. Only for dates that belong to the device
+/// rather than to a calendar that is handed in: those of frontmatter.
+const std::string& deviceTimeZone();
+
+/// A date as the user reads it, in a locale's medium date and short time style.
+std::string mediumDateShortTime(TimePoint time, std::string_view timeZone, std::string_view locale);
+
+}  // namespace vesk
