@@ -1,1 +1,78 @@
-int main() {}
+// `vesk`: the vault from a terminal. Installs the platform, hands the seams to the commands, turns failures into words and
+// exit statuses: 0 done, 1 failed, 2 wrong usage.
+#include <cstdio>
+#include <exception>
+
+#include "VeskCommand/CommandSupport.h"
+#include "VeskCommand/Commands.h"
+#include "VeskCore/Platform/FilePlatform.h"
+#include "VeskLinux/FileUserDefaults.h"
+#include "VeskLinux/Interrupts.h"
+#include "VeskLinux/LinuxFileSystem.h"
+#include "VeskLinux/PathBookmarks.h"
+#include "VeskLinux/SecretServiceStore.h"
+#include "VeskLinux/SystemLog.h"
+
+namespace {
+
+constexpr int failed = 1;
+constexpr int wrongUsage = 2;
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace vesk;
+
+    LinuxFileSystem files;
+    PlainCoordination coordination;
+    NoUbiquity ubiquity;
+    FilePlatformInstallation installation({.files = &files, .coordination = &coordination, .ubiquity = &ubiquity});
+    Interrupts interrupts;
+    SystemLog log("vesk");
+    SystemClock clock;
+    FileUserDefaults defaults(FileUserDefaults::defaultLocation(), files, log);
+    PathBookmarks bookmarks(files);
+    SecretServiceStore secrets;
+    NoSentenceEmbeddings embeddings;
+
+    command::CommandContext context{.clock = clock,
+                                    .log = log,
+                                    .defaults = defaults,
+                                    .bookmarks = bookmarks,
+                                    .secrets = secrets,
+                                    .embeddings = embeddings,
+                                    .stop = interrupts.token(),
+                                    .vaultOption = {}};
+
+    CLI::App program("Your notes are a folder of Markdown files. vesk reads, writes, indexes and searches them.", "vesk");
+    program.set_version_flag("--version", "vesk " VESK_VERSION);
+    program.add_option("--vault", context.vaultOption, "The folder of notes; else VESK_VAULT, else the last one used")
+        ->type_name("DIR");
+    program.require_subcommand(1);
+    program.fallthrough();
+    program.footer("Exit status: 0 done, 1 failed with a message on standard error, 2 wrong usage.");
+    command::addNoteCommands(program, context);
+    command::addPropertyCommands(program, context);
+    command::addIndexCommands(program, context);
+    command::addSearchCommands(program, context);
+    command::addInspectCommands(program, context);
+    command::addKeyCommands(program, context);
+    command::addGenerateCommand(program);
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : wrongUsage;
+    } catch (const std::exception&) {
+        std::fflush(stdout);
+        const command::Terminal err(stderr);
+        err.line(err.styled("vesk: ", command::Tone::bad) + command::printable(describe(std::current_exception())));
+        return failed;
+    }
+    // A pipe that was closed early or a full disk behind standard output is a failure too.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        std::perror("vesk: standard output");
+        return failed;
+    }
+    return 0;
+}

@@ -1,0 +1,74 @@
+// What every command is given: the seams, the vault and how to answer.
+#pragma once
+
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+#include "VeskCommand/Terminal.h"
+#include "VeskCore/Platform/Bookmarks.h"
+#include "VeskCore/Platform/SecretStore.h"
+#include "VeskCore/Platform/SentenceEmbedding.h"
+#include "VeskCore/Platform/UserDefaults.h"
+#include "VeskCore/Support/Json.h"
+#include "VeskCore/Support/Log.h"
+#include "VeskCore/Support/Time.h"
+#include "VeskCore/Vault/Vault.h"
+
+namespace vesk {
+class NoteIndex;
+}
+
+namespace vesk::command {
+
+/// A command that can't do what was asked, in words for the user. Ends the program with exit status 1.
+class CommandError : public Error {
+public:
+    explicit CommandError(std::string words) : words_(std::move(words)) {}
+    std::string description() const override { return words_; }
+
+private:
+    std::string words_;
+};
+
+/// Borrowed from main, which fills it in before a command runs.
+struct CommandContext {
+    Clock& clock;
+    Log& log;
+    UserDefaults& defaults;
+    const Bookmarks& bookmarks;
+    SecretStore& secrets;
+    SentenceEmbeddingSource& embeddings;
+    std::stop_token stop;
+
+    std::string vaultOption;  ///< --vault
+    bool json = false;        ///< --json
+
+    Terminal out{stdout};
+    Terminal err{stderr};
+
+    /// By --vault, VESK_VAULT or the last vault used, in this order; remembered as the last one. Throws CommandError
+    /// when there is none, or none that can be opened.
+    Vault vault() const;
+    /// The same without looking at the folder: for `diagnose`.
+    Vault namedVault() const;
+    /// A path that the user typed: relative to the vault, or below the current folder when that lies in the vault.
+    /// Throws VaultWriteError (outsideVault).
+    std::string notePath(const Vault& vault, std::string_view typed) const;
+
+    /// Opens the vault's index. With `mustExist` a vault that was never indexed is an error that says what to do.
+    std::unique_ptr<NoteIndex> openIndex(const Vault& vault, bool mustExist) const;
+    /// Brings an index that exists up to date with notes that this program wrote, moved or moved away. A failure is
+    /// dropped, since the index is only a cache.
+    void notesChanged(const Vault& vault, std::initializer_list<std::string_view> paths) const noexcept;
+
+    /// One JSON document on standard output.
+    void answer(const Json& document) const;
+    /// A remark on standard error.
+    void remark(std::string_view text) const;
+};
+
+}  // namespace vesk::command
