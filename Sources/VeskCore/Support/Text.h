@@ -9,8 +9,8 @@
 
 namespace vesk {
 
-// White space, defined once. "Horizontal" is tab, space and the Unicode space separators (general category Zs).
-// "With newlines" adds U+000A to U+000D, U+0085, U+2028 and U+2029.
+// White space, defined once. "Horizontal" is tab, space and the Unicode space separators (general category
+// Zs). "With newlines" adds U+000A to U+000D, U+0085, U+2028 and U+2029.
 bool isHorizontalSpace(char32_t codePoint);
 bool isSpaceOrNewline(char32_t codePoint);
 /// The characters that end a line in the widest reading: U+000A to U+000D, U+0085, U+2028, U+2029.
@@ -40,32 +40,41 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
 /// ASCII letters lowered, everything else as it stands.
 std::string asciiLowercased(std::string_view text);
 bool asciiEqualsIgnoringCase(std::string_view left, std::string_view right);
-constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr bool isAsciiAlphanumeric(char c) { return isAsciiDigit(c) || isAsciiLetter(c); }
+constexpr bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+constexpr bool isAsciiLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+constexpr bool isAsciiAlphanumeric(char c) {
+    return isAsciiDigit(c) || isAsciiLetter(c);
+}
 
 /// True if the bytes are well-formed UTF-8 (Unicode Standard, table 3-7: no surrogates, no overlong forms).
 bool isValidUtf8(std::string_view bytes);
 /// ISO Latin 1 read as text: each byte is the code point of its value.
 std::string latin1ToUtf8(std::string_view bytes);
-/// Windows-1252 read as text, by the WHATWG Encoding Standard's index (the five free bytes map to C1 controls).
+/// Windows-1252 read as text, by the WHATWG Encoding Standard's index (the five free bytes map to C1
+/// controls).
 std::string windows1252ToUtf8(std::string_view bytes);
 /// Well-formed UTF-8 with U+FFFD in place of each maximal ill-formed subsequence (WHATWG decoding).
 std::string repairedUtf8(std::string_view bytes);
 /// UTF-8 as it stands if well-formed, else the bytes as ISO Latin 1. How files and arguments become text.
 std::string decodedText(std::string bytes);
 
-/// Reads the code point that begins at `offset` and moves `offset` behind it. The text is well-formed UTF-8; an
-/// ill-formed byte reads as U+FFFD and moves by one.
+/// Reads the code point that begins at `offset` and moves `offset` behind it. The text is well-formed UTF-8;
+/// an ill-formed byte reads as U+FFFD and moves by one.
 char32_t nextCodePoint(std::string_view text, std::size_t& offset);
 /// The first code point, or none of an empty text.
 std::optional<char32_t> firstCodePoint(std::string_view text);
 void appendCodePoint(std::string& text, char32_t codePoint);
 
-/// The shortest decimal form that reads back as the same double ("0.1", "1e+20" as "100000000000000000000").
-/// Never an exponent below 1e16 in magnitude; "-0" for negative zero, "inf", "nan" for what is not finite.
+/// The shortest decimal form that reads back as the same double: plain digits from 1e-6 up to, not including,
+/// 1e16 in magnitude ("0.1", "1000000000000000"), an unpadded exponent outside ("1e-7", "1e+20"). "-0" for
+/// negative zero; "inf", "-inf", "nan" for what is not finite.
 std::string shortestDecimal(double value);
-/// A decimal number: optional sign, digits with optional fraction, optional exponent, nothing else, ASCII only.
+/// A decimal number: optional sign, digits with optional fraction (".5" and "5." count), optional exponent,
+/// nothing else, ASCII only. Above the range of double it is infinity, below it zero.
 std::optional<double> parseDecimal(std::string_view text);
 /// An integer in decimal: optional sign and digits, nothing else; none on overflow.
 std::optional<long long> parseInteger(std::string_view text);

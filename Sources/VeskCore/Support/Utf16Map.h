@@ -29,6 +29,8 @@ private:
         std::size_t byte, unit, codePoint;
     };
     const Sample& sampleBefore(std::size_t Sample::*field, std::size_t value) const;
+    /// The start of the code point that holds offset `value` of the unit `field`, in all units.
+    Sample walk(std::size_t Sample::*field, std::size_t value) const;
 
     std::string_view text_;  // borrowed: the caller keeps it alive and unchanged
     std::vector<Sample> samples_;
