@@ -1,0 +1,169 @@
+// The object that lives exactly as long as one open vault. It owns the vault's index, search, watcher, embedder, held-text
+// store and document queue; turns file changes into index changes; is the one door through which the editor saves; and
+// publishes what the interface shows of the vault.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VeskCore/Index/DocumentIndexQueue.h"
+#include "VeskCore/Index/LocalEmbedding.h"
+#include "VeskCore/Index/NoteIndex.h"
+#include "VeskCore/Index/SearchEngine.h"
+#include "VeskCore/Platform/FileEvents.h"
+#include "VeskCore/Platform/FileVersions.h"
+#include "VeskCore/Platform/SentenceEmbedding.h"
+#include "VeskCore/Platform/UserDefaults.h"
+#include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Log.h"
+#include "VeskCore/Support/Observable.h"
+#include "VeskCore/Vault/ConflictResolver.h"
+#include "VeskCore/Vault/ForeignEdit.h"
+#include "VeskCore/Vault/HeldTextStore.h"
+#include "VeskCore/Vault/Vault.h"
+#include "VeskCore/Watch/FileWatcher.h"
+
+namespace vesk {
+
+/// The seams that a session stands on; all outlive it.
+struct SessionServices {
+    Clock& clock;
+    MainQueue& mainQueue;
+    Background& background;
+    Log& log;
+    UserDefaults& defaults;
+    FileEventSource& fileEvents;
+    FileVersions& fileVersions;
+    SentenceEmbeddingSource& embeddings;
+    Calendar calendar;
+};
+
+/// A save or read met a file whose newer version is still on its way.
+class NewerVersionDownloading : public Error {
+public:
+    explicit NewerVersionDownloading(std::string path) : relativePath(std::move(path)) {}
+    std::string description() const override;
+    std::string relativePath;
+};
+
+/// Main thread only. Tasks of its own hold it weakly: made as a shared_ptr by the workspace, stopped once, then dropped.
+class VaultSession : public std::enable_shared_from_this<VaultSession> {
+public:
+    /// Throws what the support folder or the index throws.
+    static std::shared_ptr<VaultSession> make(const Vault& vault, const SessionServices& services);
+    ~VaultSession();
+    VaultSession(const VaultSession&) = delete;
+    VaultSession& operator=(const VaultSession&) = delete;
+
+    void start();
+    void stop();
+
+    const Vault& vault() const { return vault_; }
+    NoteIndex& index() { return *index_; }
+    const SearchEngine& search() const { return search_; }
+    LocalEmbedding& embedder() { return *embedder_; }
+    HeldTextStore& heldText() { return heldText_; }
+    ForeignEdit::Departures& departures() { return departures_; }
+
+    // What the interface watches
+
+    Observable<bool> indexing;
+    Observable<double> indexProgress;  ///< 0 to 1
+    Observable<std::string> status;
+    Observable<std::vector<NoteConflict>> conflicts;
+    Observable<std::vector<std::string>> pendingDownload;   ///< arrival order
+    Observable<std::vector<std::string>> pendingDocuments;
+    EventStream<std::set<std::string>> documentChanges;
+    Observable<int> embeddedChunks;
+    Observable<std::vector<NoteReminder::Reminder>> reminders;
+    Observable<std::set<std::string>> flaggedNotes;
+    Observable<int> diskRevision;
+    EventStream<> changed;  ///< something about the session changed as a whole
+
+    // Set by the workspace before start()
+
+    std::function<void()> onExternalChange;
+    std::function<void(const std::string&)> onNoteWritten;
+    std::function<void()> onPendingDrained;
+
+    /// Assigned by the workspace after each listing.
+    std::optional<std::vector<std::string>> listedNotes;
+
+    // What held-text recovery did, read once right after start()
+
+    struct RecoveredText {
+        std::string copy;
+        std::optional<std::string> goneFolder;
+        bool reminderLeftOff = false;
+        bool operator==(const RecoveredText&) const = default;
+    };
+    struct ReleasedText {
+        std::string note;
+        HeldTextStore::Recovery recovery;
+        bool operator==(const ReleasedText&) const = default;
+    };
+    const std::vector<RecoveredText>& recoveredHeldText() const { return recoveredHeldText_; }
+    const std::vector<ReleasedText>& releasedHeldText() const { return releasedHeldText_; }
+    const std::vector<std::string>& heldTextKeptInTrash() const { return heldTextKeptInTrash_; }
+    /// The three lists in the words the user reads, those without entries left out.
+    std::vector<VaultWarning> heldTextWarnings() const;
+
+    // Saving
+
+    /// The greater of the note's own revision and that of everything.
+    int diskRevisionOf(std::string_view path) const;
+    /// Throws NewerVersionDownloading, ForeignEdit::CopyKeptButSaveFailed and what reading and writing throw.
+    ForeignEdit::Outcome saveEditorText(const std::string& text, const std::string& path,
+                                        const std::optional<std::string>& baseline, bool waitingForNewerVersion);
+    /// Throws NewerVersionDownloading and what reading throws.
+    ForeignEdit::Disk editorDisk(const std::string& path);
+    /// The session's own write of a whole file. With `expected` the file is replaced only while it holds that.
+    void write(const std::string& text, const FilePath& path, const ForeignEdit::Disk* expected = nullptr);
+    void awaitCurrentVersion(const std::string& path);
+
+    // What the application does to notes
+
+    void noteMoved(const std::string& from, const std::string& to);
+    void notesMoved(const std::map<std::string, std::string>& moves);
+    void notesTrashed(const std::vector<std::string>& paths);
+    void rebuildIndex(std::function<void()> done = {});
+    void rebuildAfterBulkChange();
+    void downloadAllPending();
+    void indexDocuments(const std::set<std::string>& paths);
+    void documentListReloaded(const std::vector<VaultDocument>& documents);
+    void searchNotes(std::string query, int limit, std::function<void(std::vector<SearchHit>)> done);
+    void notesChanged(const std::vector<std::string>& paths);
+    void refreshReminders(bool force);
+    void refreshConflicts();
+
+    /// One batch from the watcher; public for tests of its decisions.
+    void apply(const std::vector<FileChange>& changes);
+
+private:
+    VaultSession(const Vault& vault, const SessionServices& services);
+    struct Tasks;
+
+    Vault vault_;
+    SessionServices services_;
+    std::shared_ptr<NoteIndex> index_;
+    SearchEngine search_;
+    std::unique_ptr<FileWatcher> watcher_;
+    std::shared_ptr<LocalEmbedding> embedder_;
+    HeldTextStore heldText_;
+    DocumentIndexQueue documentIndexQueue_;
+    ForeignEdit::Departures departures_;
+    std::vector<RecoveredText> recoveredHeldText_;
+    std::vector<ReleasedText> releasedHeldText_;
+    std::vector<std::string> heldTextKeptInTrash_;
+    std::unique_ptr<Tasks> tasks_;
+};
+
+}  // namespace vesk
