@@ -15,7 +15,7 @@ namespace vesk {
 
 namespace {
 
-constexpr bool isAscii(char c) {
+constexpr bool isAsciiByte(char c) {
     return static_cast<signed char>(c) >= 0;
 }
 
@@ -94,9 +94,10 @@ private:
 /// The end of the character that begins at `start`, which is not the end of the text.
 std::size_t characterEnd(std::string_view text, std::size_t start) {
     std::size_t offset = start + 1;
-    if (isAscii(text[start])) {
+    if (isAsciiByte(text[start])) {
         if (offset == text.size()) return offset;
-        if (isAscii(text[offset])) return text[start] == '\r' && text[offset] == '\n' ? offset + 1 : offset;
+        if (isAsciiByte(text[offset]))
+            return text[start] == '\r' && text[offset] == '\n' ? offset + 1 : offset;
     }
     offset = start;
     Cluster cluster(nextCodePoint(text, offset));
@@ -111,11 +112,36 @@ std::size_t characterEnd(std::string_view text, std::size_t start) {
     return offset;
 }
 
+/// The end of the stretch of ASCII at `offset` whose characters are settled: what follows the stretch may
+/// still join its last byte.
+std::size_t settledAsciiEnd(std::string_view text, std::size_t offset) {
+    std::size_t end = asciiRunEnd(text, offset);
+    if (end == offset || end == text.size()) return end;
+    --end;
+    if (end > offset && text[end] == '\n' && text[end - 1] == '\r') --end;
+    return end;
+}
+
+std::size_t asciiCharacterCount(std::string_view text) {
+    std::size_t pairs = 0;
+    for (std::size_t at = text.find("\r\n"); at != std::string_view::npos; at = text.find("\r\n", at + 2)) {
+        ++pairs;
+    }
+    return text.size() - pairs;
+}
+
 }  // namespace
 
 std::size_t characterCount(std::string_view text) {
     std::size_t count = 0;
-    for (std::size_t offset = 0; offset < text.size(); ++count) offset = characterEnd(text, offset);
+    for (std::size_t offset = 0; offset < text.size();) {
+        const std::size_t settled = settledAsciiEnd(text, offset);
+        count += asciiCharacterCount(text.substr(offset, settled - offset));
+        offset = settled;
+        if (offset == text.size()) break;
+        offset = characterEnd(text, offset);
+        ++count;
+    }
     return count;
 }
 

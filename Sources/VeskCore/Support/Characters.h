@@ -1,5 +1,6 @@
-// Characters as a user perceives them: extended grapheme clusters (UAX #29). CR LF, a letter with its accents, a
-// family emoji and a flag are one each. Every limit that counts characters counts these. ASCII takes a fast path.
+// Characters as a user perceives them: extended grapheme clusters (UAX #29). CR LF, a letter with its
+// accents, a family emoji and a flag are one each. Every limit that counts characters counts these. ASCII
+// takes a fast path.
 #pragma once
 
 #include <cstddef>

@@ -69,13 +69,17 @@ public:
         return found;
     }
 
-    /// The text with this and every further match replaced.
-    icu::UnicodeString replaceFromHere(const icu::UnicodeString& replacement) {
+    /// The text with this and every further match replaced; none if the replacement names a group that is not
+    /// there.
+    std::optional<icu::UnicodeString> replaceFromHere(const icu::UnicodeString& replacement) {
         icu::UnicodeString result;
         do {
-            matcher_->appendReplacement(result, replacement, status_);
+            UErrorCode status = U_ZERO_ERROR;
+            matcher_->appendReplacement(result, replacement, status);
+            if (U_FAILURE(status)) return std::nullopt;
         } while (find());
-        return matcher_->appendTail(result);
+        matcher_->appendTail(result);
+        return result;
     }
 
 private:
@@ -160,8 +164,9 @@ std::string Pattern::replacingAll(std::string_view text, std::string_view replac
     const std::u16string units = utf16(text);
     Run run(*compiled_->pattern, units);
     if (!run.find()) return std::string(text);
-    const icu::UnicodeString replaced = run.replaceFromHere(unicodeString(replacement));
-    return utf8({replaced.getBuffer(), static_cast<std::size_t>(replaced.length())});
+    const std::optional<icu::UnicodeString> replaced = run.replaceFromHere(unicodeString(replacement));
+    if (!replaced) return std::string(text);
+    return utf8({replaced->getBuffer(), static_cast<std::size_t>(replaced->length())});
 }
 
 std::string Pattern::escaped(std::string_view text) {

@@ -1,5 +1,6 @@
-// Regular expressions with ICU's syntax and semantics, on UTF-16 text. A pattern compiles once and may be shared
-// between threads; each call makes a matcher of its own, bounded in time against catastrophic backtracking.
+// Regular expressions with ICU's syntax and semantics, on UTF-16 text. A pattern compiles once and may be
+// shared between threads; each call makes a matcher of its own, bounded in time against catastrophic
+// backtracking.
 #pragma once
 
 #include <memory>
@@ -16,8 +17,8 @@ class Pattern {
 public:
     enum class Case { sensitive, insensitive };
 
-    /// `expression` is ICU syntax, fixed in the code: one that does not compile ends the process. For text that
-    /// a user typed, use `compile`.
+    /// `expression` is ICU syntax, fixed in the code: one that does not compile ends the process. For text
+    /// that a user typed, use `compile`.
     explicit Pattern(std::string_view expression, Case caseMode = Case::sensitive, bool multiline = false);
     /// None if the expression does not compile.
     static std::optional<Pattern> compile(std::string_view expression, Case caseMode = Case::sensitive,
@@ -34,8 +35,8 @@ public:
         TextRange range() const { return *groups.front(); }
     };
 
-    /// The matches from left to right, not overlapping, inside `range` or the whole text. With a range, anchors
-    /// and look-arounds see the text outside it. Reaching the time limit ends the list.
+    /// The matches from left to right, not overlapping, inside `range` or the whole text. With a range,
+    /// anchors and look-arounds see the text outside it. Reaching the time limit ends the list.
     std::vector<Match> matches(std::u16string_view text, std::optional<TextRange> range = {}) const;
     std::optional<Match> firstMatch(std::u16string_view text, std::optional<TextRange> range = {}) const;
     std::size_t matchCount(std::u16string_view text) const;
@@ -44,7 +45,7 @@ public:
     bool occursIn(std::string_view text) const;
     /// The texts of the groups of the first match, group 0 first; absent groups are empty.
     std::optional<std::vector<std::string>> firstGroups(std::string_view text) const;
-    /// Every match replaced; `replacement` has ICU's "$1".
+    /// Every match replaced; `replacement` has ICU's "$1". The text as it stands if it names an absent group.
     std::string replacingAll(std::string_view text, std::string_view replacement) const;
 
     /// `text` so escaped that it matches itself.

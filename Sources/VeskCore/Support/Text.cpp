@@ -61,19 +61,6 @@ Decoded decodeAt(std::string_view text, std::size_t offset) {
     return {codePoint, length, true};
 }
 
-/// The first byte at or after `offset` that is not ASCII, or the size.
-std::size_t asciiRunEnd(std::string_view text, std::size_t offset) {
-    constexpr std::uint64_t highBits = 0x8080808080808080U;
-    while (offset + sizeof(std::uint64_t) <= text.size()) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, text.data() + offset, sizeof word);
-        if ((word & highBits) != 0) break;
-        offset += sizeof word;
-    }
-    while (offset < text.size() && byteOf(text[offset]) < 0x80) ++offset;
-    return offset;
-}
-
 /// The offset at which the last code point of `text` begins; an ill-formed byte stands for itself.
 std::size_t lastCodePointStart(std::string_view text) {
     const std::size_t last = text.size() - 1;
@@ -282,6 +269,18 @@ std::string asciiLowercased(std::string_view text) {
 bool asciiEqualsIgnoringCase(std::string_view left, std::string_view right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                       [](char a, char b) { return asciiLower(a) == asciiLower(b); });
+}
+
+std::size_t asciiRunEnd(std::string_view text, std::size_t offset) {
+    constexpr std::uint64_t highBits = 0x8080808080808080U;
+    while (offset + sizeof(std::uint64_t) <= text.size()) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text.data() + offset, sizeof word);
+        if ((word & highBits) != 0) break;
+        offset += sizeof word;
+    }
+    while (offset < text.size() && byteOf(text[offset]) < 0x80) ++offset;
+    return offset;
 }
 
 bool isValidUtf8(std::string_view bytes) {

@@ -2,6 +2,7 @@
 // serves. Every function is pure and safe on any thread.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,6 +49,12 @@ constexpr bool isAsciiLetter(char c) {
 }
 constexpr bool isAsciiAlphanumeric(char c) {
     return isAsciiDigit(c) || isAsciiLetter(c);
+}
+
+/// The first byte at or after `offset` that is not ASCII, or the size. Reads a word at a time.
+std::size_t asciiRunEnd(std::string_view text, std::size_t offset);
+inline bool isAscii(std::string_view text) {
+    return asciiRunEnd(text, 0) == text.size();
 }
 
 /// True if the bytes are well-formed UTF-8 (Unicode Standard, table 3-7: no surrogates, no overlong forms).

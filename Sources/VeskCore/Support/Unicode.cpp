@@ -32,10 +32,6 @@ constexpr bool isLowSurrogate(char16_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
-}
-
 /// ICU counts in 32 bits. What is longer keeps its bytes: none of these mappings is worth failing for.
 bool fitsIcu(std::size_t size) {
     return size <= std::size_t{std::numeric_limits<std::int32_t>::max()} / 4;
@@ -160,7 +156,8 @@ const icu::Collator* numericCollator(std::string_view locale) {
     UErrorCode status = U_ZERO_ERROR;
     const icu::Locale name =
         locale.empty() ? icu::Locale::getRoot() : icu::Locale(std::string(locale).c_str());
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(name, status));
+    std::unique_ptr<icu::Collator> collator(
+        icu::Collator::createInstance(name.isBogus() ? icu::Locale::getRoot() : name, status));
     if (collator && U_SUCCESS(status)) collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
     if (U_FAILURE(status)) collator.reset();
     constexpr std::size_t maxCollators = 16;
@@ -254,6 +251,7 @@ bool canonicallyEqual(std::string_view left, std::string_view right) {
 }
 
 bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    if (left == right) return true;
     if (isAscii(left) && isAscii(right)) return asciiEqualsIgnoringCase(left, right);
     return comparesEqual(left, right, U_COMPARE_IGNORE_CASE);
 }
@@ -307,6 +305,10 @@ std::u16string utf16(std::string_view text) {
     std::u16string units;
     units.reserve(text.size());
     for (std::size_t offset = 0; offset < text.size();) {
+        const std::string_view ascii = text.substr(offset, asciiRunEnd(text, offset) - offset);
+        units.append(ascii.begin(), ascii.end());
+        offset += ascii.size();
+        if (offset == text.size()) break;
         const char32_t codePoint = nextCodePoint(text, offset);
         if (codePoint > 0xFFFF) {
             units.push_back(static_cast<char16_t>(0xD800 + ((codePoint - 0x10000) >> 10)));
@@ -333,8 +335,12 @@ std::string utf8(std::u16string_view text) {
 
 std::size_t utf16Length(std::string_view text) {
     std::size_t length = 0;
-    for (std::size_t offset = 0; offset < text.size();)
-        length += nextCodePoint(text, offset) > 0xFFFF ? 2U : 1U;
+    for (std::size_t offset = 0; offset < text.size();) {
+        const std::size_t ascii = asciiRunEnd(text, offset);
+        length += ascii - offset;
+        offset = ascii;
+        if (offset < text.size()) length += nextCodePoint(text, offset) > 0xFFFF ? 2U : 1U;
+    }
     return length;
 }
 

@@ -34,8 +34,8 @@ bool canonicallyEqual(std::string_view left, std::string_view right);
 /// Equal without regard to case, under canonical equivalence.
 bool equalsIgnoringCase(std::string_view left, std::string_view right);
 
-/// A text prepared for repeated caseless searches. Matches are found on the case-folded form and mapped back to
-/// UTF-16 offsets of the text, never splitting a code point.
+/// A text prepared for repeated caseless searches. Matches are found on the case-folded form and mapped back
+/// to UTF-16 offsets of the text, never splitting a code point.
 class CaselessHaystack {
 public:
     explicit CaselessHaystack(std::u16string_view text);
@@ -61,7 +61,8 @@ std::size_t utf16Length(std::string_view text);
 std::string languageDisplayName(std::string_view languageCode);
 
 /// Compares as a file list of the desktop would: the locale's collation with numeric ordering, ties broken by
-/// bytes so that the order is total. Negative, zero or positive. `locale` is an ICU locale name, "" for the root.
+/// bytes so that the order is total. Negative, zero or positive. `locale` is an ICU locale name, "" for the
+/// root.
 int localisedStandardCompare(std::string_view left, std::string_view right, std::string_view locale = "");
 
 /// Sentences of the text (UAX #29 sentence boundaries), as they stand, in order.

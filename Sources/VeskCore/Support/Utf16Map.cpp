@@ -17,7 +17,7 @@ constexpr std::size_t unitsOf(char32_t codePoint) {
 }  // namespace
 
 Utf16Map::Utf16Map(std::string_view utf8) : text_(utf8), byteLength_(utf8.size()) {
-    ascii_ = std::all_of(utf8.begin(), utf8.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
+    ascii_ = isAscii(utf8);
     if (ascii_) {
         utf16Length_ = byteLength_;
         return;
