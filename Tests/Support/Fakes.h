@@ -18,8 +18,8 @@
 
 namespace vesk::test {
 
-/// A sync provider whose word on each file the test decides. Paths without a word are not ubiquitous; a folder set
-/// ubiquitous makes everything below it materialised unless told otherwise.
+/// A sync provider whose word on each file the test decides. Paths without a word are not ubiquitous; a
+/// folder set ubiquitous makes itself and everything below it materialised unless told otherwise.
 class FakeUbiquity final : public UbiquitySource {
 public:
     void setUbiquitousFolder(const FilePath& folder);
@@ -28,7 +28,8 @@ public:
     void clear(const FilePath& path);
     /// What a download does when it is asked for; by default nothing more than being counted.
     std::function<void(const FilePath&)> onDownload;
-    /// Errno value that startDownload fails with, by path.
+    /// Errno value that startDownload fails with, by path (standardised); the request is counted all the
+    /// same.
     std::map<FilePath, int> refusals;
     const std::vector<FilePath>& requested() const { return requested_; }
 
@@ -54,13 +55,14 @@ public:
     void move(const FilePath& from, const FilePath& to, const std::function<void()>& body) override;
 };
 
-/// The real file system with calls that fail on request, and Application Support in a scratch folder.
+/// The real file system with calls that fail on request, and Application Support in a scratch folder. A fault
+/// of isWritable answers no, one of walk gives nothing: these calls have no other failure.
 class FaultyFileSystem final : public FileSystem {
 public:
     FaultyFileSystem(FileSystem& real, FilePath applicationSupport);
 
-    /// Called before each operation with its name ("writeNew", "replace", …) and path; a value is the errno it fails
-    /// with instead of running.
+    /// Called before each operation with its name ("writeNew", "replace", …) and path; a value is the errno
+    /// it fails with instead of running.
     std::function<std::optional<int>(std::string_view operation, const FilePath& path)> fault;
 
     std::optional<FileInfo> info(const FilePath& path) const override;
@@ -87,7 +89,8 @@ private:
     FilePath applicationSupport_;
 };
 
-/// Installs the real files with fakes around them for one test: a scratch vault folder, a scratch Application Support.
+/// Installs the real files with fakes around them for one test: a scratch vault folder, a scratch Application
+/// Support.
 class PlatformFixture {
 public:
     PlatformFixture();
@@ -136,13 +139,16 @@ private:
     std::vector<std::string> lines_;
 };
 
-/// A model of few dimensions: each word adds one to the dimension its letters sum to, so that texts that share words
-/// are near each other. Can be told to throw or to give nothing.
+/// A model of few dimensions: each word adds one to the dimension its letters sum to, so that texts that
+/// share words are near each other. A text without words gives nothing. Can be told to throw or to give
+/// nothing.
 class FakeSentenceEmbedding final : public SentenceEmbedding {
 public:
     explicit FakeSentenceEmbedding(int dimension = 16) : dimension_(dimension) {}
     /// Asked before each vector; true throws.
     std::function<bool(std::string_view)> throwsOn;
+    /// Asked before each vector; true gives none.
+    std::function<bool(std::string_view)> givesNothingFor;
 
     int dimension() const override { return dimension_; }
     std::optional<std::vector<double>> vector(std::string_view sentence) override;
@@ -155,7 +161,7 @@ private:
 class FakeSentenceEmbeddings final : public SentenceEmbeddingSource {
 public:
     int dimension = 16;
-    std::function<bool(std::string_view)> throwsOn;
+    std::function<bool(std::string_view)> throwsOn, givesNothingFor;
     std::unique_ptr<SentenceEmbedding> sentenceEmbedding(std::string_view language) override;
 };
 
