@@ -1,5 +1,5 @@
-// Inline HTML in one line of a note: which stretches are styled, which are markup. Offsets are UTF-16 units within
-// the line. No DOM, no state between lines. Linear in the line. Pure; any thread.
+// Inline HTML in one line of a note: which stretches are styled, which are markup. Offsets are UTF-16 units
+// within the line. No DOM, no state between lines. Linear in the line. Pure; any thread.
 #pragma once
 
 #include <map>
@@ -46,7 +46,8 @@ LineScan scan(std::u16string_view line, std::size_t contentLength, const std::ve
 std::vector<TextRange> markupRanges(std::u16string_view line, const std::vector<TextRange>& code);
 
 /// Tags and comments in order, outside code.
-std::vector<Token> tokens(std::u16string_view line, std::size_t contentLength, const std::vector<TextRange>& codeRanges);
+std::vector<Token> tokens(std::u16string_view line, std::size_t contentLength,
+                          const std::vector<TextRange>& codeRanges);
 
 /// The recognised declarations of a `style` attribute, or none.
 std::optional<HTMLStyle> parseStyleAttribute(std::string_view value);
