@@ -1,5 +1,5 @@
-// Every byte that the application writes into a vault goes through here, and every read of a file that a sync service
-// may not have finished. Stateless; any thread; stands on the installed FilePlatform.
+// Every byte that the application writes into a vault goes through here, and every read of a file that a sync
+// service may not have finished. Stateless; any thread; stands on the installed FilePlatform.
 #pragma once
 
 #include <functional>
@@ -14,6 +14,12 @@
 #include "VeskCore/Vault/VaultWriteError.h"
 
 namespace vesk {
+
+/// A blocking operation was told to stop.
+class OperationCancelled : public Error {
+public:
+    std::string description() const override { return "Cancelled."; }
+};
 
 enum class LineEnding { lf, crlf };
 
@@ -42,31 +48,40 @@ namespace AtomicWrite {
 /// How long a read waits for a newer version before it settles for the local copy.
 inline constexpr Seconds staleWait{10.0};
 
-/// The file's text with LF line ends and no byte order mark; none if there is no file. Bytes that aren't UTF-8 are
-/// read as ISO Latin 1. Throws VaultWriteError (notMaterialised) for a file whose bytes aren't here, after asking for
-/// them, and what reading throws.
+/// The file's text with LF line ends and no byte order mark; none if there is no file. Bytes that aren't
+/// UTF-8 are read as ISO Latin 1. Throws VaultWriteError (notMaterialised) for a file whose bytes aren't
+/// here, after asking for them, and what reading throws.
 std::optional<std::string> read(const FilePath& path);
 /// At most `limit` bytes as they stand; the same rules of status. Throws if there is no file.
 std::string readData(const FilePath& path, std::size_t limit);
 /// Waits up to `limit` for current bytes; never hands out a copy known to be old. Blocks a worker.
-std::optional<std::string> readWaiting(const FilePath& path, Seconds limit, Clock& clock, std::stop_token stop);
-/// Waits up to `limit` for bytes and up to `staleLimit` for a newer version where a local copy exists. Blocks a
-/// worker; throws OperationCancelled when stopped.
-FreshRead readFresh(const FilePath& path, Seconds limit, Seconds staleLimit, Clock& clock, std::stop_token stop);
+std::optional<std::string> readWaiting(const FilePath& path, Seconds limit, Clock& clock,
+                                       std::stop_token stop);
+/// Waits up to `limit` for bytes and up to `staleLimit` for a newer version where a local copy exists. Blocks
+/// a worker; throws OperationCancelled when stopped.
+FreshRead readFresh(const FilePath& path, Seconds limit, Seconds staleLimit, Clock& clock,
+                    std::stop_token stop);
 /// The text, or VaultWriteError (notMaterialised) if it was possibly stale.
 std::optional<std::string> currentText(const FreshRead& fresh, const FilePath& path);
 
 enum class WaitStep { read, wait, readLocalCopy, giveUp };
 /// What a waiting read does next.
-WaitStep waitStep(UbiquityState status, bool sawLocalCopy, Seconds elapsed, Seconds limit, Seconds staleLimit);
+WaitStep waitStep(UbiquityState status, bool sawLocalCopy, Seconds elapsed, Seconds limit,
+                  Seconds staleLimit);
 
 /// Replaces or makes the file in one durable step, keeping its line endings, creation date, mode, owner and
 /// extended attributes. A symbolic link is followed to its target. On failure the file is as it was.
 void writeText(const FilePath& path, std::string_view text);
 /// The same for bytes: no line-ending work, no creation date.
 void writeData(const FilePath& path, std::string_view data);
+/// Makes a file that was not there, in the same durable way. SystemError with EEXIST if the name is taken,
+/// also by another process in the last moment: what holds it is never overwritten.
+void createText(const FilePath& path, std::string_view text);
+void createData(const FilePath& path, std::string_view data);
 /// Throws VaultWriteError (readOnlyDocument) for a page or stylesheet.
 void refuseDocument(const FilePath& path);
+/// A fresh hidden name in the folder, for what is moved into place on the same volume.
+FilePath temporaryPath(const FilePath& folder);
 
 }  // namespace AtomicWrite
 
@@ -75,22 +90,19 @@ namespace CoordinatedIO {
 
 bool needsCoordination(const FilePath& path);
 std::optional<std::string> read(const FilePath& path);
-/// The read a save makes of what is on disk now: never a stale copy. Throws VaultWriteError (notCurrent) when a newer
-/// version is on its way.
+/// The read a save makes of what is on disk now: never a stale copy. Throws VaultWriteError (notCurrent) when
+/// a newer version is on its way.
 std::optional<std::string> readForSave(const FilePath& path);
 void writeText(const FilePath& path, std::string_view text);
 void writeText(const FilePath& path, std::string_view text, bool coordinated);
 void writeData(const FilePath& path, std::string_view data);
+/// AtomicWrite's, for a name that has to be free.
+void createText(const FilePath& path, std::string_view text);
+void createData(const FilePath& path, std::string_view data);
 /// Fails if something is at `to` already.
 void move(const FilePath& from, const FilePath& to);
 void move(const FilePath& from, const FilePath& to, bool coordinated);
 
 }  // namespace CoordinatedIO
-
-/// A blocking operation was told to stop.
-class OperationCancelled : public Error {
-public:
-    std::string description() const override { return "Cancelled."; }
-};
 
 }  // namespace vesk

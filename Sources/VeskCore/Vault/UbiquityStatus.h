@@ -31,7 +31,8 @@ UbiquityState of(const FilePath& path);
 void startDownload(const FilePath& path);
 /// The same with failures ignored: asking is all that can be done.
 void requestDownload(const FilePath& path) noexcept;
-/// True for the failure of reading a file whose bytes were just evicted (EAGAIN in this system's numbers, 11).
+/// True for the failure of reading a file whose bytes were just evicted (EAGAIN in this system's numbers,
+/// 11).
 bool isEvictionError(const std::exception_ptr& error);
 bool isDataless(const FilePath& path);
 /// The same folder, name ".<name>.icloud".
@@ -41,8 +42,9 @@ std::optional<std::string> logicalName(std::string_view stubName);
 UbiquityState classify(bool isUbiquitous, bool isDownloading,
                        std::optional<UbiquitySource::DownloadingStatus> downloadingStatus);
 void withoutMaterialising(const std::function<void()>& body);
-/// Requests a download of every file below `folder` with one of the extensions (lower-case) that needs one, stubs
-/// included, hidden folders left out. Returns the number of requests; a failed one doesn't end the walk.
+/// Requests a download of every file below `folder` with one of the extensions (lower-case) that needs one,
+/// stubs included, hidden folders left out. Returns the number of requests; a failed one doesn't end the
+/// walk.
 int materialiseAll(const FilePath& folder, const std::set<std::string, std::less<>>& extensions);
 
 }  // namespace UbiquityStatus

@@ -1,6 +1,7 @@
-// A vault: a folder of plain files that belongs to the user. What can be said of it without an index: which files are
-// notes, how they are called, where the data beside them lives, how a note is made, renamed or moved. The files are the
-// truth; nothing here caches them. Immutable values; any thread. Whole-folder walks are for workers.
+// A vault: a folder of plain files that belongs to the user. What can be said of it without an index: which
+// files are notes, how they are called, where the data beside them lives, how a note is made, renamed or
+// moved. The files are the truth; nothing here caches them. Immutable values; any thread. Whole-folder walks
+// are for workers.
 #pragma once
 
 #include <functional>
@@ -101,8 +102,8 @@ public:
 
     // Listing and checks
 
-    /// Notes in enumeration order, stubs without a real note first. Unreadable folders are passed over. Reads no
-    /// contents.
+    /// Notes in enumeration order, stubs without a real note first. Unreadable folders are passed over. Reads
+    /// no contents.
     std::vector<Note> enumerateNotes() const;
     std::pair<std::vector<Note>, std::vector<VaultDocument>> enumerateNotesAndDocuments() const;
     std::vector<VaultDocument> enumerateDocuments() const;
@@ -111,7 +112,8 @@ public:
     bool isNameTaken(const FilePath& path) const;
     /// One file under two spellings of its name.
     static bool isSameItem(const FilePath& a, const FilePath& b);
-    /// Throws VaultWriteError (notMaterialised), after asking for the bytes, for a file that only its stub holds.
+    /// Throws VaultWriteError (notMaterialised), after asking for the bytes, for a file that only its stub
+    /// holds.
     void requireMaterialisedForMove(const FilePath& path) const;
     std::vector<VaultWarning> diagnose() const;
     /// Notes that look like a sync service's conflict copies.
@@ -127,7 +129,8 @@ public:
     void writeNote(const FrontmatterDoc& doc, std::string_view relativePath) const;
     /// Makes a note of that name, numbered if it is taken.
     Note createNote(std::string_view name, std::string_view folder, std::string_view content) const;
-    /// Returns the new relative path; throws VaultWriteError (alreadyExists) if the name is held by another file.
+    /// Returns the new relative path; throws VaultWriteError (alreadyExists) if the name is held by another
+    /// file.
     std::string renameNote(std::string_view relativePath, std::string_view newName) const;
     std::string moveNote(std::string_view relativePath, std::string_view folder) const;
 
@@ -149,18 +152,36 @@ public:
     static std::string sqlIsPage(std::string_view column);
     static std::string sqlIsStylesheet(std::string_view column);
 
-    /// Puts an attachment under Attachments and returns its relative path; a taken name is numbered. `now` is shown in
-    /// the calendar's zone in the name of a pasted file.
+    /// Puts an attachment under Attachments and returns its relative path; a taken name is numbered. `now` is
+    /// shown in the calendar's zone in the name of a pasted file.
     std::string saveAttachment(std::string_view data, std::string_view extension,
                                const std::optional<std::string>& preferredStem, TimePoint now,
-                               const Calendar& calendar, const std::optional<std::string>& subfolder = {}) const;
+                               const Calendar& calendar,
+                               const std::optional<std::string>& subfolder = {}) const;
     static std::string attachmentEmbed(std::string_view path);
     static std::string recordingLink(std::string_view path, std::string_view label);
     /// The note with the transcript put next to its recording's link; none if the link isn't there.
-    static std::optional<std::string> noteWithTranscript(std::string_view transcript, std::string_view recording,
-                                                         std::string_view label, std::string_view note);
+    static std::optional<std::string> noteWithTranscript(std::string_view transcript,
+                                                         std::string_view recording, std::string_view label,
+                                                         std::string_view note);
 
 private:
+    /// The address of a relative path; throws VaultWriteError (outsideVault) for one that leaves the vault.
+    FilePath insidePath(std::string_view relativePath) const;
+    /// The same for a note, which is never the root itself.
+    FilePath notePath(std::string_view relativePath) const;
+    /// The address of a folder that something is put into; "" and "/" are the root.
+    FilePath folderPath(std::string_view folder) const;
+    /// Throws VaultWriteError (outsideVault) if symbolic links lead from the path out of the real vault.
+    void requireReallyInside(const FilePath& path) const;
+    bool isRootOrBelow(const FilePath& path) const;
+    /// Calls `place` with the first free of "<stem><tail>", "<stem> 2<tail>", … and returns that name.
+    /// `place` fails with EEXIST where another process has taken the name meanwhile; then the next one is
+    /// tried.
+    std::string placeUnderFreeName(const FilePath& folder, std::string_view stem, std::string_view tail,
+                                   const std::function<void(const FilePath&)>& place) const;
+    std::string moveItem(const FilePath& from, const FilePath& to) const;
+
     FilePath root_;
     SyncProvider provider_;
 };

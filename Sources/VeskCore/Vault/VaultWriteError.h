@@ -10,7 +10,14 @@ namespace vesk {
 
 class VaultWriteError : public Error {
 public:
-    enum class Kind { notMaterialised, outsideVault, encodingFailed, alreadyExists, notCurrent, readOnlyDocument };
+    enum class Kind {
+        notMaterialised,
+        outsideVault,
+        encodingFailed,
+        alreadyExists,
+        notCurrent,
+        readOnlyDocument
+    };
 
     VaultWriteError(Kind what, FilePath file) : kind(what), path(std::move(file)) {}
     std::string description() const override;

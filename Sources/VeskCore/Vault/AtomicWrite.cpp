@@ -1,0 +1,358 @@
+#include "VeskCore/Vault/AtomicWrite.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Uuid.h"
+#include "VeskCore/Vault/Vault.h"
+
+namespace vesk {
+
+namespace {
+
+using Kind = VaultWriteError::Kind;
+
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t lineEndingProbe = 0x10000;
+constexpr std::chrono::milliseconds statusPause{200};
+
+FileSystem& files() {
+    return *FilePlatform::current().files;
+}
+FileCoordination& coordination() {
+    return *FilePlatform::current().coordination;
+}
+
+bool isNormalised(std::string_view text) {
+    return !text.starts_with(byteOrderMark) && text.find("\r\n") == text.npos;
+}
+
+/// What every reader above sees: text with LF line ends. A large note in good order is not copied.
+std::string textOfFile(std::string bytes) {
+    std::string text = decodedText(std::move(bytes));
+    return isNormalised(text) ? text : LineEndings::normalized(text);
+}
+
+/// The file's bytes as text; none if there is no file. Told by the read itself, so that a file that can't be
+/// reached isn't taken for one that isn't there.
+std::optional<std::string> localText(const FilePath& path) {
+    try {
+        return textOfFile(files().read(path, {}));
+    } catch (const SystemError& error) {
+        if (error.code == ENOENT || error.code == ENOTDIR) return {};
+        throw;
+    }
+}
+
+/// Before any look at the contents: reading a placeholder would block or fail.
+void requireLocalContent(const FilePath& path) {
+    const UbiquityState status = UbiquityStatus::of(path);
+    if (needsDownload(status)) UbiquityStatus::requestDownload(path);
+    if (!hasLocalContent(status)) throw VaultWriteError(Kind::notMaterialised, path);
+}
+
+bool hasLocalBytes(const FilePath& path) {
+    const auto info = files().info(path);
+    return info && !UbiquityStatus::isDataless(path) && info->size > 0;
+}
+
+/// The file that a write has to replace: a symbolic link stays and its target changes.
+FilePath followed(const FilePath& path) {
+    const auto link = files().linkInfo(path);
+    if (!link || link->kind != FileKind::symbolicLink) return path;
+    return files().realPath(path).value_or(path);
+}
+
+/// The regular file at the target, if anything is there. A rename would put other kinds of item out of the
+/// way.
+std::optional<FileInfo> replaceableFile(const FilePath& target) {
+    auto info = files().info(target);
+    if (info && info->kind == FileKind::directory) throw SystemError(EISDIR, "write", target.native());
+    if (info && info->kind != FileKind::regular) throw SystemError(EINVAL, "write", target.native());
+    return info;
+}
+
+/// Removes the temporary file unless it has come to its place.
+class Temporary {
+public:
+    explicit Temporary(const FilePath& folder) : path_(AtomicWrite::temporaryPath(folder)) {}
+    ~Temporary() {
+        if (isPlaced_) return;
+        try {
+            files().remove(path_);
+        } catch (...) {  // the failure that brought us here is the one to report
+        }
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+
+    const FilePath& path() const { return path_; }
+    void placed() { isPlaced_ = true; }
+
+private:
+    FilePath path_;
+    bool isPlaced_ = false;
+};
+
+void placeBytes(const FilePath& target, std::string_view bytes, bool mayReplace, bool keepsCreationDate) {
+    files().createDirectories(target.parent_path());
+    const std::optional<FileInfo> former = mayReplace ? replaceableFile(target) : std::nullopt;
+    Temporary temporary(target.parent_path());
+    files().writeNew(temporary.path(), bytes);
+    if (former && keepsCreationDate) {
+        try {
+            files().setCreationDate(temporary.path(), former->created);
+        } catch (const Error&) {  // a save matters more than a date
+        }
+    }
+    if (former) {
+        files().replace(target, temporary.path());
+    } else {
+        files().move(temporary.path(), target);
+    }
+    temporary.placed();
+}
+
+void requireUtf8(const FilePath& path, std::string_view text) {
+    if (!isValidUtf8(text)) throw VaultWriteError(Kind::encodingFailed, path);
+}
+
+/// Also behind a link: a page is read-only under any name.
+FilePath writableTarget(const FilePath& path) {
+    AtomicWrite::refuseDocument(path);
+    FilePath target = followed(path);
+    AtomicWrite::refuseDocument(target);
+    return target;
+}
+
+template <class Body>
+void coordinatedWrite(const FilePath& path, bool coordinated, Body body) {
+    AtomicWrite::refuseDocument(path);
+    if (coordinated) {
+        coordination().writeForReplacing(path, body);
+    } else {
+        body();
+    }
+}
+
+}  // namespace
+
+namespace LineEndings {
+
+std::optional<LineEnding> of(std::string_view data) {
+    const std::size_t feed = data.find('\n');
+    if (feed == data.npos) return {};
+    return feed > 0 && data[feed - 1] == '\r' ? LineEnding::crlf : LineEnding::lf;
+}
+
+LineEnding ofFile(const FilePath& path) {
+    try {
+        if (UbiquityStatus::isDataless(path)) return LineEnding::lf;
+        return of(files().read(path, lineEndingProbe)).value_or(LineEnding::lf);
+    } catch (const Error&) {
+        return LineEnding::lf;
+    }
+}
+
+std::string normalized(std::string_view text) {
+    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+    return replaceAll(text, "\r\n", "\n");
+}
+
+std::string applied(LineEnding ending, std::string_view text) {
+    switch (ending) {
+        case LineEnding::lf:
+            return std::string(text);
+        case LineEnding::crlf:
+            return replaceAll(normalized(text), "\n", "\r\n");
+    }
+    return std::string(text);
+}
+
+}  // namespace LineEndings
+
+namespace AtomicWrite {
+
+std::optional<std::string> read(const FilePath& path) {
+    requireLocalContent(path);
+    return localText(path);
+}
+
+std::string readData(const FilePath& path, std::size_t limit) {
+    requireLocalContent(path);
+    return files().read(path, limit);
+}
+
+std::optional<std::string> readWaiting(const FilePath& path, Seconds limit, Clock& clock,
+                                       std::stop_token stop) {
+    return currentText(readFresh(path, limit, limit, clock, std::move(stop)), path);
+}
+
+FreshRead readFresh(const FilePath& path, Seconds limit, Seconds staleLimit, Clock& clock,
+                    std::stop_token stop) {
+    const Duration start = clock.monotonic();
+    while (true) {
+        const UbiquityState status = UbiquityStatus::of(path);
+        if (needsDownload(status)) UbiquityStatus::requestDownload(path);
+        const bool sawLocalCopy =
+            status == UbiquityState::stale || (status == UbiquityState::downloading && hasLocalBytes(path));
+        const Seconds elapsed = clock.monotonic() - start;
+        switch (waitStep(status, sawLocalCopy, elapsed, limit, staleLimit)) {
+            case WaitStep::read:
+                return {.text = CoordinatedIO::read(path), .possiblyStale = false};
+            case WaitStep::wait:
+                if (!clock.sleep(statusPause, stop)) throw OperationCancelled();
+                break;
+            case WaitStep::readLocalCopy: {
+                // The copy may have gone since the status was read.
+                const bool isStillHere = status == UbiquityState::stale
+                                             ? files().exists(path) && !UbiquityStatus::isDataless(path)
+                                             : hasLocalBytes(path);
+                if (!isStillHere) throw VaultWriteError(Kind::notMaterialised, path);
+                return {.text = localText(path), .possiblyStale = true};
+            }
+            case WaitStep::giveUp:
+                throw VaultWriteError(Kind::notMaterialised, path);
+        }
+    }
+}
+
+std::optional<std::string> currentText(const FreshRead& fresh, const FilePath& path) {
+    if (fresh.possiblyStale) throw VaultWriteError(Kind::notMaterialised, path);
+    return fresh.text;
+}
+
+WaitStep waitStep(UbiquityState status, bool sawLocalCopy, Seconds elapsed, Seconds limit,
+                  Seconds staleLimit) {
+    switch (status) {
+        case UbiquityState::materialised:
+        case UbiquityState::notUbiquitous:
+            return WaitStep::read;
+        case UbiquityState::stale:
+            return elapsed < std::min(limit, staleLimit) ? WaitStep::wait : WaitStep::readLocalCopy;
+        case UbiquityState::downloading:
+            if (elapsed < (sawLocalCopy ? std::min(limit, staleLimit) : limit)) return WaitStep::wait;
+            return sawLocalCopy ? WaitStep::readLocalCopy : WaitStep::giveUp;
+        case UbiquityState::placeholder:
+            return elapsed < (sawLocalCopy ? std::min(limit, staleLimit) : limit) ? WaitStep::wait
+                                                                                  : WaitStep::giveUp;
+    }
+    return WaitStep::giveUp;
+}
+
+void writeText(const FilePath& path, std::string_view text) {
+    const FilePath target = writableTarget(path);
+    requireUtf8(path, text);
+    const bool usesCrlf = LineEndings::ofFile(target) == LineEnding::crlf;
+    const std::string converted = usesCrlf ? LineEndings::applied(LineEnding::crlf, text) : std::string();
+    placeBytes(target, usesCrlf ? std::string_view(converted) : text, true, true);
+}
+
+void writeData(const FilePath& path, std::string_view data) {
+    placeBytes(writableTarget(path), data, true, false);
+}
+
+void createText(const FilePath& path, std::string_view text) {
+    refuseDocument(path);
+    requireUtf8(path, text);
+    placeBytes(path, text, false, false);
+}
+
+void createData(const FilePath& path, std::string_view data) {
+    refuseDocument(path);
+    placeBytes(path, data, false, false);
+}
+
+void refuseDocument(const FilePath& path) {
+    if (Vault::isDocument(path.filename().native())) throw VaultWriteError(Kind::readOnlyDocument, path);
+}
+
+FilePath temporaryPath(const FilePath& folder) {
+    return folder / (".vesk-tmp-" + randomUuid());
+}
+
+}  // namespace AtomicWrite
+
+namespace CoordinatedIO {
+
+bool needsCoordination(const FilePath& path) {
+    const FilePath start = standardised(path);
+    if (start.native().find("/Library/Mobile Documents/") != std::string::npos) return true;
+    for (FilePath ancestor = start;; ancestor = ancestor.parent_path()) {
+        try {
+            if (files().exists(ancestor)) {
+                const auto values = FilePlatform::current().ubiquity->values(ancestor);
+                return values && values->isUbiquitous;
+            }
+        } catch (const Error&) {  // an item that can't be asked: its folder answers for it
+        }
+        if (!ancestor.has_relative_path()) return false;
+    }
+}
+
+std::optional<std::string> read(const FilePath& path) {
+    switch (UbiquityStatus::of(path)) {
+        case UbiquityState::placeholder:
+        case UbiquityState::downloading:
+            // Coordinating would block until the download ends.
+        case UbiquityState::notUbiquitous:
+            return AtomicWrite::read(path);
+        case UbiquityState::materialised:
+        case UbiquityState::stale:
+            break;
+    }
+    std::optional<std::string> text;
+    coordination().read(path, [&] { text = AtomicWrite::read(path); });
+    return text;
+}
+
+std::optional<std::string> readForSave(const FilePath& path) {
+    if (needsDownload(UbiquityStatus::of(path))) {
+        UbiquityStatus::requestDownload(path);
+        throw VaultWriteError(Kind::notCurrent, path);
+    }
+    try {
+        return read(path);
+    } catch (const VaultWriteError& error) {
+        if (error.kind == Kind::notMaterialised) throw VaultWriteError(Kind::notCurrent, error.path);
+        throw;
+    }
+}
+
+void writeText(const FilePath& path, std::string_view text) {
+    writeText(path, text, needsCoordination(path));
+}
+
+void writeText(const FilePath& path, std::string_view text, bool coordinated) {
+    coordinatedWrite(path, coordinated, [&] { AtomicWrite::writeText(path, text); });
+}
+
+void writeData(const FilePath& path, std::string_view data) {
+    coordinatedWrite(path, needsCoordination(path), [&] { AtomicWrite::writeData(path, data); });
+}
+
+void createText(const FilePath& path, std::string_view text) {
+    coordinatedWrite(path, needsCoordination(path), [&] { AtomicWrite::createText(path, text); });
+}
+
+void createData(const FilePath& path, std::string_view data) {
+    coordinatedWrite(path, needsCoordination(path), [&] { AtomicWrite::createData(path, data); });
+}
+
+void move(const FilePath& from, const FilePath& to) {
+    move(from, to, needsCoordination(from) || needsCoordination(to));
+}
+
+void move(const FilePath& from, const FilePath& to, bool coordinated) {
+    if (coordinated) {
+        coordination().move(from, to, [&] { files().move(from, to); });
+    } else {
+        files().move(from, to);
+    }
+}
+
+}  // namespace CoordinatedIO
+}  // namespace vesk
