@@ -47,6 +47,13 @@ FilePath addressOutside(const FilePath& root, std::string_view path) {
                                                           : standardised(root / FilePath(path));
 }
 
+/// A name that the file system takes. A stem that is one huge character isn't cut down to nothing, which
+/// would hide the file.
+std::string fileName(std::string_view stem, std::string_view tail) {
+    std::string name = fittingFileName(stem, tail);
+    return name == tail ? fittingFileName(Vault::untitledName, tail) : name;
+}
+
 }  // namespace
 
 std::string Note::name() const {
@@ -137,16 +144,16 @@ void Vault::writeNote(const FrontmatterDoc& doc, std::string_view relativePath) 
 Note Vault::createNote(std::string_view name, std::string_view folder, std::string_view content) const {
     const FilePath directory = folderPath(folder);
     files().createDirectories(directory);
-    const std::string fileName =
+    const std::string chosen =
         placeUnderFreeName(directory, sanitiseFilename(name), ".md",
                            [&](const FilePath& path) { CoordinatedIO::createText(path, content); });
-    const FilePath path = directory / fileName;
+    const FilePath path = directory / chosen;
     const auto info = files().info(path);
     const TimePoint now = SystemClock().now();
     return {
-        .relativePath = relativePath(path).value_or(fileName),
+        .relativePath = relativePath(path).value_or(chosen),
         .path = path,
-        .title = std::string(vesk::stem(fileName)),
+        .title = std::string(vesk::stem(chosen)),
         .modified = info ? info->modified : now,
         .created = info ? info->created : now,
         .size = static_cast<std::int64_t>(info ? info->size : content.size()),
@@ -162,7 +169,7 @@ std::string Vault::renameNote(std::string_view relativePath, std::string_view ne
     requireReallyInside(from.parent_path());
     const std::string_view extension = pathExtension(present);
     const std::string tail = extension.empty() ? std::string() : "." + std::string(extension);
-    const FilePath to = from.parent_path() / fittingFileName(clean, tail);
+    const FilePath to = from.parent_path() / fileName(clean, tail);
     requireMaterialisedForMove(from);
     return moveItem(from, to);
 }
@@ -254,7 +261,7 @@ std::string Vault::placeUnderFreeName(const FilePath& folder, std::string_view s
     int lostRaces = 0;
     for (long number = 1;; ++number) {
         std::string name =
-            fittingFileName(stem, number == 1 ? std::string(tail) : fmt::format(" {}{}", number, tail));
+            fileName(stem, number == 1 ? std::string(tail) : fmt::format(" {}{}", number, tail));
         const FilePath path = folder / name;
         if (isNameTaken(path)) continue;
         try {
