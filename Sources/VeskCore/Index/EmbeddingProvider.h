@@ -20,7 +20,8 @@ public:
     /// The longest text the provider takes, in characters.
     virtual int maxChunkCharacters() const = 0;
     /// One vector per text, in order; throws BrainError (cancelled when stopped).
-    virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts, std::stop_token stop) = 0;
+    virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
+                                                  std::stop_token stop) = 0;
 };
 
 }  // namespace vesk

@@ -24,7 +24,8 @@ public:
     bool isConfigured() const override { return embedding_ != nullptr; }
     int maxChunkCharacters() const override { return 1500; }
     /// A text that the model can't place gets a vector of zeros.
-    std::vector<std::vector<float>> embed(const std::vector<std::string>& texts, std::stop_token stop) override;
+    std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
+                                          std::stop_token stop) override;
 
     /// The values at unit length, in double precision, then narrowed; zeros for a vector without length.
     static std::vector<float> normalised(const std::vector<double>& sum);
@@ -37,7 +38,7 @@ private:
     const std::string language_;
     const std::unique_ptr<SentenceEmbedding> embedding_;
     const int dimensions_;
-    std::mutex lock_;  // guards all use of embedding_; held for one text at a time
+    std::mutex lock_;                 // guards all use of embedding_; held for one text at a time
     mutable std::mutex failureLock_;  // guards the two below; taken inside lock_, never the other way round
     int consecutiveFailures_ = 0;
     bool disabled_ = false;

@@ -1,6 +1,6 @@
-// The SQLite cache of one vault: note rows, searchable text, properties, links, tags, tasks, headings, passages with
-// their vectors, and the files that could not be read. The notes on disk are the truth; the file may be thrown away at
-// any moment and is rebuilt from them.
+// The SQLite cache of one vault: note rows, searchable text, properties, links, tags, tasks, headings,
+// passages with their vectors, and the files that could not be read. The notes on disk are the truth; the
+// file may be thrown away at any moment and is rebuilt from them.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "VeskCore/Index/Chunker.h"
+#include "VeskCore/Index/IndexError.h"
 #include "VeskCore/Index/Sqlite.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Markdown/NoteScan.h"
@@ -30,20 +31,6 @@ namespace vesk {
 enum class KeywordBackend { fts5, likeScan };
 std::string_view rawValue(KeywordBackend backend);
 std::string_view displayName(KeywordBackend backend);
-
-class IndexError : public Error {
-public:
-    struct CannotOpen {
-        std::string path, detail;
-    };
-    struct Sql {
-        std::string statement, detail;
-    };
-    explicit IndexError(std::variant<CannotOpen, Sql> failure) : value(std::move(failure)) {}
-    std::string description() const override;
-
-    std::variant<CannotOpen, Sql> value;
-};
 
 struct IndexProgress {
     int completed = 0, total = 0;
@@ -58,8 +45,9 @@ struct ReindexSummary {
     double duration = 0;  ///< seconds
 };
 
-/// Any thread may call any operation; one recursive lock guards the connection. A full reindex holds one transaction
-/// for its notes, so other writers wait for it. Operations throw IndexError unless told otherwise.
+/// Any thread may call any operation; one recursive lock guards the connection. A full reindex holds one
+/// transaction for its notes, so other writers wait for it. Operations throw IndexError unless told
+/// otherwise.
 class NoteIndex {
 public:
     struct DocumentStamp {
@@ -93,10 +81,11 @@ public:
     };
     using Progress = std::function<void(const IndexProgress&)>;
 
-    /// Opens or makes the vault's index, after Vault::ensureSupportDirectory(). A file that is unusable or of another
-    /// version is replaced by an empty one. `clock` and `log` outlive the index.
+    /// Opens or makes the vault's index, after Vault::ensureSupportDirectory(). A file that is unusable or of
+    /// another version is replaced by an empty one. `clock` and `log` outlive the index.
     NoteIndex(const Vault& vault, Clock& clock, Log& log);
-    NoteIndex(const FilePath& file, Clock& clock, Log& log);
+    /// `best` limits what is taken of the keyword backends that SQLite offers.
+    NoteIndex(const FilePath& file, Clock& clock, Log& log, KeywordBackend best = KeywordBackend::fts5);
     ~NoteIndex();
     NoteIndex(const NoteIndex&) = delete;
     NoteIndex& operator=(const NoteIndex&) = delete;
@@ -113,7 +102,8 @@ public:
     void exec(std::string_view sql);
     /// A write through the cache of prepared statements.
     void run(std::string_view sql, const SQLBindings& bindings = {});
-    void query(std::string_view sql, const SQLBindings& bindings, const std::function<void(const Row&)>& row) const;
+    void query(std::string_view sql, const SQLBindings& bindings,
+               const std::function<void(const Row&)>& row) const;
     /// Runs the body in a transaction; inside one it just runs. What the body throws rolls back and goes on.
     void transaction(const std::function<void()>& body);
 
@@ -124,8 +114,8 @@ public:
     /// The same from the note's whole text: hashed first, parsed and scanned only if it changed.
     bool reindexText(const Note& note, std::string_view text);
     void removeNote(std::string_view path);
-    /// Reads every note and document that changed. `progress` is called on the calling thread. Stopping rolls the
-    /// notes back and throws OperationCancelled.
+    /// Reads every note and document that changed. `progress` is called on the calling thread. Stopping rolls
+    /// the notes back and throws OperationCancelled.
     ReindexSummary fullReindex(const Vault& vault, const Progress& progress = {}, std::stop_token stop = {});
     /// Resolves the links of one note, or of all; the number of rows updated.
     int resolveLinks(const std::optional<std::string>& from = {});
@@ -148,7 +138,8 @@ public:
     std::vector<IndexedChunk> chunks(std::string_view path) const;
     std::vector<std::pair<std::string, int>> allTags() const;
     std::vector<std::string> backlinks(std::string_view path) const;
-    std::vector<std::pair<std::string, std::optional<std::string>>> outgoingLinks(std::string_view path) const;
+    std::vector<std::pair<std::string, std::optional<std::string>>> outgoingLinks(
+        std::string_view path) const;
     std::vector<std::pair<std::string, int>> unresolvedLinks() const;
     /// By path and line.
     std::vector<TaskRow> tasks(bool openOnly) const;
@@ -176,7 +167,8 @@ public:
 
     static std::string contentHash(std::string_view text);
     /// The name and heading an internal Markdown link leads to; none for an address or an anchor.
-    static std::optional<std::pair<std::string, std::optional<std::string>>> internalLinkTarget(std::string_view url);
+    static std::optional<std::pair<std::string, std::optional<std::string>>> internalLinkTarget(
+        std::string_view url);
     static bool hasURIScheme(std::string_view url);
     static std::string linkKey(std::string_view text);
     static std::optional<std::string> pick(const std::vector<std::string>& candidates,

@@ -1,5 +1,5 @@
-// A thin layer over a SQLite connection: statements, rows, values. Not thread-safe by itself; NoteIndex's lock guards
-// every use.
+// A thin layer over a SQLite connection: statements, rows, values. Not thread-safe by itself; NoteIndex's
+// lock guards every use.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -40,11 +41,13 @@ using SQLBindings = std::vector<SQLValue>;
 /// A prepared statement, finalised when released.
 class Statement {
 public:
-    Statement(sqlite3* database, std::string_view sql);  // throws IndexError
+    /// `kept` tells SQLite that the statement is used many times. Throws IndexError.
+    Statement(sqlite3* database, std::string_view sql, bool kept = false);
     ~Statement();
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
+    /// Ready to be bound and run again; nothing is bound.
     void reset();
     /// Parameters are numbered from 1.
     void bind(int index, const SQLValue& value);
@@ -57,6 +60,8 @@ public:
     void bindNull(int index);
     /// True when a row is there, false when done; throws IndexError on anything else.
     bool step();
+    /// Steps until done.
+    void finish();
 
     sqlite3_stmt* handle() const { return handle_; }
     const std::string& sql() const { return sql_; }
@@ -64,6 +69,27 @@ public:
 private:
     sqlite3_stmt* handle_ = nullptr;
     std::string sql_;
+};
+
+/// An open database file. Safe on any thread by itself: SQLite serialises the calls.
+class SQLiteConnection {
+public:
+    /// Makes the file if it isn't there. Throws IndexError (cannotOpen).
+    explicit SQLiteConnection(const std::string& path);
+    ~SQLiteConnection();
+    SQLiteConnection(const SQLiteConnection&) = delete;
+    SQLiteConnection& operator=(const SQLiteConnection&) = delete;
+
+    /// Any number of statements without parameters; their rows are passed over. Throws IndexError.
+    void exec(std::string_view sql);
+    void setBusyTimeout(int milliseconds);
+    sqlite3* handle() const { return handle_; }
+
+    /// Whether SQLite was compiled with a feature ("ENABLE_FTS5").
+    static bool hasCompileOption(const char* name);
+
+private:
+    sqlite3* handle_ = nullptr;
 };
 
 /// A view on the current result row; valid until the statement steps on.

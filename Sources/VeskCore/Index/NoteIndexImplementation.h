@@ -1,0 +1,174 @@
+// The inside of NoteIndex, shared by the files that implement it.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "VeskCore/Index/LinkLookup.h"
+#include "VeskCore/Index/NoteIndex.h"
+#include "VeskCore/Index/NoteRows.h"
+
+namespace vesk {
+
+/// Lets maps with std::string keys be searched by a view.
+struct StringHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+
+/// A blob to bind in place.
+struct Bytes {
+    std::string_view view;
+};
+
+/// Every member function takes `lock`, or is called with it held.
+struct NoteIndex::Implementation {
+    struct StoredVector {
+        std::string vector, provider;
+    };
+    using StoredVectors = std::unordered_map<std::string, StoredVector>;  // by the passage's text
+    using StoredHashes = std::unordered_map<std::string, std::string, StringHash, std::equal_to<>>;
+
+    Implementation(NoteIndex& index, KeywordBackend bestBackend) : owner(index), best(bestBackend) {}
+
+    // Opening (NoteIndexSchema.cpp)
+
+    void openOrRebuild();
+    void openConnection();
+    void closeConnection();
+    void discardDatabaseFile();
+    void createSchema();
+    void createSchemaStatements();
+    KeywordBackend createFullText();
+    int storedVersion();
+    void excludeFromBackup();
+
+    // Statements
+
+    SQLiteConnection& connection() const;
+    Statement& cached(std::string_view sql);
+    void transaction(const std::function<void()>& body);
+    /// A write with its parameters; text is bound in place.
+    template <class... Values>
+    void write(std::string_view sql, const Values&... values) {
+        std::lock_guard guard(lock);
+        Statement& statement = cached(sql);
+        statement.reset();
+        int index = 0;
+        (bind(statement, ++index, values), ...);
+        finish(statement);
+    }
+    /// A read with its parameters; `row` is called for every row.
+    template <class... Values>
+    void read(std::string_view sql, const std::function<void(const Row&)>& row,
+              const Values&... values) const {
+        std::lock_guard guard(lock);
+        Statement statement(connection().handle(), sql);
+        int index = 0;
+        (bind(statement, ++index, values), ...);
+        while (statement.step()) row(Row(statement.handle()));
+    }
+    /// A read through the cache; not from inside its own `row`.
+    template <class... Values>
+    void readCached(std::string_view sql, const std::function<void(const Row&)>& row,
+                    const Values&... values) {
+        std::lock_guard guard(lock);
+        Statement& statement = cached(sql);
+        statement.reset();
+        int index = 0;
+        (bind(statement, ++index, values), ...);
+        try {
+            while (statement.step()) row(Row(statement.handle()));
+        } catch (...) {
+            statement.reset();
+            throw;
+        }
+        statement.reset();
+    }
+    template <class... Values>
+    std::int64_t number(std::string_view sql, const Values&... values) const {
+        std::int64_t result = 0;
+        read(
+            sql, [&](const Row& row) { result = row.integer(0); }, values...);
+        return result;
+    }
+    int count(const std::string& sql) const;  // 0 on failure
+    static void finish(Statement& statement);
+    /// Before a statement of a caller's own: it may change what the lookup was built from.
+    void noteForeignWrite(std::string_view sql);
+
+    static void bind(Statement& statement, int index, std::string_view text) {
+        statement.bindText(index, text);
+    }
+    static void bind(Statement& statement, int index, const std::string& text) {
+        statement.bindText(index, text);
+    }
+    static void bind(Statement& statement, int index, const std::optional<std::string>& text) {
+        text ? statement.bindText(index, *text) : statement.bindNull(index);
+    }
+    static void bind(Statement& statement, int index, const std::optional<double>& number) {
+        number ? statement.bindDouble(index, *number) : statement.bindNull(index);
+    }
+    static void bind(Statement& statement, int index, std::integral auto number) {
+        statement.bindInt(index, number);
+    }
+    static void bind(Statement& statement, int index, double number) { statement.bindDouble(index, number); }
+    static void bind(Statement& statement, int index, Bytes bytes) { statement.bindBlob(index, bytes.view); }
+    static void bind(Statement& statement, int index, std::nullptr_t) { statement.bindNull(index); }
+
+    // Rows (NoteIndexWriting.cpp)
+
+    std::optional<std::string> storedHash(std::string_view path);
+    /// Inside a transaction. `hadRows`: the path has rows, which go first.
+    void writeNote(const Note& note, std::string_view hash, const NoteRows& rows, const NoteScan& scan,
+                   std::string_view body, bool hadRows);
+    void writeLinks(const Note& note, const NoteRows& rows);
+    StoredVectors storedVectors(std::string_view path);
+    void writeChunks(std::string_view path, const std::vector<std::string>& chunks,
+                     const StoredVectors& vectors);
+    void deleteDetails(std::string_view path);
+    void deletePending(std::string_view path);
+    void removeNote(std::string_view path);
+    void addPending(std::string_view path, std::string_view reason);
+
+    // Links (NoteIndexLinks.cpp)
+
+    /// The lookup as the tables stand now.
+    LinkLookup& currentLookup();
+    void buildLookup();
+    int resolveLinksOf(std::string_view path);
+    int resolveAllLinks();
+
+    // Documents (NoteIndexDocuments.cpp)
+
+    bool write(const PreparedDocument& prepared);
+    std::optional<DocumentStamp> storedStamp(std::string_view path) const;
+    std::vector<std::pair<std::string, std::string>> pending(const std::string& clause) const;
+
+    NoteIndex& owner;
+    const KeywordBackend best;
+
+    mutable std::recursive_mutex lock;  // guards the connection and everything down to `lookup`
+    std::unique_ptr<SQLiteConnection> db;
+    int transactionDepth = 0;
+    bool bulkMode = false;
+    std::unordered_map<std::string, std::unique_ptr<Statement>, StringHash, std::equal_to<>> writeCache;
+    LinkLookup lookup;
+    std::int64_t lookupDataVersion = 0;
+
+    mutable std::mutex backendLock;  // guards the next alone
+    KeywordBackend storedKeywordBackend = KeywordBackend::likeScan;
+};
+
+}  // namespace vesk
