@@ -1,8 +1,9 @@
-// Where work runs: the main thread's queue, background workers, serial queues. Interfaces, and the real ones that
-// need nothing but threads. Tests put VirtualTime in their place.
+// Where work runs: the main thread's queue, background workers, serial queues. Interfaces, and the real ones
+// that need nothing but threads. Tests put VirtualTime in their place.
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -48,12 +49,16 @@ public:
 
 enum class Priority { background, utility, userInitiated };
 
+/// A new source of stops, for those who run jobs.
+std::stop_source freshStopSource();
+
 /// A running or waiting job. Copies share it; dropping the handle does not stop the job.
 class TaskHandle {
 public:
     TaskHandle() = default;
     explicit TaskHandle(std::stop_source source) : source_(std::move(source)), valid_(true) {}
-    /// Asks the job to stop through its stop_token. Never waits.
+    /// Asks the job to stop through its stop_token. Never waits. A job that has not begun still runs and sees
+    /// the stop, so that whatever it owes its caller is settled in one place.
     void cancel() { source_.request_stop(); }
     bool cancelled() const { return source_.stop_requested(); }
     explicit operator bool() const { return valid_; }
@@ -70,7 +75,8 @@ public:
     /// From any thread.
     virtual void post(std::function<void()> job) = 0;
     virtual void postAfter(Duration delay, std::function<void()> job) = 0;
-    /// Blocks until everything posted before has run; returns at once when called from this queue.
+    /// Blocks until everything posted before has run; returns at once when called from this queue. A delayed
+    /// job counts from when its delay has passed.
     virtual void drain() = 0;
     virtual bool isCurrent() const = 0;
 };
@@ -79,10 +85,11 @@ public:
 class Background {
 public:
     virtual ~Background() = default;
-    /// Runs the job on some worker. The job catches its own failures: one that escapes ends the process. From any
-    /// thread.
+    /// Runs the job on some worker. The job catches its own failures: one that escapes ends the process. From
+    /// any thread.
     virtual TaskHandle run(Priority priority, std::function<void(std::stop_token)> job) = 0;
-    /// A new serial queue; `label` is for debugging. Dropping it lets posted jobs end and drops delayed ones.
+    /// A new serial queue; `label` is for debugging. Dropping it lets posted jobs end, without waiting for
+    /// them, and drops delayed ones.
     virtual std::unique_ptr<SerialQueue> serialQueue(std::string label, Priority priority) = 0;
 };
 
@@ -95,31 +102,29 @@ public:
     [[nodiscard]] TimerHandle postAfter(Duration delay, std::function<void()> job) override;
     bool isMainThread() const override;
 
-    /// Runs jobs until quit() is called.
+    /// Runs jobs until quit() is called; returns at once if it was called before.
     void run();
-    /// Runs jobs until `done` is true or `timeout` has passed; returns done().
+    /// Runs jobs until `done` is true, `timeout` has passed or quit() is called; returns done().
     bool runUntil(const std::function<bool()>& done, Duration timeout);
     /// From any thread.
     void quit();
 
 private:
-    struct Timer {
-        std::uint64_t id;
-        std::function<void()> job;
-    };
-    bool runOnce(Duration longestWait);
+    using Timers = std::multimap<Duration, std::function<void()>>;  // by due time on the monotonic clock
+    void runOnce(Duration longestWait);
+    bool quitting();
 
     std::thread::id mainThread_;
     std::mutex queueLock_;  // guards jobs_ and quit_
     std::condition_variable wake_;
     std::deque<std::function<void()>> jobs_;
     bool quit_ = false;
-    std::multimap<Duration, Timer> timers_;  // by due time on the monotonic clock; main thread only
-    std::uint64_t nextTimer_ = 1;
+    std::shared_ptr<Timers> timers_ =
+        std::make_shared<Timers>();  // main thread only; handles may outlive the loop
 };
 
-/// A pool of threads, lower priorities waiting behind higher ones, each serial queue on a worker of its own while
-/// it has work.
+/// A pool of threads, lower priorities waiting behind higher ones. A serial queue takes one worker at a time,
+/// a turn for each job, so that a busy one keeps nobody else out.
 class ThreadPool final : public Background {
 public:
     explicit ThreadPool(unsigned threads);
@@ -130,6 +135,7 @@ public:
 
 private:
     struct State;
+    friend class PoolSerialQueue;
     std::shared_ptr<State> state_;
     std::vector<std::jthread> workers_;
 };

@@ -52,6 +52,7 @@ public:
     static Json object(std::initializer_list<Member> members = {});
 
     bool isNull() const { return std::holds_alternative<std::monostate>(value_); }
+    bool isInteger() const { return std::holds_alternative<std::int64_t>(value_); }
     const bool* asBool() const { return std::get_if<bool>(&value_); }
     /// An integer, or a number without a fraction that fits.
     std::optional<std::int64_t> asInt() const;
@@ -85,7 +86,9 @@ public:
         sortedCompact,  ///< keys sorted by bytes: the same value always gives the same text
         sortedPretty,
     };
-    /// Ill-formed UTF-8 in strings is repaired. With `escapeSlashes`, "/" is written "\/".
+    /// Ill-formed UTF-8 in strings is repaired. Whole numbers have no fraction, others the shortest form that
+    /// reads back as the same double; what is not finite becomes null. With `escapeSlashes`, "/" is written
+    /// "\/".
     std::string dump(Style style = Style::compact, bool escapeSlashes = false) const;
 
 private:

@@ -7,14 +7,17 @@
 
 namespace vesk {
 
-using TimePoint = std::chrono::system_clock::time_point;
-using Duration = std::chrono::nanoseconds;
+/// Microseconds since 1970: reaches every year that a note may name. (Nanoseconds end in 1677 and 2262.)
+using TimePoint = std::chrono::time_point<std::chrono::system_clock, std::chrono::microseconds>;
+using Duration = std::chrono::microseconds;
 using Seconds = std::chrono::duration<double>;
 
 /// What a missing date counts as: 0001-01-01T00:00:00Z, before every real one.
 TimePoint distantPast();
 
-/// Seconds since 1970-01-01T00:00:00Z, to the microsecond. The form of every time in SQLite.
+/// Seconds since 1970-01-01T00:00:00Z, to the microsecond. The form of every time in SQLite. There and back
+/// gives the same time up to the year 2242; a double has no room for microseconds after it (milliseconds last
+/// to 9999).
 double secondsSince1970(TimePoint time);
 TimePoint timeFromSecondsSince1970(double seconds);
 /// Seconds since 2001-01-01T00:00:00Z: the form of dates in the JSON files that the application keeps.
@@ -29,8 +32,8 @@ public:
     virtual TimePoint now() const = 0;
     /// Time since some fixed moment: never goes back.
     virtual Duration monotonic() const = 0;
-    /// Blocks the calling worker for `duration` or until `stop` is requested; false if stopped. Never on the main
-    /// thread.
+    /// Blocks the calling worker for `duration` or until `stop` is requested; false if stopped. Never on the
+    /// main thread.
     virtual bool sleep(Duration duration, std::stop_token stop) = 0;
 };
 
@@ -61,13 +64,14 @@ struct DateComponents {
 };
 
 DateComponents components(TimePoint time, const Calendar& calendar);
-/// The moment of a date and time; a time in the gap of a clock change moves on by the gap. Values out of range
-/// roll over (day 31 of April is 1 May).
+/// The moment of a date and time; a time in the gap of a clock change moves on by the gap, one that comes
+/// twice is the first. Values out of range roll over (day 31 of April is 1 May).
 TimePoint date(const DateComponents& components, const Calendar& calendar);
+/// The first moment of the day: later than 00:00 where a clock change takes midnight away.
 TimePoint startOfDay(TimePoint time, const Calendar& calendar);
 enum class CalendarUnit { second, minute, hour, day, week, month, year };
-/// Wall-clock arithmetic for days and above (31 January + 1 month is 28 or 29 February; the time of day is kept),
-/// elapsed time for hours and below.
+/// Wall-clock arithmetic for days and above (31 January + 1 month is 28 or 29 February; the time of day is
+/// kept), elapsed time for hours and below.
 TimePoint adding(int amount, CalendarUnit unit, TimePoint time, const Calendar& calendar);
 
 }  // namespace vesk

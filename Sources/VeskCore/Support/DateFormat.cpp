@@ -1,0 +1,235 @@
+#include "VeskCore/Support/DateFormat.h"
+
+#include <fmt/format.h>
+#include <unicode/gregocal.h>
+#include <unicode/smpdtfmt.h>
+
+#include <chrono>
+#include <limits>
+#include <mutex>
+
+#include "VeskCore/Support/Ensure.h"
+#include "VeskCore/Support/Text.h"
+
+namespace vesk {
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+double icuDate(TimePoint time) {
+    return static_cast<double>(std::chrono::floor<milliseconds>(time).time_since_epoch().count());
+}
+
+icu::UnicodeString icuText(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(
+        text.data(), static_cast<std::int32_t>(std::min<std::size_t>(text.size(), 1 << 30))));
+}
+
+std::unique_ptr<icu::SimpleDateFormat> makeFormat(const icu::UnicodeString& pattern,
+                                                  const icu::TimeZone& zone) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale locale("en_US_POSIX");
+    auto format = std::make_unique<icu::SimpleDateFormat>(pattern, locale, status);
+    VESK_ENSURE(U_SUCCESS(status));
+    auto calendar = std::make_unique<icu::GregorianCalendar>(zone, locale, status);
+    VESK_ENSURE(U_SUCCESS(status));
+    calendar->setGregorianChange(-std::numeric_limits<double>::max(), status);
+    VESK_ENSURE(U_SUCCESS(status));
+    calendar->setSkippedWallTimeOption(UCAL_WALLTIME_LAST);
+    calendar->setRepeatedWallTimeOption(UCAL_WALLTIME_FIRST);
+    format->adoptCalendar(calendar.release());
+    format->setLenient(false);
+    return format;
+}
+
+/// Whether the pattern has a letter for the zone outside quoted text: then the text itself says the zone.
+bool namesZone(std::string_view pattern) {
+    bool quoted = false;
+    for (char c : pattern) {
+        if (c == '\'') {
+            quoted = !quoted;
+        } else if (!quoted && std::string_view("zZOvVXx").find(c) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<double> parseWhole(const icu::SimpleDateFormat& format, const icu::UnicodeString& text) {
+    icu::ParsePosition position(0);
+    double date = format.parse(text, position);
+    if (position.getErrorIndex() >= 0 || position.getIndex() != text.length()) return {};
+    // Years of one to four digits: what every form that a date takes here has room for.
+    constexpr double kFirst = -62'135'596'800'000.0, kBehind = 253'402'300'800'000.0, kDay = 86'400'000.0;
+    if (!(date >= kFirst - kDay && date < kBehind + kDay)) return {};
+    return date;
+}
+
+std::string formatted(const icu::DateFormat& format, TimePoint time) {
+    icu::UnicodeString text;
+    format.format(icuDate(time), text);
+    std::string result;
+    return text.toUTF8String(result);
+}
+
+}  // namespace
+
+struct DateFormat::Impl {
+    mutable std::mutex formatsLock;  // ICU's formats are for one thread at a time
+    std::unique_ptr<icu::SimpleDateFormat> format;
+    std::unique_ptr<icu::SimpleDateFormat> check;  // the same in UTC; none when the text names its zone
+};
+
+DateFormat::DateFormat(std::string_view pattern, std::string_view timeZone) {
+    auto impl = std::make_shared<Impl>();
+    auto icuPattern = icuText(pattern);
+    std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(icuText(timeZone)));
+    impl->format = makeFormat(icuPattern, *zone);
+    if (!namesZone(pattern)) impl->check = makeFormat(icuPattern, *icu::TimeZone::getGMT());
+    impl_ = std::move(impl);
+}
+
+DateFormat::~DateFormat() = default;
+DateFormat::DateFormat(const DateFormat&) = default;
+DateFormat& DateFormat::operator=(const DateFormat&) = default;
+
+std::string DateFormat::format(TimePoint time) const {
+    std::lock_guard held(impl_->formatsLock);
+    return formatted(*impl_->format, time);
+}
+
+std::optional<TimePoint> DateFormat::parse(std::string_view text) const {
+    constexpr std::size_t kLongest = 1000;  // far beyond any date
+    if (text.empty() || text.size() > kLongest) return {};
+    auto icu = icuText(text);
+    std::lock_guard held(impl_->formatsLock);
+    if (impl_->check) {
+        // ICU takes one digit for two, other scripts' digits and a wrong weekday. Writing the date again
+        // shows them. In UTC, where no clock change takes a time of day away. Names count without regard to
+        // case.
+        auto date = parseWhole(*impl_->check, icu);
+        if (!date) return {};
+        icu::UnicodeString again;
+        impl_->check->format(*date, again);
+        if (again.caseCompare(icu, U_FOLD_CASE_DEFAULT) != 0) return {};
+    }
+    auto date = parseWhole(*impl_->format, icu);
+    if (!date) return {};
+    return TimePoint(milliseconds(static_cast<std::int64_t>(*date)));
+}
+
+std::string iso8601(TimePoint time) {
+    auto day = std::chrono::floor<std::chrono::days>(time);
+    std::chrono::year_month_day date(day);
+    std::chrono::hh_mm_ss clock(std::chrono::floor<milliseconds>(time - day));
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
+                       static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                       clock.hours().count(), clock.minutes().count(), clock.seconds().count(),
+                       clock.subseconds().count());
+}
+
+namespace {
+
+/// Reads the fields of a date one after the other; after a failure every further read fails.
+class FieldReader {
+public:
+    explicit FieldReader(std::string_view text) : text_(text) {}
+
+    int digits(std::size_t count) {
+        int value = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (text_.empty() || !isAsciiDigit(text_.front())) return fail();
+            value = value * 10 + (text_.front() - '0');
+            text_.remove_prefix(1);
+        }
+        return value;
+    }
+    bool take(char c) {
+        if (failed_ || text_.empty() || text_.front() != c) return false;
+        text_.remove_prefix(1);
+        return true;
+    }
+    void expect(char c) {
+        if (!take(c)) fail();
+    }
+    /// The digits of a fraction of a second; those beyond the microsecond are dropped.
+    microseconds fraction() {
+        int value = 0, unit = 100'000;
+        if (text_.empty() || !isAsciiDigit(text_.front())) fail();
+        while (!text_.empty() && isAsciiDigit(text_.front())) {
+            value += (text_.front() - '0') * unit;
+            unit /= 10;
+            text_.remove_prefix(1);
+        }
+        return microseconds(value);
+    }
+    bool complete() const { return !failed_ && text_.empty(); }
+
+private:
+    int fail() {
+        failed_ = true;
+        text_ = {};
+        return 0;
+    }
+    std::string_view text_;
+    bool failed_ = false;
+};
+
+}  // namespace
+
+std::optional<TimePoint> parseIso8601(std::string_view text) {
+    FieldReader reader(text);
+    int year = reader.digits(4);
+    reader.expect('-');
+    int month = reader.digits(2);
+    reader.expect('-');
+    int day = reader.digits(2);
+    reader.expect('T');
+    int hour = reader.digits(2);
+    reader.expect(':');
+    int minute = reader.digits(2);
+    reader.expect(':');
+    int second = reader.digits(2);
+    microseconds fraction{};
+    if (reader.take('.')) fraction = reader.fraction();
+    std::chrono::minutes offset{};
+    if (!reader.take('Z')) {
+        bool behind = reader.take('-');
+        if (!behind) reader.expect('+');
+        int hours = reader.digits(2);
+        reader.take(':');
+        int minutes = reader.digits(2);
+        if (hours > 23 || minutes > 59) return {};
+        offset = std::chrono::minutes((hours * 60 + minutes) * (behind ? -1 : 1));
+    }
+    std::chrono::year_month_day date{std::chrono::year(year),
+                                     std::chrono::month(static_cast<unsigned>(month)),
+                                     std::chrono::day(static_cast<unsigned>(day))};
+    if (!reader.complete() || !date.ok() || hour > 23 || minute > 59 || second > 59) return {};
+    return TimePoint(std::chrono::sys_days(date)) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
+           std::chrono::seconds(second) + fraction - offset;
+}
+
+const std::string& deviceTimeZone() {
+    static const std::string zone = [] {
+        std::unique_ptr<icu::TimeZone> host(icu::TimeZone::detectHostTimeZone());
+        icu::UnicodeString id;
+        std::string name;
+        if (host) host->getID(id).toUTF8String(name);
+        return name.empty() || name == "Etc/Unknown" ? std::string("UTC") : name;
+    }();
+    return zone;
+}
+
+std::string mediumDateShortTime(TimePoint time, std::string_view timeZone, std::string_view locale) {
+    std::unique_ptr<icu::DateFormat> format(
+        icu::DateFormat::createDateTimeInstance(icu::DateFormat::kMedium, icu::DateFormat::kShort,
+                                                icu::Locale::createCanonical(std::string(locale).c_str())));
+    if (!format) return iso8601(time);  // without ICU's locale data
+    format->adoptTimeZone(icu::TimeZone::createTimeZone(icuText(timeZone)));
+    return formatted(*format, time);
+}
+
+}  // namespace vesk
