@@ -11,12 +11,12 @@ struct CSSColor {
     double red = 0, green = 0, blue = 0, alpha = 1;
     bool operator==(const CSSColor&) const = default;
 
-    /// A named colour (CSS Color Module Level 4), "transparent", #rgb, #rgba, #rrggbb, #rrggbbaa, rgb(), rgba(),
-    /// hsl(), hsla(); none for anything else.
+    /// A named colour (CSS Color Module Level 4), "transparent", #rgb, #rgba, #rrggbb, #rrggbbaa, rgb(),
+    /// rgba(), hsl(), hsla(); none for anything else.
     static std::optional<CSSColor> parse(std::string_view text);
 
-    /// This colour blended over the background and, where the contrast (WCAG 2) would be under 3.0, made lighter or
-    /// darker until it reads.
+    /// This colour blended over the background and, where the contrast (WCAG 2) would be under 3.0, made
+    /// lighter or darker until it reads.
     CSSColor legible(const CSSColor& background) const;
 
     static const CSSColor lightEditorBackground;
@@ -36,8 +36,8 @@ struct HTMLStyle {
 
     bool operator==(const HTMLStyle&) const = default;
 
-    /// The text colour to use on `background`: this style's colour made legible on its own background if it has
-    /// one, else on the editor's. None if the style has no colour.
+    /// The text colour to use on `background`: this style's colour made legible on its own background if it
+    /// has one, else on the editor's. None if the style has no colour.
     std::optional<CSSColor> textColor(const CSSColor& editorBackground) const;
 };
 
