@@ -228,13 +228,9 @@ std::map<std::string, std::string> NoteIndex::excerpts() const {
     return excerpts;
 }
 
-namespace {
-
 std::string sqlIsDocument(std::string_view column) {
     return "(" + Vault::sqlIsPage(column) + " OR " + Vault::sqlIsStylesheet(column) + ")";
 }
-
-}  // namespace
 
 std::vector<std::pair<std::string, std::string>> NoteIndex::Implementation::pending(
     const std::string& clause) const {

@@ -18,6 +18,7 @@
 #include "VeskCore/Index/LinkLookup.h"
 #include "VeskCore/Index/NoteIndex.h"
 #include "VeskCore/Index/NoteRows.h"
+#include "VeskCore/Vault/UbiquityStatus.h"
 
 namespace vesk {
 
@@ -26,6 +27,15 @@ struct StringHash {
     using is_transparent = void;
     std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
+/// Content hashes by path.
+using StoredHashes = std::unordered_map<std::string, std::string, StringHash, std::equal_to<>>;
+
+inline constexpr int usualCacheKibibytes = 16384;
+
+/// Why a file in this state can't be read now, in the words shown for it; none if it can.
+std::optional<std::string_view> pendingReason(UbiquityState status);
+/// The SQL condition for a page or a stylesheet.
+std::string sqlIsDocument(std::string_view column);
 
 /// A blob to bind in place.
 struct Bytes {
@@ -38,7 +48,6 @@ struct NoteIndex::Implementation {
         std::string vector, provider;
     };
     using StoredVectors = std::unordered_map<std::string, StoredVector>;  // by the passage's text
-    using StoredHashes = std::unordered_map<std::string, std::string, StringHash, std::equal_to<>>;
 
     Implementation(NoteIndex& index, KeywordBackend bestBackend) : owner(index), best(bestBackend) {}
 
@@ -134,6 +143,11 @@ struct NoteIndex::Implementation {
     void writeNote(const Note& note, std::string_view hash, const NoteRows& rows, const NoteScan& scan,
                    std::string_view body, bool hadRows);
     void writeLinks(const Note& note, const NoteRows& rows);
+    void writeNotesRow(std::string_view path, std::string_view name, std::string_view title,
+                       std::string_view folder, double modified, double created, std::int64_t size,
+                       std::string_view hash, int wordCount, std::string_view excerpt);
+    /// `replaces`: the path has a text, which goes first.
+    void writeText(std::string_view path, std::string_view title, std::string_view body, bool replaces);
     StoredVectors storedVectors(std::string_view path);
     void writeChunks(std::string_view path, const std::vector<std::string>& chunks,
                      const StoredVectors& vectors);
@@ -150,10 +164,35 @@ struct NoteIndex::Implementation {
     int resolveLinksOf(std::string_view path);
     int resolveAllLinks();
 
+    // All of a vault (NoteIndexReindex.cpp)
+
+    class BulkMode;
+    /// One full reindex on its way.
+    struct FullReindex {
+        int total = 0;
+        const Progress& progress;
+        std::stop_token stop;
+        ReindexSummary summary;
+        void report(int completed, std::string_view path) const;
+        void checkStop() const;  // throws OperationCancelled
+    };
+    ReindexSummary fullReindex(const Vault& vault, const Progress& progress, std::stop_token stop);
+    void reindexNotes(const std::vector<Note>& notes, const std::vector<VaultDocument>& documents,
+                      FullReindex& run);
+
     // Documents (NoteIndexDocuments.cpp)
 
+    /// A document to be written, or one that is pending.
+    struct DocumentWrite {
+        std::optional<PreparedDocument> prepared;
+        std::string path;
+        std::string_view reason;
+    };
+    void reindexDocuments(std::size_t notesBefore, const std::vector<VaultDocument>& documents,
+                          const std::unordered_map<std::string, DocumentStamp>& stamps, FullReindex& run);
     bool write(const PreparedDocument& prepared);
-    std::optional<DocumentStamp> storedStamp(std::string_view path) const;
+    std::unordered_map<std::string, DocumentStamp> storedDocumentStamps() const;
+    std::optional<DocumentStamp> storedStamp(std::string_view path);
     std::vector<std::pair<std::string, std::string>> pending(const std::string& clause) const;
 
     NoteIndex& owner;

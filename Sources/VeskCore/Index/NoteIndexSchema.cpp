@@ -137,7 +137,7 @@ void NoteIndex::Implementation::openConnection() {
     db->exec("PRAGMA journal_mode=WAL");
     db->exec("PRAGMA synchronous=NORMAL");
     db->exec("PRAGMA temp_store=MEMORY");
-    db->exec("PRAGMA cache_size=-16384");
+    db->exec("PRAGMA cache_size=-" + std::to_string(usualCacheKibibytes));
     excludeFromBackup();
 }
 

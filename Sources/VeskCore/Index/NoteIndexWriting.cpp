@@ -6,6 +6,16 @@ namespace vesk {
 
 namespace {
 
+constexpr std::string_view upsertNote = R"(INSERT INTO notes
+    (relative_path, name, title, folder, modified, created, size, content_hash, word_count, excerpt)
+VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)
+ON CONFLICT(relative_path) DO UPDATE SET
+    name = excluded.name, title = excluded.title, folder = excluded.folder, modified = excluded.modified,
+    created = excluded.created, size = excluded.size, content_hash = excluded.content_hash,
+    word_count = excluded.word_count, excerpt = excluded.excerpt)";
+constexpr std::string_view insertProperty =
+    "INSERT INTO properties (note_path, key, value_text, value_num, value_kind) VALUES (?, ?, ?, ?, ?)";
+
 bool isAliasKey(std::string_view key) {
     return key == "alias" || key == "aliases";
 }
@@ -62,23 +72,11 @@ void NoteIndex::Implementation::writeNote(const Note& note, std::string_view has
         deleteDetails(path);
     }
     deletePending(path);
-    write(
-        "INSERT INTO notes (relative_path, name, title, folder, modified, created, size, content_hash, "
-        "word_count, "
-        "excerpt) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT(relative_path) DO UPDATE SET "
-        "name = excluded.name, title = excluded.title, folder = excluded.folder, modified = "
-        "excluded.modified, "
-        "created = excluded.created, size = excluded.size, content_hash = excluded.content_hash, "
-        "word_count = excluded.word_count, excerpt = excluded.excerpt",
-        path, note.name(), rows.title, note.folder(), secondsSince1970(note.modified),
-        secondsSince1970(note.created), note.size, hash, scan.wordCount, scan.excerpt);
-    if (hadRows) write("DELETE FROM note_text WHERE note_path = ?", path);
-    write("INSERT INTO note_text (note_path, title, body) VALUES (?, ?, ?)", path, rows.title, body);
+    writeNotesRow(path, note.name(), rows.title, note.folder(), secondsSince1970(note.modified),
+                  secondsSince1970(note.created), note.size, hash, scan.wordCount, scan.excerpt);
+    writeText(path, rows.title, body, hadRows);
     for (const auto& row : rows.properties) {
-        write(
-            "INSERT INTO properties (note_path, key, value_text, value_num, value_kind) VALUES (?, ?, ?, ?, "
-            "?)",
-            path, row.key, row.text, row.number, row.kind);
+        write(insertProperty, path, row.key, row.text, row.number, row.kind);
     }
     for (const auto& tag : rows.tags) write("INSERT INTO tags (note_path, tag) VALUES (?, ?)", path, tag);
     if (lookup.isBuilt()) {
@@ -99,6 +97,20 @@ void NoteIndex::Implementation::writeNote(const Note& note, std::string_view has
               heading.text, heading.line);
     }
     writeChunks(path, rows.chunks, vectors);
+}
+
+void NoteIndex::Implementation::writeNotesRow(std::string_view path, std::string_view name,
+                                              std::string_view title, std::string_view folder,
+                                              double modified, double created, std::int64_t size,
+                                              std::string_view hash, int wordCount,
+                                              std::string_view excerpt) {
+    write(upsertNote, path, name, title, folder, modified, created, size, hash, wordCount, excerpt);
+}
+
+void NoteIndex::Implementation::writeText(std::string_view path, std::string_view title,
+                                          std::string_view body, bool replaces) {
+    if (replaces) write("DELETE FROM note_text WHERE note_path = ?", path);
+    write("INSERT INTO note_text (note_path, title, body) VALUES (?, ?, ?)", path, title, body);
 }
 
 NoteIndex::Implementation::StoredVectors NoteIndex::Implementation::storedVectors(std::string_view path) {
