@@ -347,7 +347,9 @@ std::size_t utf16Length(std::string_view text) {
 std::string languageDisplayName(std::string_view languageCode) {
     const icu::Locale locale{std::string(languageCode).c_str()};
     icu::UnicodeString name;
-    if (!locale.isBogus()) locale.getDisplayLanguage(icu::Locale::getEnglish(), name);
+    // ICU has a name for no language at all, "Unknown language"; the code says more.
+    if (!locale.isBogus() && *locale.getLanguage() != 0)
+        locale.getDisplayLanguage(icu::Locale::getEnglish(), name);
     std::string words;
     name.toUTF8String(words);
     return words.empty() ? std::string(languageCode) : words;
