@@ -8,15 +8,13 @@
 #include "VeskCore/Support/Pattern.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
+#include "VeskCore/Vault/ForeignEdit.h"
 #include "VeskCore/Vault/UbiquityStatus.h"
 #include "VeskCore/Vault/Vault.h"
 
 namespace vesk {
 
 namespace {
-
-/// How copies begin that are kept when two devices changed one note.
-constexpr std::string_view foreignEditMarker = "(conflict from another device";
 
 using NameSet = std::unordered_set<std::string>;
 
@@ -124,7 +122,7 @@ bool looksLikeConflictCopy(const std::string& name) {
     static const Pattern numbered("\\s\\d+$");
     const std::string text = decodedText(std::string(stem(name)));
     return numbered.occursIn(text) || contains(lowercased(text), "conflicted copy") ||
-           contains(text, "sync-conflict") || contains(text, foreignEditMarker);
+           contains(text, "sync-conflict") || contains(text, ForeignEdit::conflictMarker);
 }
 
 }  // namespace
