@@ -74,7 +74,7 @@ void startDownload(const FilePath& path) {
     UbiquitySource& ubiquity = *FilePlatform::current().ubiquity;
     try {
         ubiquity.startDownload(path);
-    } catch (const Error&) {
+    } catch (const std::exception&) {
         if (!stubExists(path)) throw;
         ubiquity.startDownload(stubPath(path));
     }
@@ -147,7 +147,7 @@ int materialiseAll(const FilePath& folder, const std::set<std::string, std::less
         try {
             startDownload(path);
             ++requests;
-        } catch (const Error&) {  // this file stays owed; the others are still asked for
+        } catch (const std::exception&) {  // this file stays owed; the others are still asked for
         }
     };
     const auto isWanted = [&extensions](std::string_view name) {

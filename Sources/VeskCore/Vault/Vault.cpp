@@ -179,9 +179,9 @@ std::string Vault::moveNote(std::string_view relativePath, std::string_view fold
     const FilePath directory = folderPath(folder);
     requireReallyInside(from.parent_path());
     requireMaterialisedForMove(from);
-    files().createDirectories(directory);
     const FilePath to = directory / from.filename();
     if (to == from) return std::string(relativePath);
+    files().createDirectories(directory);
     return moveItem(from, to);
 }
 

@@ -182,7 +182,7 @@ std::string Vault::saveAttachment(std::string_view data, std::string_view extens
                                   const Calendar& calendar,
                                   const std::optional<std::string>& subfolder) const {
     // An extension is no way into another folder.
-    std::string ending = lowercased(decodedText(std::string(trimCharacters(extension, ". "))));
+    std::string ending = lowercased(decodedText(std::string(trimCharacters(extension, ". \t"))));
     ending = replaceAll(replaceAll(ending, "/", "-"), std::string_view("\0", 1), "-");
     const std::string stem = preferredStem && !preferredStem->empty()
                                  ? withoutBlanks(*preferredStem)
