@@ -1,5 +1,5 @@
-// Whole saved pages and stylesheets reduced to plain text for the index. Linear, no DOM, never fails. Pure; any
-// thread.
+// Whole saved pages and stylesheets reduced to plain text for the index. Linear, no DOM, never fails. Pure;
+// any thread.
 #pragma once
 
 #include <cstddef>
