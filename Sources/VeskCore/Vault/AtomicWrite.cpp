@@ -41,9 +41,9 @@ std::string textOfFile(std::string bytes) {
 std::optional<std::string> localText(const FilePath& path) {
     try {
         return textOfFile(files().read(path, {}));
-    } catch (const SystemError& error) {
-        if (error.code == ENOENT || error.code == ENOTDIR) return {};
-        throw;
+    } catch (const SystemError&) {
+        if (files().exists(path)) throw;
+        return {};
     }
 }
 

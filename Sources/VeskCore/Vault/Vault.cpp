@@ -217,6 +217,10 @@ bool Vault::isUntitled(std::string_view path) {
 }
 
 FilePath Vault::insidePath(std::string_view relativePath) const {
+    // The system's calls would take such a path for another, shorter one.
+    if (relativePath.find('\0') != relativePath.npos) {
+        throw SystemError(EINVAL, "open", std::string(relativePath));
+    }
     // Nothing here expands a tilde, so a note of the vault whose own name begins with one can be worked with.
     const bool isOwnTildeName = relativePath.starts_with('~') && !hasParentComponent(relativePath) &&
                                 files().linkInfo(absolutePath(split(relativePath, '/').front()));

@@ -60,7 +60,8 @@ std::vector<FilePath> VaultBookmarks::olderVaultsThatOpen(std::size_t most) cons
         auto resolved = bookmarks_.resolve(remembered[i]);
         if (!resolved || !openable(resolved->path)) continue;
         auto address = standardised(resolved->path);
-        if (std::find(found.begin(), found.end(), address) == found.end()) found.push_back(std::move(address));
+        if (std::find(found.begin(), found.end(), address) == found.end())
+            found.push_back(std::move(address));
     }
     return found;
 }
