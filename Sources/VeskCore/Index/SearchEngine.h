@@ -1,6 +1,7 @@
 // Keyword, semantic and hybrid search over the index, and the retrieval of passages for the assistant.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -29,7 +30,8 @@ struct SearchHit {
 
     /// The path, with "#" and the ordinal when there is one.
     std::string id() const;
-    /// The snippet as one plain line for a result row; none if it adds nothing to the title.
+    /// The snippet as plain text for a result row, cut so that its first match shows; none if it adds nothing
+    /// to the title.
     std::optional<std::string> passage() const;
     bool operator==(const SearchHit&) const = default;
 };
@@ -53,19 +55,30 @@ public:
     /// The passages most worth quoting; an empty embedding leaves the semantic arm out.
     std::vector<RetrievedChunk> retrieveSync(std::string_view query, std::span<const float> embedding,
                                              int limit) const;
-    /// retrieveSync() on the search queue ("com.tarnlight.vesk.search"); `done` is called on it.
+    /// retrieveSync() on the search queue ("com.tarnlight.vesk.search"); `done` is called on it. The engine
+    /// outlives the queue's jobs.
     void retrieve(std::string query, std::vector<float> embedding, int limit, SerialQueue& searchQueue,
                   std::function<void(std::vector<RetrievedChunk>)> done) const;
 
-    /// The positive terms' document counts, lower-cased, and the number of notes.
+    /// How many notes each positive term is found in, and how many there are.
     struct Rarity {
-        std::map<std::string, int> counts;
+        std::map<SearchQuery::Term, int> counts;
         int total = 0;
+        /// 0 for a term that was not counted.
+        int count(const SearchQuery::Term& term) const;
+        /// By lower-cased term: the fewer notes, the higher.
         std::map<std::string, double> weights() const;
     };
     Rarity rarity(const SearchQuery& query) const;
     SearchQuery informativeTerms(const SearchQuery& query, const Rarity& rarity) const;
     SearchQuery rarestTerms(const SearchQuery& query, const Rarity& rarity) const;
+
+    /// A passage by its place and its cosine with a query.
+    struct Neighbour {
+        std::string path;
+        int ordinal = 0;
+        double score = 0;
+    };
 
     // Pure parts
 
@@ -78,22 +91,25 @@ public:
     static Snippet makeSnippet(std::string_view body, const std::vector<std::string>& words, int window);
     /// The text without the markers U+0001 and U+0002, and the ranges between them.
     static Snippet parseMarkedSnippet(std::string_view marked);
-    static double likeScore(std::string_view title, std::string_view body, const std::vector<std::string>& words);
+    static double likeScore(std::string_view title, std::string_view body,
+                            const std::vector<std::string>& words);
     /// Identifiers by 1 / (k + rank) summed over the lists, best first.
     static std::vector<std::pair<std::string, double>> reciprocalRankFusion(
         const std::vector<std::vector<std::string>>& lists, double k = 60);
     static bool isPictureOnly(std::string_view text);
 
 private:
-    std::vector<SearchHit> candidates(const SearchQuery& query, int limit) const;
-    std::vector<SearchHit> fullText(const SearchQuery& query, const std::string& expression, int limit) const;
-    std::vector<SearchHit> like(const SearchQuery& query, int limit) const;
-    std::vector<SearchHit> metadataOnly(const SearchQuery& query, int limit) const;
+    std::vector<SearchHit> candidates(const SearchQuery& query, std::int64_t limit) const;
+    std::vector<SearchHit> fullText(const SearchQuery& query, const std::string& expression,
+                                    std::int64_t limit) const;
+    std::vector<SearchHit> like(const SearchQuery& query, std::int64_t limit) const;
+    std::vector<SearchHit> metadataOnly(const SearchQuery& query, std::int64_t limit) const;
     std::vector<SearchHit> applyLineFilter(std::vector<SearchHit> hits, const SearchQuery& query) const;
-    std::vector<RetrievedChunk> bestChunks(std::string_view path, std::string_view title,
-                                           const std::vector<std::string>& words,
-                                           const std::map<std::string, double>& weights, int take,
-                                           bool padUnmatched) const;
+    std::vector<Neighbour> nearest(std::span<const float> vector, const std::optional<std::string>& provider,
+                                   int limit, double minimumScore) const;
+    std::vector<Neighbour> nearestOrNone(std::span<const float> vector, int limit) const;
+    std::vector<RetrievedChunk> retrieved(const SearchQuery& query, std::span<const float> embedding,
+                                          int limit) const;
 
     const NoteIndex& index_;
     Log& log_;

@@ -1,6 +1,7 @@
 // The query language of the search field and the assistant. Pure; any thread.
 #pragma once
 
+#include <compare>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +16,7 @@ struct SearchQuery {
     struct Term {
         std::string text;
         bool isPhrase = false, isNegated = false;
-        bool operator==(const Term&) const = default;
+        auto operator<=>(const Term&) const = default;
     };
 
     std::string raw;  ///< as typed
