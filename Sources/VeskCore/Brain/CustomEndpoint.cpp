@@ -70,7 +70,10 @@ std::optional<std::string> CustomEndpoint::normalise(std::string_view text) {
     const char* host = uri ? g_uri_get_host(uri.get()) : nullptr;
     if (!host || *host == '\0') return std::nullopt;
     if (std::string_view(g_uri_get_path(uri.get())).find("/v1") != std::string_view::npos) return address;
-    address.insert(std::min(address.find_first_of("?#"), address.size()), "/v1");
+    // Behind the path, whose own trailing slashes were not at the text's end if a query follows.
+    std::size_t pathEnd = std::min(address.find_first_of("?#"), address.size());
+    while (address[pathEnd - 1] == '/') address.erase(--pathEnd, 1);
+    address.insert(pathEnd, "/v1");
     return address;
 }
 

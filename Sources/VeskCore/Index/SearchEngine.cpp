@@ -37,13 +37,31 @@ std::vector<SearchHit> stylesheetsLast(std::vector<SearchHit> hits) {
                            [](const SearchHit& hit) { return std::string_view(hit.notePath); });
 }
 
-/// A group holds in a body if one line has all of its words. Both are case-folded.
-bool someLineHoldsAll(const std::vector<std::string_view>& lines, const std::vector<std::string>& words) {
-    return std::any_of(lines.begin(), lines.end(), [&](std::string_view line) {
-        return std::all_of(words.begin(), words.end(),
-                           [&](const std::string& word) { return line.find(word) != line.npos; });
-    });
-}
+/// A body's lines as they stand and folded for a quick look: folding keeps the line ends.
+struct FoldedLines {
+    std::string folded;
+    std::vector<std::string_view> lines, foldedLines;
+
+    explicit FoldedLines(std::string_view body)
+        : folded(caseFolded(body)), lines(split(body, '\n')), foldedLines(split(folded, '\n')) {}
+    FoldedLines(const FoldedLines&) = delete;
+    FoldedLines& operator=(const FoldedLines&) = delete;
+
+    bool someHoldsAll(const std::vector<std::string>& words,
+                      const std::vector<std::string>& foldedWords) const {
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            const bool looksRight = std::all_of(
+                foldedWords.begin(), foldedWords.end(),
+                [&](const std::string& word) { return foldedLines[i].find(word) != std::string_view::npos; });
+            if (looksRight && std::all_of(words.begin(), words.end(), [&](const std::string& word) {
+                    return containsIgnoringCase(lines[i], word);
+                })) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
 
 }  // namespace
 
@@ -184,17 +202,18 @@ std::vector<SearchHit> SearchEngine::metadataOnly(const SearchQuery& query, std:
 std::vector<SearchHit> SearchEngine::applyLineFilter(std::vector<SearchHit> hits,
                                                      const SearchQuery& query) const {
     if (query.lineGroups.empty()) return hits;
-    auto groups = query.lineGroups;
-    for (auto& group : groups) {
+    auto foldedGroups = query.lineGroups;
+    for (auto& group : foldedGroups) {
         for (auto& word : group) word = caseFolded(word);
     }
     std::erase_if(hits, [&](const SearchHit& hit) {
         const auto body = index_.body(hit.notePath);
         if (!body) return true;
-        const std::string folded = caseFolded(*body);
-        const auto lines = split(folded, '\n');
-        return !std::all_of(groups.begin(), groups.end(),
-                            [&](const auto& group) { return someLineHoldsAll(lines, group); });
+        const FoldedLines lines(*body);
+        for (std::size_t i = 0; i < foldedGroups.size(); ++i) {
+            if (!lines.someHoldsAll(query.lineGroups[i], foldedGroups[i])) return true;
+        }
+        return false;
     });
     return hits;
 }

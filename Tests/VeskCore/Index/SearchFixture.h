@@ -43,8 +43,10 @@ public:
                                      .size = static_cast<std::int64_t>(text.size())},
                        text);
     }
-    void embed(const std::string& path, int ordinal, std::vector<float> vector, std::string_view provider = "p") {
-        index->storeEmbeddings({{.notePath = path, .ordinal = ordinal, .vector = std::move(vector)}}, provider);
+    void embed(const std::string& path, int ordinal, std::vector<float> vector,
+               std::string_view provider = "p") {
+        index->storeEmbeddings({{.notePath = path, .ordinal = ordinal, .vector = std::move(vector)}},
+                               provider);
     }
     /// The log since the index was opened.
     std::vector<std::string> logged() const {
@@ -89,7 +91,8 @@ inline std::vector<std::string> marked(std::string_view text, const std::vector<
     const std::u16string units = utf16(text);
     std::vector<std::string> result;
     for (const auto& range : ranges) {
-        result.push_back(range.end() <= units.size() ? utf8(units.substr(range.location, range.length)) : "outside");
+        result.push_back(range.end() <= units.size() ? utf8(units.substr(range.location, range.length))
+                                                     : "outside");
     }
     return result;
 }

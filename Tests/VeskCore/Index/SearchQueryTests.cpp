@@ -79,7 +79,8 @@ TEST(SearchQuery, BuildsFullTextExpressions) {
         {"words and phrases", "alpha \"b c\"", "\"alpha\"* AND \"b c\"", "\"alpha\"* OR \"b c\""},
         {"exclusion", "a b -c -\"d e\"", "\"a\"* AND \"b\"* NOT (\"c\" OR \"d e\")",
          "(\"a\"* OR \"b\"*) NOT (\"c\" OR \"d e\")"},
-        {"line words are prefixes", "line:(x y) \"z\"", "\"z\" AND \"x\"* AND \"y\"*", "\"z\" OR \"x\"* OR \"y\"*"},
+        {"line words are prefixes", "line:(x y) \"z\"", "\"z\" AND \"x\"* AND \"y\"*",
+         "\"z\" OR \"x\"* OR \"y\"*"},
         {"quotes are doubled", "say\"hi", "\"say\"\"hi\"*", "\"say\"\"hi\"*"},
         {"operators are words", "AND NEAR(a body:x a* ^b", "\"AND\"* AND \"NEAR(a body:x a* ^b\"*",
          "\"AND\"* OR \"NEAR(a body:x a* ^b\"*"},
@@ -92,7 +93,8 @@ TEST(SearchQuery, BuildsFullTextExpressions) {
         EXPECT_EQ(query.ftsAnyExpression(), row.any) << row.name;
     }
     const auto nul = SearchQuery::parse(std::string_view("a\0b", 3));
-    EXPECT_EQ(nul.ftsExpression(), "\"a b\"*") << "SQLite would end the expression at the NUL, inside the quotes";
+    EXPECT_EQ(nul.ftsExpression(), "\"a b\"*")
+        << "SQLite would end the expression at the NUL, inside the quotes";
 }
 
 TEST(SearchQuery, NarrowsRowsByEscapedPatterns) {
