@@ -1,6 +1,6 @@
-// The object that lives exactly as long as one open vault. It owns the vault's index, search, watcher, embedder, held-text
-// store and document queue; turns file changes into index changes; is the one door through which the editor saves; and
-// publishes what the interface shows of the vault.
+// The object that lives exactly as long as one open vault. It owns the vault's index, search, watcher,
+// embedder, held-text store and document queue; turns file changes into index changes; is the one door
+// through which the editor saves; and publishes what the interface shows of the vault.
 #pragma once
 
 #include <cstdint>
@@ -54,7 +54,8 @@ public:
     std::string relativePath;
 };
 
-/// Main thread only. Tasks of its own hold it weakly: made as a shared_ptr by the workspace, stopped once, then dropped.
+/// Main thread only. Tasks of its own hold it weakly: made as a shared_ptr by the workspace, stopped once,
+/// then dropped.
 class VaultSession : public std::enable_shared_from_this<VaultSession> {
 public:
     /// Throws what the support folder or the index throws.
@@ -79,7 +80,7 @@ public:
     Observable<double> indexProgress;  ///< 0 to 1
     Observable<std::string> status;
     Observable<std::vector<NoteConflict>> conflicts;
-    Observable<std::vector<std::string>> pendingDownload;   ///< arrival order
+    Observable<std::vector<std::string>> pendingDownload;  ///< arrival order
     Observable<std::vector<std::string>> pendingDocuments;
     EventStream<std::set<std::string>> documentChanges;
     Observable<int> embeddedChunks;
@@ -122,10 +123,12 @@ public:
     int diskRevisionOf(std::string_view path) const;
     /// Throws NewerVersionDownloading, ForeignEdit::CopyKeptButSaveFailed and what reading and writing throw.
     ForeignEdit::Outcome saveEditorText(const std::string& text, const std::string& path,
-                                        const std::optional<std::string>& baseline, bool waitingForNewerVersion);
+                                        const std::optional<std::string>& baseline,
+                                        bool waitingForNewerVersion);
     /// Throws NewerVersionDownloading and what reading throws.
     ForeignEdit::Disk editorDisk(const std::string& path);
-    /// The session's own write of a whole file. With `expected` the file is replaced only while it holds that.
+    /// The session's own write of a whole file. With `expected` the file is replaced only while it holds
+    /// that.
     void write(const std::string& text, const FilePath& path, const ForeignEdit::Disk* expected = nullptr);
     void awaitCurrentVersion(const std::string& path);
 

@@ -1,8 +1,8 @@
 #include "VeskCommand/CommandContext.h"
 
-#include <cstdlib>
-
 #include <fmt/core.h>
+
+#include <cstdlib>
 
 #include "VeskCore/Index/NoteIndex.h"
 #include "VeskCore/Platform/FilePlatform.h"
@@ -36,13 +36,15 @@ std::optional<Note> noteAt(const Vault& vault, std::string_view path) {
 
 Vault CommandContext::namedVault() const {
     if (!vaultOption.empty()) return Vault(absolute(vaultOption));
-    if (const char* variable = std::getenv("VESK_VAULT"); variable && *variable) return Vault(absolute(variable));
+    if (const char* variable = std::getenv("VESK_VAULT"); variable && *variable)
+        return Vault(absolute(variable));
     auto restored = VaultBookmarks(defaults, bookmarks).restoreMostRecent();
     return match(
         restored, [](const VaultBookmarks::Restored::Vault& last) { return Vault(last.path); },
         [](const VaultBookmarks::Restored::Unavailable& lost) -> Vault {
-            throw CommandError(fmt::format("The last vault used, {}, can't be opened. Name another with --vault DIR.",
-                                           lost.path ? "“" + *lost.path + "”" : std::string("a folder that is gone")));
+            throw CommandError(
+                fmt::format("The last vault used, {}, can't be opened. Name another with --vault DIR.",
+                            lost.path ? "“" + *lost.path + "”" : std::string("a folder that is gone")));
         },
         [](const VaultBookmarks::Restored::NothingRemembered&) -> Vault {
             throw CommandError("No vault is known yet. Name one with --vault DIR or in VESK_VAULT.");
@@ -52,13 +54,16 @@ Vault CommandContext::namedVault() const {
 Vault CommandContext::vault() const {
     const Vault named = namedVault();
     const auto info = FilePlatform::current().files->info(named.root());
-    if (!info) throw CommandError(fmt::format("Vault folder is missing: {} doesn't exist.", named.root().string()));
+    if (!info)
+        throw CommandError(fmt::format("Vault folder is missing: {} doesn't exist.", named.root().string()));
     if (info->kind != FileKind::directory) {
         throw CommandError(fmt::format("{} is a file. A vault is a folder.", named.root().string()));
     }
-    // Only a vault that isn't the last one already is written down, so that reading commands leave the settings alone.
+    // Only a vault that isn't the last one already is written down, so that reading commands leave the
+    // settings alone.
     VaultBookmarks remembered(defaults, bookmarks);
-    if (remembered.restoreMostRecent() != VaultBookmarks::Restored{VaultBookmarks::Restored::Vault{named.root()}}) {
+    if (remembered.restoreMostRecent() !=
+        VaultBookmarks::Restored{VaultBookmarks::Restored::Vault{named.root()}}) {
         remembered.store(named.root());
     }
     return named;
@@ -74,7 +79,8 @@ std::string CommandContext::notePath(const Vault& vault, std::string_view typed)
         return *relative;
     }
     const auto clean = standardised(FilePath("/") / std::string(typed)).string().substr(1);
-    if (!Vault::leavesVault(typed) && FilePlatform::current().files->linkInfo(vault.absolutePath(clean))) return clean;
+    if (!Vault::leavesVault(typed) && FilePlatform::current().files->linkInfo(vault.absolutePath(clean)))
+        return clean;
     // Typed in a folder of the vault, with the shell's completion of names there.
     if (auto here = vault.relativePath(absolute(typed));
         here && FilePlatform::current().files->linkInfo(vault.absolutePath(*here))) {
@@ -91,7 +97,8 @@ std::unique_ptr<NoteIndex> CommandContext::openIndex(const Vault& vault, bool mu
     return std::make_unique<NoteIndex>(vault, clock, log);
 }
 
-void CommandContext::notesChanged(const Vault& vault, std::initializer_list<std::string_view> paths) const noexcept {
+void CommandContext::notesChanged(const Vault& vault,
+                                  std::initializer_list<std::string_view> paths) const noexcept {
     try {
         if (!FilePlatform::current().files->exists(vault.indexPath())) return;
         auto index = openIndex(vault, true);
@@ -111,8 +118,12 @@ void CommandContext::notesChanged(const Vault& vault, std::initializer_list<std:
     }
 }
 
-void CommandContext::answer(const Json& document) const { out.line(document.dump(Json::Style::pretty)); }
+void CommandContext::answer(const Json& document) const {
+    out.line(document.dump(Json::Style::pretty));
+}
 
-void CommandContext::remark(std::string_view text) const { err.line(text); }
+void CommandContext::remark(std::string_view text) const {
+    err.line(text);
+}
 
 }  // namespace vesk::command

@@ -50,19 +50,20 @@ struct CommandContext {
     Terminal out{stdout};
     Terminal err{stderr};
 
-    /// By --vault, VESK_VAULT or the last vault used, in this order; remembered as the last one. Throws CommandError
-    /// when there is none, or none that can be opened.
+    /// By --vault, VESK_VAULT or the last vault used, in this order; remembered as the last one. Throws
+    /// CommandError when there is none, or none that can be opened.
     Vault vault() const;
     /// The same without looking at the folder: for `diagnose`.
     Vault namedVault() const;
-    /// A path that the user typed: relative to the vault, or below the current folder when that lies in the vault.
-    /// Throws VaultWriteError (outsideVault).
+    /// A path that the user typed: relative to the vault, or below the current folder when that lies in the
+    /// vault. Throws VaultWriteError (outsideVault).
     std::string notePath(const Vault& vault, std::string_view typed) const;
 
-    /// Opens the vault's index. With `mustExist` a vault that was never indexed is an error that says what to do.
+    /// Opens the vault's index. With `mustExist` a vault that was never indexed is an error that says what to
+    /// do.
     std::unique_ptr<NoteIndex> openIndex(const Vault& vault, bool mustExist) const;
-    /// Brings an index that exists up to date with notes that this program wrote, moved or moved away. A failure is
-    /// dropped, since the index is only a cache.
+    /// Brings an index that exists up to date with notes that this program wrote, moved or moved away. A
+    /// failure is dropped, since the index is only a cache.
     void notesChanged(const Vault& vault, std::initializer_list<std::string_view> paths) const noexcept;
 
     /// One JSON document on standard output.

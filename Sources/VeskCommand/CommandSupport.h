@@ -1,10 +1,9 @@
 // Small things that every file of commands uses with CLI11.
 #pragma once
 
+#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 #include "VeskCommand/CommandContext.h"
 

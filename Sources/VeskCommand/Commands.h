@@ -1,5 +1,5 @@
-// The commands of `vesk`, by theme. Each function adds its commands to the program; a command's work runs as its callback,
-// throws for failure, and answers on standard output.
+// The commands of `vesk`, by theme. Each function adds its commands to the program; a command's work runs as
+// its callback, throws for failure, and answers on standard output.
 #pragma once
 
 namespace CLI {
@@ -10,12 +10,13 @@ namespace vesk::command {
 
 struct CommandContext;
 
-void addNoteCommands(CLI::App& program, CommandContext& context);      // list diagnose show new write rename move
+void addNoteCommands(CLI::App& program, CommandContext& context);  // list diagnose show new write rename move
 void addPropertyCommands(CLI::App& program, CommandContext& context);  // props set unset
 void addIndexCommands(CLI::App& program, CommandContext& context);     // index status
-void addSearchCommands(CLI::App& program, CommandContext& context);    // search retrieve tags tasks links unresolved
-void addInspectCommands(CLI::App& program, CommandContext& context);   // inspect …
-void addKeyCommands(CLI::App& program, CommandContext& context);       // key …
-void addGenerateCommand(CLI::App& program);                            // completions and the man page, for packaging
+void addSearchCommands(CLI::App& program,
+                       CommandContext& context);  // search retrieve tags tasks links unresolved
+void addInspectCommands(CLI::App& program, CommandContext& context);  // inspect …
+void addKeyCommands(CLI::App& program, CommandContext& context);      // key …
+void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

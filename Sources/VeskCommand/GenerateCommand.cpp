@@ -1,8 +1,8 @@
 // Shell completions and the man page, drawn from the commands themselves so that they never fall behind.
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <functional>
-
-#include <fmt/core.h>
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
@@ -50,7 +50,8 @@ std::string names(const CLI::App& app) {
 std::string bash(const CLI::App& program) {
     std::string cases;
     eachCommand(program, {}, [&](const CLI::App& app, const std::vector<std::string>& words) {
-        cases += fmt::format("        \"{}\") words=\"{} {}\" ;;\n", join(words, " "), names(app), join(flagsOf(app), " "));
+        cases += fmt::format("        \"{}\") words=\"{} {}\" ;;\n", join(words, " "), names(app),
+                             join(flagsOf(app), " "));
     });
     return fmt::format(R"(# bash completion for vesk
 _vesk() {{
@@ -88,9 +89,10 @@ std::string zsh(const CLI::App& program) {
         std::string arguments;
         for (const auto& flag : flagsOf(*sub)) arguments += fmt::format(" '{}'", flag);
         const auto deeper = names(*sub);
-        cases += fmt::format("    {}) {} ;;\n", sub->get_name(),
-                             deeper.empty() ? "_arguments" + arguments + " '*:file:_files'"
-                                            : fmt::format("_arguments '1:command:({})' '*:file:_files'", deeper));
+        cases +=
+            fmt::format("    {}) {} ;;\n", sub->get_name(),
+                        deeper.empty() ? "_arguments" + arguments + " '*:file:_files'"
+                                       : fmt::format("_arguments '1:command:({})' '*:file:_files'", deeper));
     }
     return fmt::format(R"(#compdef vesk
 local -a commands
@@ -108,17 +110,20 @@ esac
 
 std::string fish(const CLI::App& program) {
     std::string text = "# fish completion for vesk\n";
-    const auto quoted = [](const std::string& words) { return replaceAll(replaceAll(words, "\\", "\\\\"), "'", "\\'"); };
+    const auto quoted = [](const std::string& words) {
+        return replaceAll(replaceAll(words, "\\", "\\\\"), "'", "\\'");
+    };
     text += "complete -c vesk -n __fish_use_subcommand -l vault -r -d 'The folder of notes'\n";
     eachCommand(program, {}, [&](const CLI::App& app, const std::vector<std::string>& words) {
         const std::string condition = words.size() == 1
                                           ? std::string("__fish_use_subcommand")
                                           : fmt::format("__fish_seen_subcommand_from {}", words.front());
-        text += fmt::format("complete -c vesk -n '{}' -a {} -d '{}'\n", condition, words.back(), quoted(app.get_description()));
+        text += fmt::format("complete -c vesk -n '{}' -a {} -d '{}'\n", condition, words.back(),
+                            quoted(app.get_description()));
         for (const auto* option : app.get_options()) {
             for (const auto& name : option->get_lnames()) {
-                text += fmt::format("complete -c vesk -n '__fish_seen_subcommand_from {}' -l {} -d '{}'\n", words.back(),
-                                    name, quoted(option->get_description()));
+                text += fmt::format("complete -c vesk -n '__fish_seen_subcommand_from {}' -l {} -d '{}'\n",
+                                    words.back(), name, quoted(option->get_description()));
             }
         }
     });
@@ -141,7 +146,8 @@ void manOptions(std::string& page, const CLI::App& app) {
 
 std::string man(const CLI::App& program) {
     std::string page = fmt::format(
-        ".TH VESK 1 \"\" \"vesk {}\" \"User Commands\"\n.SH NAME\nvesk \\- notes in a folder of Markdown files\n"
+        ".TH VESK 1 \"\" \"vesk {}\" \"User Commands\"\n.SH NAME\nvesk \\- notes in a folder of Markdown "
+        "files\n"
         ".SH SYNOPSIS\n.B vesk\n[\\-\\-vault DIR] COMMAND [ARGUMENTS]\n.SH DESCRIPTION\n{}\n.SH OPTIONS\n",
         VESK_VERSION, roff(program.get_description()));
     manOptions(page, program);
@@ -160,10 +166,12 @@ std::string man(const CLI::App& program) {
             page += ".fi\n";
         }
     });
-    page += ".SH EXIT STATUS\n0 when done, 1 when it failed (the message is on standard error), 2 for wrong usage.\n"
-            ".SH ENVIRONMENT\n.TP\n.B VESK_VAULT\nThe vault, where \\-\\-vault isn't given.\n.TP\n.B NO_COLOR\n"
-            "No colour in the output.\n.SH FILES\n.TP\n.I ~/.config/vesk/defaults.json\nSettings.\n.TP\n"
-            ".I ~/.local/share/Vesk/Indexes\nSearch indexes, rebuilt from the notes whenever they are missing.\n";
+    page +=
+        ".SH EXIT STATUS\n0 when done, 1 when it failed (the message is on standard error), 2 for wrong "
+        "usage.\n"
+        ".SH ENVIRONMENT\n.TP\n.B VESK_VAULT\nThe vault, where \\-\\-vault isn't given.\n.TP\n.B NO_COLOR\n"
+        "No colour in the output.\n.SH FILES\n.TP\n.I ~/.config/vesk/defaults.json\nSettings.\n.TP\n"
+        ".I ~/.local/share/Vesk/Indexes\nSearch indexes, rebuilt from the notes whenever they are missing.\n";
     return page;
 }
 

@@ -26,8 +26,8 @@ void index(const CommandContext& context, bool alwaysProgress) {
     context.out.line(fmt::format("{} indexed, {} unchanged, {} removed in {:.2f} s", summary.indexed,
                                  summary.unchanged, summary.removed, summary.duration));
     if (summary.documentsIndexed + summary.documentsUnchanged > 0) {
-        context.out.line(fmt::format("{} web pages and stylesheets indexed, {} unchanged", summary.documentsIndexed,
-                                     summary.documentsUnchanged));
+        context.out.line(fmt::format("{} web pages and stylesheets indexed, {} unchanged",
+                                     summary.documentsIndexed, summary.documentsUnchanged));
     }
     const auto pending = summary.pending.size() + summary.pendingDocuments.size();
     if (pending > 0) {
@@ -56,19 +56,20 @@ void status(const CommandContext& context) {
     const auto pendingDocuments = noteIndex->pendingDocuments();
     const int waiting = noteIndex->chunkCount() - noteIndex->embeddedChunkCount();
     if (context.json) {
-        context.answer(Json::object({{"vault", toJson(vault.root())},
-                                     {"index", toJson(noteIndex->file())},
-                                     {"provider", rawValue(vault.provider())},
-                                     {"keywordBackend", rawValue(noteIndex->keywordBackend())},
-                                     {"noteCount", noteIndex->noteCount()},
-                                     {"documentCount", noteIndex->documentCount()},
-                                     {"chunkCount", noteIndex->chunkCount()},
-                                     {"embeddedChunkCount", noteIndex->embeddedChunkCount()},
-                                     {"waitingChunkCount", waiting},
-                                     {"embeddingProvider", embedding.isConfigured() ? Json(embedding.id()) : Json()},
-                                     {"lastFullReindex", last ? toJson(*last) : Json()},
-                                     {"pendingNotes", pendingJson(pendingNotes)},
-                                     {"pendingDocuments", pendingJson(pendingDocuments)}}));
+        context.answer(
+            Json::object({{"vault", toJson(vault.root())},
+                          {"index", toJson(noteIndex->file())},
+                          {"provider", rawValue(vault.provider())},
+                          {"keywordBackend", rawValue(noteIndex->keywordBackend())},
+                          {"noteCount", noteIndex->noteCount()},
+                          {"documentCount", noteIndex->documentCount()},
+                          {"chunkCount", noteIndex->chunkCount()},
+                          {"embeddedChunkCount", noteIndex->embeddedChunkCount()},
+                          {"waitingChunkCount", waiting},
+                          {"embeddingProvider", embedding.isConfigured() ? Json(embedding.id()) : Json()},
+                          {"lastFullReindex", last ? toJson(*last) : Json()},
+                          {"pendingNotes", pendingJson(pendingNotes)},
+                          {"pendingDocuments", pendingJson(pendingDocuments)}}));
         return;
     }
     const auto row = [&](std::string_view name, const std::string& value) {
@@ -79,7 +80,8 @@ void status(const CommandContext& context) {
     row("Search", std::string(displayName(noteIndex->keywordBackend())));
     row("Notes", fmt::format("{}", noteIndex->noteCount()));
     row("Web pages", fmt::format("{}", noteIndex->documentCount()));
-    row("Passages", fmt::format("{}, {} with a vector", noteIndex->chunkCount(), noteIndex->embeddedChunkCount()));
+    row("Passages",
+        fmt::format("{}, {} with a vector", noteIndex->chunkCount(), noteIndex->embeddedChunkCount()));
     row("Sentence model", embedding.isConfigured() ? embedding.id() : std::string("not installed"));
     row("Last indexed", last ? mediumDateShortTime(*last, deviceTimeZone(), "") : std::string("never"));
     for (const auto& [path, reason] : pendingNotes) row("Pending", printable(path) + ": " + reason);
@@ -98,7 +100,8 @@ void addIndexCommands(CLI::App& program, CommandContext& context) {
         command->callback([&context, progress] { index(context, *progress); });
     }
     {
-        auto* command = addCommand(program, "status", "What the index holds and what it waits for", "  vesk status");
+        auto* command =
+            addCommand(program, "status", "What the index holds and what it waits for", "  vesk status");
         answersWithData(command, context);
         command->callback([&context] { status(context); });
     }

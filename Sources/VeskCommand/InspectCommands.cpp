@@ -12,8 +12,8 @@
 namespace vesk::command {
 namespace {
 
-/// A file's bytes: by its path from the current folder, else by its path in the vault if there is one. "-" is standard
-/// input.
+/// A file's bytes: by its path from the current folder, else by its path in the vault if there is one. "-" is
+/// standard input.
 std::string bytesOf(const CommandContext& context, const std::string& typed) {
     if (typed == "-") return readStandardInput();
     auto& files = *FilePlatform::current().files;
@@ -34,8 +34,9 @@ FrontmatterDoc docOf(const CommandContext& context, const std::string& typed) {
     return FrontmatterDoc(LineEndings::normalized(decodedText(bytesOf(context, typed))));
 }
 
-void addInspection(CLI::App* inspect, CommandContext& context, const std::string& name, const std::string& description,
-                   const std::string& example, const std::function<Json(const std::string& file)>& answer) {
+void addInspection(CLI::App* inspect, CommandContext& context, const std::string& name,
+                   const std::string& description, const std::string& example,
+                   const std::function<Json(const std::string& file)>& answer) {
     auto* command = addCommand(*inspect, name, description, example);
     auto file = std::make_shared<std::string>();
     command->add_option("FILE", *file, "A file, with or without a vault; - for standard input")->required();
@@ -47,7 +48,8 @@ void addInspection(CLI::App* inspect, CommandContext& context, const std::string
 }  // namespace
 
 void addInspectCommands(CLI::App& program, CommandContext& context) {
-    auto* inspect = addCommand(program, "inspect", "What the readers see in one file, as JSON", "  vesk inspect scan Note.md");
+    auto* inspect = addCommand(program, "inspect", "What the readers see in one file, as JSON",
+                               "  vesk inspect scan Note.md");
     inspect->require_subcommand(1);
     addInspection(inspect, context, "scan", "Links, tags, headings, tasks and words of a note's body",
                   "  vesk inspect scan Note.md", [&context](const std::string& file) {
@@ -56,16 +58,18 @@ void addInspectCommands(CLI::App& program, CommandContext& context) {
     addInspection(inspect, context, "frontmatter", "The slots of a note's properties and its body",
                   "  vesk inspect frontmatter Note.md",
                   [&context](const std::string& file) { return toJson(docOf(context, file)); });
-    addInspection(inspect, context, "chunks", "The passages that a note is cut into", "  vesk inspect chunks Note.md",
-                  [&context](const std::string& file) { return toJson(Chunker::chunks(docOf(context, file).body())); });
+    addInspection(
+        inspect, context, "chunks", "The passages that a note is cut into", "  vesk inspect chunks Note.md",
+        [&context](const std::string& file) { return toJson(Chunker::chunks(docOf(context, file).body())); });
     addInspection(inspect, context, "html", "The text that the index takes from a saved page",
                   "  vesk inspect html Page.html", [&context](const std::string& file) {
                       return toJson(HTMLText::extract(HTMLText::decode(bytesOf(context, file)), true));
                   });
-    addInspection(inspect, context, "css", "The text that the index takes from a stylesheet",
-                  "  vesk inspect css style.css", [&context](const std::string& file) {
-                      return Json::object({{"text", CSSText::indexable(HTMLText::decode(bytesOf(context, file)))}});
-                  });
+    addInspection(
+        inspect, context, "css", "The text that the index takes from a stylesheet",
+        "  vesk inspect css style.css", [&context](const std::string& file) {
+            return Json::object({{"text", CSSText::indexable(HTMLText::decode(bytesOf(context, file)))}});
+        });
 }
 
 }  // namespace vesk::command

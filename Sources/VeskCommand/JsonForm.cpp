@@ -14,22 +14,33 @@ Json tagged(std::string_view name, std::initializer_list<Json::Member> payload =
 
 std::string_view caseName(VaultWarning::Severity severity) {
     switch (severity) {
-        case VaultWarning::Severity::info: return "info";
-        case VaultWarning::Severity::warning: return "warning";
-        case VaultWarning::Severity::critical: return "critical";
+        case VaultWarning::Severity::info:
+            return "info";
+        case VaultWarning::Severity::warning:
+            return "warning";
+        case VaultWarning::Severity::critical:
+            return "critical";
     }
     return "";
 }
 
 }  // namespace
 
-Json toJson(TextRange range) { return Json::object({{"location", range.location}, {"length", range.length}}); }
+Json toJson(TextRange range) {
+    return Json::object({{"location", range.location}, {"length", range.length}});
+}
 
-Json toJson(TimePoint time) { return Json(iso8601(time)); }
+Json toJson(TimePoint time) {
+    return Json(iso8601(time));
+}
 
-Json toJson(const FilePath& path) { return Json("file://" + addingPercentEncoding(path.string(), "/")); }
+Json toJson(const FilePath& path) {
+    return Json("file://" + addingPercentEncoding(path.string(), "/"));
+}
 
-Json toJson(const std::string& text) { return Json(text); }
+Json toJson(const std::string& text) {
+    return Json(text);
+}
 
 Json toJson(const Note& note) {
     return Json::object({{"relativePath", note.relativePath},
@@ -57,12 +68,25 @@ Json toJson(const VaultWarning& warning) {
 
 Json toJson(const YAMLValue& value) {
     return match(
-        value, [](const YAMLValue::String& it) { return tagged("string", {{"text", it.text}}); },
-        [](const YAMLValue::Number& it) { return tagged("number", {{"number", it.number}}); },
-        [](const YAMLValue::Bool& it) { return tagged("bool", {{"bool", it.boolean}}); },
-        [](const YAMLValue::Date& it) { return tagged("date", {{"instant", toJson(it.instant)}}); },
-        [](const YAMLValue::List& it) { return tagged("list", {{"items", toJson(it.items)}}); },
-        [](const YAMLValue::Raw& it) { return tagged("raw", {{"text", it.text}}); },
+        value,
+        [](const YAMLValue::String& it) {
+            return tagged("string", {{"text", it.text}});
+        },
+        [](const YAMLValue::Number& it) {
+            return tagged("number", {{"number", it.number}});
+        },
+        [](const YAMLValue::Bool& it) {
+            return tagged("bool", {{"bool", it.boolean}});
+        },
+        [](const YAMLValue::Date& it) {
+            return tagged("date", {{"instant", toJson(it.instant)}});
+        },
+        [](const YAMLValue::List& it) {
+            return tagged("list", {{"items", toJson(it.items)}});
+        },
+        [](const YAMLValue::Raw& it) {
+            return tagged("raw", {{"text", it.text}});
+        },
         [](const YAMLValue::Null&) { return tagged("null"); });
 }
 
@@ -76,7 +100,9 @@ Json toJson(const FrontmatterDoc& doc) {
                                         {"value", toJson(entry.value)},
                                         {"rawLines", toJson(entry.rawLines)}});
             },
-            [](const FrontmatterDoc::Passthrough& it) { return tagged("passthrough", {{"line", it.line}}); }));
+            [](const FrontmatterDoc::Passthrough& it) {
+                return tagged("passthrough", {{"line", it.line}});
+            }));
     }
     return Json::object({{"slots", Json(std::move(slots))},
                          {"hasFrontmatter", doc.hasFrontmatter()},

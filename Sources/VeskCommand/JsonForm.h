@@ -1,6 +1,6 @@
-// The one JSON form of every answer: field names as the types have them in lowerCamelCase, absent optionals as null, a tagged
-// union as an object with one key (the case's name) over an object of its payload, plain enumerations as case names,
-// ranges as {"location", "length"}, dates as ISO 8601 in UTC with milliseconds.
+// The one JSON form of every answer: field names as the types have them in lowerCamelCase, absent optionals
+// as null, a tagged union as an object with one key (the case's name) over an object of its payload, plain
+// enumerations as case names, ranges as {"location", "length"}, dates as ISO 8601 in UTC with milliseconds.
 #pragma once
 
 #include <string>

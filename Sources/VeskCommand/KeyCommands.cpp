@@ -8,8 +8,8 @@
 namespace vesk::command {
 namespace {
 
-CLI::App* addKeyCommand(CLI::App& key, const std::string& name, const std::string& description, const std::string& example,
-                        std::shared_ptr<std::string> provider) {
+CLI::App* addKeyCommand(CLI::App& key, const std::string& name, const std::string& description,
+                        const std::string& example, std::shared_ptr<std::string> provider) {
     std::vector<std::string> known;
     for (auto id : allBrainProviderIDs) known.emplace_back(rawValue(id));
     auto* command = addCommand(key, name, description, example);
@@ -33,7 +33,8 @@ void addKeyCommands(CLI::App& program, CommandContext& context) {
                   "  vesk key set anthropic\n  pass show anthropic | vesk key set anthropic", provider)
         ->callback([&context, provider] {
             stored(context, *provider);  // an unreachable store is told before the key is asked for
-            const auto value = readSecret(fmt::format("Key for {}: ", displayName(*brainProviderID(*provider))));
+            const auto value =
+                readSecret(fmt::format("Key for {}: ", displayName(*brainProviderID(*provider))));
             if (value.empty()) throw CommandError("No key was given; nothing has changed.");
             Keychain(context.secrets).set(value, *provider);
             if (stored(context, *provider) != value) throw CommandError("The keyring didn't keep the key.");
@@ -48,14 +49,16 @@ void addKeyCommands(CLI::App& program, CommandContext& context) {
         } else if (masked) {
             context.out.line(*masked);
         } else {
-            throw CommandError(fmt::format("There is no key for {}.", displayName(*brainProviderID(*provider))));
+            throw CommandError(
+                fmt::format("There is no key for {}.", displayName(*brainProviderID(*provider))));
         }
     });
-    addKeyCommand(*key, "delete", "Delete a key", "  vesk key delete openai", provider)->callback([&context, provider] {
-        stored(context, *provider);
-        Keychain(context.secrets).set(std::nullopt, *provider);
-        if (stored(context, *provider)) throw CommandError("The keyring didn't let go of the key.");
-    });
+    addKeyCommand(*key, "delete", "Delete a key", "  vesk key delete openai", provider)
+        ->callback([&context, provider] {
+            stored(context, *provider);
+            Keychain(context.secrets).set(std::nullopt, *provider);
+            if (stored(context, *provider)) throw CommandError("The keyring didn't let go of the key.");
+        });
 }
 
 }  // namespace vesk::command

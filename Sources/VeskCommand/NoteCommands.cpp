@@ -1,7 +1,7 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <ctime>
-
-#include <fmt/core.h>
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
@@ -31,8 +31,9 @@ void list(const CommandContext& context, bool documents) {
     }
     const DateFormat day("yyyy-MM-dd HH:mm", deviceTimeZone());
     const auto row = [&](TimePoint modified, std::int64_t size, const std::string& path) {
-        context.out.line(context.out.styled(fmt::format("{}  {:>8}", day.format(modified), size), Tone::faint) + "  " +
-                         printable(path));
+        context.out.line(
+            context.out.styled(fmt::format("{}  {:>8}", day.format(modified), size), Tone::faint) + "  " +
+            printable(path));
     };
     for (const auto& note : notes) row(note.modified, note.size, note.relativePath);
     if (documents) {
@@ -47,7 +48,8 @@ void diagnose(const CommandContext& context) {
         context.answer(toJson(warnings));
         return;
     }
-    if (warnings.empty()) context.out.line(context.out.styled("Nothing is wrong with this folder.", Tone::good));
+    if (warnings.empty())
+        context.out.line(context.out.styled("Nothing is wrong with this folder.", Tone::good));
     for (const auto& warning : warnings) {
         const auto tone = warning.severity == VaultWarning::Severity::critical  ? Tone::bad
                           : warning.severity == VaultWarning::Severity::warning ? Tone::warning
@@ -66,27 +68,31 @@ std::string textOf(const Vault& vault, const std::string& path) {
 void requireNote(const std::string& path) {
     AtomicWrite::refuseDocument(FilePath(path));
     if (Vault::indexedKind(path) != IndexedKind::note) {
-        throw CommandError(fmt::format("“{}” isn't a note: a note's name ends in .md, .markdown, .mdown or .txt.",
-                                       printable(path)));
+        throw CommandError(fmt::format(
+            "“{}” isn't a note: a note's name ends in .md, .markdown, .mdown or .txt.", printable(path)));
     }
 }
 
 /// Text that came through a pipe, as a note holds it.
-std::string noteText() { return LineEndings::normalized(decodedText(readStandardInput())); }
+std::string noteText() {
+    return LineEndings::normalized(decodedText(readStandardInput()));
+}
 
 }  // namespace
 
 void addNoteCommands(CLI::App& program, CommandContext& context) {
     {
-        auto* command = addCommand(program, "list", "List the notes, newest first",
-                                   "  vesk list\n  vesk list --documents\n  vesk list --json | jq -r '.notes[].relativePath'");
+        auto* command = addCommand(
+            program, "list", "List the notes, newest first",
+            "  vesk list\n  vesk list --documents\n  vesk list --json | jq -r '.notes[].relativePath'");
         auto documents = std::make_shared<bool>(false);
         command->add_flag("--documents", *documents, "Saved web pages and stylesheets too");
         answersWithData(command, context);
         command->callback([&context, documents] { list(context, *documents); });
     }
     {
-        auto* command = addCommand(program, "diagnose", "Tell what is wrong with the folder", "  vesk diagnose --vault ~/Notes");
+        auto* command = addCommand(program, "diagnose", "Tell what is wrong with the folder",
+                                   "  vesk diagnose --vault ~/Notes");
         answersWithData(command, context);
         command->callback([&context] { diagnose(context); });
     }
@@ -107,8 +113,9 @@ void addNoteCommands(CLI::App& program, CommandContext& context) {
         });
     }
     {
-        auto* command = addCommand(program, "new", "Make a note from standard input",
-                                   "  vesk new 'Shopping list' --folder Home < list.txt\n  vesk new Empty < /dev/null");
+        auto* command =
+            addCommand(program, "new", "Make a note from standard input",
+                       "  vesk new 'Shopping list' --folder Home < list.txt\n  vesk new Empty < /dev/null");
         auto name = std::make_shared<std::string>();
         auto folder = std::make_shared<std::string>();
         command->add_option("NAME", *name, "The note's name, without extension")->required();
@@ -126,8 +133,9 @@ void addNoteCommands(CLI::App& program, CommandContext& context) {
         });
     }
     {
-        auto* command = addCommand(program, "write", "Put standard input in the place of a note's text, or make the note",
-                                   "  vesk write Inbox.md < text.md\n  vesk show a.md | sed 's/colour/color/' | vesk write a.md");
+        auto* command = addCommand(
+            program, "write", "Put standard input in the place of a note's text, or make the note",
+            "  vesk write Inbox.md < text.md\n  vesk show a.md | sed 's/colour/color/' | vesk write a.md");
         auto path = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
         command->callback([&context, path] {
@@ -147,7 +155,8 @@ void addNoteCommands(CLI::App& program, CommandContext& context) {
         }
     };
     {
-        auto* command = addCommand(program, "rename", "Give a note another name in its folder", "  vesk rename Inbox/idea.md 'A better idea'");
+        auto* command = addCommand(program, "rename", "Give a note another name in its folder",
+                                   "  vesk rename Inbox/idea.md 'A better idea'");
         auto path = std::make_shared<std::string>();
         auto name = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
@@ -161,11 +170,15 @@ void addNoteCommands(CLI::App& program, CommandContext& context) {
         });
     }
     {
-        auto* command = addCommand(program, "move", "Move a note to another folder", "  vesk move Inbox/idea.md Projects/Garden\n  vesk move Projects/idea.md ''");
+        auto* command =
+            addCommand(program, "move", "Move a note to another folder",
+                       "  vesk move Inbox/idea.md Projects/Garden\n  vesk move Projects/idea.md ''");
         auto path = std::make_shared<std::string>();
         auto folder = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
-        command->add_option("FOLDER", *folder, "The folder it goes to, '' for the top; made if it isn't there")->required();
+        command
+            ->add_option("FOLDER", *folder, "The folder it goes to, '' for the top; made if it isn't there")
+            ->required();
         answersWithData(command, context);
         command->callback([&context, path, folder, moved] {
             const Vault vault = context.vault();

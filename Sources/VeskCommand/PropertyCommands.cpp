@@ -31,7 +31,8 @@ void change(const CommandContext& context, const std::string& typed, const std::
 void requireKey(const std::string& key) {
     const auto slots = FrontmatterDoc::parseSlots({key + ": x"});
     const auto* entry = slots.empty() ? nullptr : std::get_if<FrontmatterDoc::Entry>(&slots.front().value);
-    if (key.find('\n') != std::string::npos || !entry || entry->key != key || entry->value != YAMLValue::string("x")) {
+    if (key.find('\n') != std::string::npos || !entry || entry->key != key ||
+        entry->value != YAMLValue::string("x")) {
         throw CommandError(fmt::format("“{}” can't be a property's name.", printable(key)));
     }
 }
@@ -40,7 +41,8 @@ void requireKey(const std::string& key) {
 
 void addPropertyCommands(CLI::App& program, CommandContext& context) {
     {
-        auto* command = addCommand(program, "props", "Show a note's properties", "  vesk props Projects/Garden.md --json");
+        auto* command = addCommand(program, "props", "Show a note's properties",
+                                   "  vesk props Projects/Garden.md --json");
         auto path = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
         answersWithData(command, context);
@@ -62,16 +64,18 @@ void addPropertyCommands(CLI::App& program, CommandContext& context) {
         });
     }
     {
-        auto* command = addCommand(program, "set", "Set a property; everything else in the note stays as it is",
-                                   "  vesk set Garden.md priority 2\n  vesk set Garden.md tags '[garden, plans]'\n"
-                                   "  vesk set Garden.md phone --text 0301234");
+        auto* command =
+            addCommand(program, "set", "Set a property; everything else in the note stays as it is",
+                       "  vesk set Garden.md priority 2\n  vesk set Garden.md tags '[garden, plans]'\n"
+                       "  vesk set Garden.md phone --text 0301234");
         auto path = std::make_shared<std::string>();
         auto key = std::make_shared<std::string>();
         auto value = std::make_shared<std::string>();
         auto text = std::make_shared<bool>(false);
         command->add_option("PATH", *path, "The note's path in the vault")->required();
         command->add_option("KEY", *key, "The property's name")->required();
-        command->add_option("VALUE", *value, "A YAML value: text, a number, a date, true, [a, b]")->required();
+        command->add_option("VALUE", *value, "A YAML value: text, a number, a date, true, [a, b]")
+            ->required();
         command->add_flag("--text", *text, "Take the value as text, whatever it looks like");
         command->callback([&context, path, key, value, text] {
             requireKey(*key);

@@ -1,6 +1,6 @@
-#include <algorithm>
-
 #include <fmt/core.h>
+
+#include <algorithm>
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
@@ -20,8 +20,8 @@ std::string shownSnippet(const CommandContext& context, const SearchHit& hit) {
     for (const auto& range : hit.matchRanges) {
         if (range.location < at || range.end() > units.size()) continue;
         shown += printable(utf8(std::u16string_view(units).substr(at, range.location - at)));
-        shown += context.out.styled(printable(utf8(std::u16string_view(units).substr(range.location, range.length))),
-                                    Tone::match);
+        shown += context.out.styled(
+            printable(utf8(std::u16string_view(units).substr(range.location, range.length))), Tone::match);
         at = range.end();
     }
     return replaceAll(shown + printable(utf8(std::u16string_view(units).substr(at))), "\\n", " ");
@@ -33,7 +33,8 @@ struct QueryVector {
 };
 
 /// The query as a vector, or none with the reason in `why`.
-std::optional<QueryVector> embedded(const CommandContext& context, const std::string& query, std::string& why) {
+std::optional<QueryVector> embedded(const CommandContext& context, const std::string& query,
+                                    std::string& why) {
     LocalEmbedding embedding("en", context.embeddings);
     try {
         auto vectors = embedding.embed({query}, context.stop);
@@ -59,7 +60,8 @@ void search(const CommandContext& context, const std::string& query, const std::
         if (mode == "semantic") {
             hits = engine.semantic(vector->vector, vector->provider, limit, 0);
         } else {
-            hits = engine.hybrid(query, vector ? std::span<const float>(vector->vector) : std::span<const float>(),
+            hits = engine.hybrid(query,
+                                 vector ? std::span<const float>(vector->vector) : std::span<const float>(),
                                  vector ? std::optional(vector->provider) : std::nullopt, limit);
         }
         if (hits.size() > static_cast<std::size_t>(limit)) hits.resize(static_cast<std::size_t>(limit));
@@ -82,8 +84,10 @@ void retrieve(const CommandContext& context, const std::string& query, int limit
     const auto index = context.openIndex(vault, true);
     std::string why;
     const auto vector = embedded(context, query, why);
-    const auto passages = SearchEngine(*index, context.log)
-                              .retrieveSync(query, vector ? std::span<const float>(vector->vector) : std::span<const float>(), limit);
+    const auto passages =
+        SearchEngine(*index, context.log)
+            .retrieveSync(query, vector ? std::span<const float>(vector->vector) : std::span<const float>(),
+                          limit);
     if (context.json) {
         context.answer(toJson(passages));
         return;
@@ -118,7 +122,8 @@ void links(const CommandContext& context, const std::string& typed) {
     for (const auto& source : backlinks) context.out.line("  " + printable(source));
     context.out.line(context.out.styled("Links to", Tone::strong));
     for (const auto& [target, resolved] : outgoing) {
-        context.out.line("  " + printable(target) + (resolved ? " → " + printable(*resolved) : std::string(" (no such note)")));
+        context.out.line("  " + printable(target) +
+                         (resolved ? " → " + printable(*resolved) : std::string(" (no such note)")));
     }
 }
 
@@ -126,18 +131,27 @@ void links(const CommandContext& context, const std::string& typed) {
 
 void addSearchCommands(CLI::App& program, CommandContext& context) {
     {
-        auto* command = addCommand(program, "search", "Search the notes",
-                                   "  vesk search passport renewal\n  vesk search '\"exact words\" -without tag:travel path:Work/ file:2026'\n"
-                                   "  vesk search 'line:(alpha beta)'        both words in one line\n"
-                                   "  vesk search -- -draft                  a query that begins with a hyphen");
+        auto* command =
+            addCommand(program, "search", "Search the notes",
+                       "  vesk search passport renewal\n  vesk search '\"exact words\" -without tag:travel "
+                       "path:Work/ file:2026'\n"
+                       "  vesk search 'line:(alpha beta)'        both words in one line\n"
+                       "  vesk search -- -draft                  a query that begins with a hyphen");
         auto words = std::make_shared<std::vector<std::string>>();
         auto mode = std::make_shared<std::string>("keyword");
         auto limit = std::make_shared<int>(20);
-        command->add_option("QUERY", *words, "Words, \"phrases\", -without, tag: path: file: line:")->required();
-        command->add_option("--mode", *mode, "How to search")->check(CLI::IsMember({"keyword", "semantic", "hybrid"}))->capture_default_str();
-        command->add_option("--limit", *limit, "How many at the most")->check(CLI::Range(1, 10000))->capture_default_str();
+        command->add_option("QUERY", *words, "Words, \"phrases\", -without, tag: path: file: line:")
+            ->required();
+        command->add_option("--mode", *mode, "How to search")
+            ->check(CLI::IsMember({"keyword", "semantic", "hybrid"}))
+            ->capture_default_str();
+        command->add_option("--limit", *limit, "How many at the most")
+            ->check(CLI::Range(1, 10000))
+            ->capture_default_str();
         answersWithData(command, context);
-        command->callback([&context, words, mode, limit] { search(context, decodedText(join(*words, " ")), *mode, *limit); });
+        command->callback([&context, words, mode, limit] {
+            search(context, decodedText(join(*words, " ")), *mode, *limit);
+        });
     }
     {
         auto* command = addCommand(program, "retrieve", "The passages most worth quoting for a question",
@@ -145,9 +159,12 @@ void addSearchCommands(CLI::App& program, CommandContext& context) {
         auto words = std::make_shared<std::vector<std::string>>();
         auto limit = std::make_shared<int>(12);
         command->add_option("QUERY", *words, "A question or words")->required();
-        command->add_option("--limit", *limit, "How many at the most")->check(CLI::Range(1, 10000))->capture_default_str();
+        command->add_option("--limit", *limit, "How many at the most")
+            ->check(CLI::Range(1, 10000))
+            ->capture_default_str();
         answersWithData(command, context);
-        command->callback([&context, words, limit] { retrieve(context, decodedText(join(*words, " ")), *limit); });
+        command->callback(
+            [&context, words, limit] { retrieve(context, decodedText(join(*words, " ")), *limit); });
     }
     {
         auto* command = addCommand(program, "tags", "All tags, the most used first", "  vesk tags");
@@ -156,11 +173,13 @@ void addSearchCommands(CLI::App& program, CommandContext& context) {
             const auto tags = context.openIndex(context.vault(), true)->allTags();
             if (context.json) {
                 Json answer = Json::array();
-                for (const auto& [tag, count] : tags) answer.append(Json::object({{"tag", tag}, {"count", count}}));
+                for (const auto& [tag, count] : tags)
+                    answer.append(Json::object({{"tag", tag}, {"count", count}}));
                 context.answer(answer);
                 return;
             }
-            for (const auto& [tag, count] : tags) context.out.line(fmt::format("{:>6}  #{}", count, printable(tag)));
+            for (const auto& [tag, count] : tags)
+                context.out.line(fmt::format("{:>6}  #{}", count, printable(tag)));
         });
     }
     {
@@ -176,21 +195,24 @@ void addSearchCommands(CLI::App& program, CommandContext& context) {
             }
             std::string note;
             for (const auto& task : tasks) {
-                if (task.notePath != note) context.out.line(context.out.styled(printable(task.notePath), Tone::strong));
+                if (task.notePath != note)
+                    context.out.line(context.out.styled(printable(task.notePath), Tone::strong));
                 note = task.notePath;
                 context.out.line(fmt::format("  [{}] {}", task.done ? "x" : " ", printable(task.text)));
             }
         });
     }
     {
-        auto* command = addCommand(program, "links", "Which notes link to a note, and where its links lead", "  vesk links Projects/Garden.md");
+        auto* command = addCommand(program, "links", "Which notes link to a note, and where its links lead",
+                                   "  vesk links Projects/Garden.md");
         auto path = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
         answersWithData(command, context);
         command->callback([&context, path] { links(context, *path); });
     }
     {
-        auto* command = addCommand(program, "unresolved", "Links that lead to no note, the most used first", "  vesk unresolved");
+        auto* command = addCommand(program, "unresolved", "Links that lead to no note, the most used first",
+                                   "  vesk unresolved");
         answersWithData(command, context);
         command->callback([&context] {
             const auto unresolved = context.openIndex(context.vault(), true)->unresolvedLinks();
@@ -202,7 +224,8 @@ void addSearchCommands(CLI::App& program, CommandContext& context) {
                 context.answer(answer);
                 return;
             }
-            for (const auto& [target, count] : unresolved) context.out.line(fmt::format("{:>6}  {}", count, printable(target)));
+            for (const auto& [target, count] : unresolved)
+                context.out.line(fmt::format("{:>6}  {}", count, printable(target)));
         });
     }
 }

@@ -1,11 +1,11 @@
 #include "VeskCommand/Terminal.h"
 
-#include <cerrno>
-#include <cstdlib>
-
 #include <fmt/core.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
 
 #include "VeskCore/Support/Characters.h"
 #include "VeskCore/Support/Error.h"
@@ -23,18 +23,33 @@ std::string Terminal::styled(std::string_view text, Tone tone) const {
     if (!colour_ || tone == Tone::plain || text.empty()) return std::string(text);
     const char* code = "";
     switch (tone) {
-        case Tone::plain: break;
-        case Tone::strong: code = "1"; break;
-        case Tone::faint: code = "2"; break;
-        case Tone::good: code = "32"; break;
-        case Tone::warning: code = "33"; break;
-        case Tone::bad: code = "31"; break;
-        case Tone::match: code = "1;33"; break;
+        case Tone::plain:
+            break;
+        case Tone::strong:
+            code = "1";
+            break;
+        case Tone::faint:
+            code = "2";
+            break;
+        case Tone::good:
+            code = "32";
+            break;
+        case Tone::warning:
+            code = "33";
+            break;
+        case Tone::bad:
+            code = "31";
+            break;
+        case Tone::match:
+            code = "1;33";
+            break;
     }
     return fmt::format("\x1b[{}m{}\x1b[0m", code, text);
 }
 
-void Terminal::print(std::string_view text) const { std::fwrite(text.data(), 1, text.size(), stream_); }
+void Terminal::print(std::string_view text) const {
+    std::fwrite(text.data(), 1, text.size(), stream_);
+}
 
 void Terminal::line(std::string_view text) const {
     print(text);
@@ -64,7 +79,9 @@ std::string printable(std::string_view text) {
 ProgressLine::ProgressLine(std::string label, Clock& clock, bool always)
     : label_(std::move(label)), clock_(clock), always_(always) {}
 
-ProgressLine::~ProgressLine() { finish(); }
+ProgressLine::~ProgressLine() {
+    finish();
+}
 
 void ProgressLine::update(int completed, int total, std::string_view detail) {
     if (total <= 0) return;
@@ -84,7 +101,8 @@ void ProgressLine::update(int completed, int total, std::string_view detail) {
     std::string bar;
     for (int i = 0; i < width; ++i) bar += i < filled ? "█" : "░";
     const std::string shown = printable(detail);
-    terminal_.print(fmt::format("\r\x1b[K{} {} {}/{}  {}", label_, bar, completed, total, characterPrefix(shown, 40)));
+    terminal_.print(
+        fmt::format("\r\x1b[K{} {} {}/{}  {}", label_, bar, completed, total, characterPrefix(shown, 40)));
     std::fflush(stderr);
 }
 

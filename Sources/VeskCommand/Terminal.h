@@ -12,8 +12,8 @@ namespace vesk::command {
 
 enum class Tone { plain, strong, faint, good, warning, bad, match };
 
-/// One of the two output streams. Colour only on a terminal without NO_COLOR (no-color.org) and with a TERM other than
-/// "dumb".
+/// One of the two output streams. Colour only on a terminal without NO_COLOR (no-color.org) and with a TERM
+/// other than "dumb".
 class Terminal {
 public:
     explicit Terminal(std::FILE* stream);
@@ -29,12 +29,12 @@ private:
     bool colour_ = false;
 };
 
-/// Text from a file or a name without what could steer the terminal: control characters as escapes ("\n", "\x1b"), ill-formed
-/// UTF-8 as U+FFFD.
+/// Text from a file or a name without what could steer the terminal: control characters as escapes ("\n",
+/// "\x1b"), ill-formed UTF-8 as U+FFFD.
 std::string printable(std::string_view text);
 
-/// A line on standard error that is redrawn while work goes on; nothing where standard error is no terminal, unless
-/// `always`: then a line for every tenth part.
+/// A line on standard error that is redrawn while work goes on; nothing where standard error is no terminal,
+/// unless `always`: then a line for every tenth part.
 class ProgressLine {
 public:
     ProgressLine(std::string label, Clock& clock, bool always);
@@ -54,7 +54,8 @@ private:
 
 /// All of standard input. Throws SystemError.
 std::string readStandardInput();
-/// One line, from the terminal without echo or from standard input where that is no terminal; without its line end.
+/// One line, from the terminal without echo or from standard input where that is no terminal; without its
+/// line end.
 std::string readSecret(std::string_view prompt);
 
 }  // namespace vesk::command

@@ -1,5 +1,5 @@
-// `vesk`: the vault from a terminal. Installs the platform, hands the seams to the commands, turns failures into words and
-// exit statuses: 0 done, 1 failed, 2 wrong usage.
+// `vesk`: the vault from a terminal. Installs the platform, hands the seams to the commands, turns failures
+// into words and exit statuses: 0 done, 1 failed, 2 wrong usage.
 #include <cstdio>
 #include <exception>
 
@@ -26,7 +26,8 @@ int main(int argc, char** argv) {
     LinuxFileSystem files;
     PlainCoordination coordination;
     NoUbiquity ubiquity;
-    FilePlatformInstallation installation({.files = &files, .coordination = &coordination, .ubiquity = &ubiquity});
+    FilePlatformInstallation installation(
+        {.files = &files, .coordination = &coordination, .ubiquity = &ubiquity});
     Interrupts interrupts;
     SystemLog log("vesk");
     SystemClock clock;
@@ -44,9 +45,12 @@ int main(int argc, char** argv) {
                                     .stop = interrupts.token(),
                                     .vaultOption = {}};
 
-    CLI::App program("Your notes are a folder of Markdown files. vesk reads, writes, indexes and searches them.", "vesk");
+    CLI::App program(
+        "Your notes are a folder of Markdown files. vesk reads, writes, indexes and searches them.", "vesk");
     program.set_version_flag("--version", "vesk " VESK_VERSION);
-    program.add_option("--vault", context.vaultOption, "The folder of notes; else VESK_VAULT, else the last one used")
+    program
+        .add_option("--vault", context.vaultOption,
+                    "The folder of notes; else VESK_VAULT, else the last one used")
         ->type_name("DIR");
     program.require_subcommand(1);
     program.fallthrough();
@@ -66,7 +70,8 @@ int main(int argc, char** argv) {
     } catch (const std::exception&) {
         std::fflush(stdout);
         const command::Terminal err(stderr);
-        err.line(err.styled("vesk: ", command::Tone::bad) + command::printable(describe(std::current_exception())));
+        err.line(err.styled("vesk: ", command::Tone::bad) +
+                 command::printable(describe(std::current_exception())));
         return failed;
     }
     // A pipe that was closed early or a full disk behind standard output is a failure too.

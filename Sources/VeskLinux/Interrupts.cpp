@@ -1,9 +1,9 @@
 #include "VeskLinux/Interrupts.h"
 
-#include <csignal>
-
 #include <pthread.h>
 #include <unistd.h>
+
+#include <csignal>
 
 namespace vesk {
 namespace {

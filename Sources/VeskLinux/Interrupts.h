@@ -6,8 +6,8 @@
 
 namespace vesk {
 
-/// Made by a program's main before any other thread. SIGINT, SIGTERM and SIGHUP request a stop; a second one ends the
-/// process at once.
+/// Made by a program's main before any other thread. SIGINT, SIGTERM and SIGHUP request a stop; a second one
+/// ends the process at once.
 class Interrupts {
 public:
     Interrupts();

@@ -1,12 +1,13 @@
-// Remembered places by path, with the item's identity to tell a folder of the same name from the one remembered.
+// Remembered places by path, with the item's identity to tell a folder of the same name from the one
+// remembered.
 #pragma once
 
 #include "VeskCore/Platform/Bookmarks.h"
 
 namespace vesk {
 
-/// The data is {"path": …, "fileID": …, "device": …}. A folder that was renamed is not found by its identity: Linux
-/// has no look-up by inode without privileges.
+/// The data is {"path": …, "fileID": …, "device": …}. A folder that was renamed is not found by its identity:
+/// Linux has no look-up by inode without privileges.
 class PathBookmarks final : public Bookmarks {
 public:
     explicit PathBookmarks(const FileSystem& files) : files_(files) {}

@@ -1,4 +1,5 @@
-// Every editor of the process at once: pending saves flushed, and text that can't be saved confirmed before it is left.
+// Every editor of the process at once: pending saves flushed, and text that can't be saved confirmed before
+// it is left.
 #pragma once
 
 #include <functional>
@@ -56,7 +57,8 @@ public:
     virtual ~LeavingPrompt() = default;
     virtual void ask(const LeavingAlert& alert, std::function<void(LeavingChoice)> answer) = 0;
     /// A folder to save to, or none. Prompt "Save Here".
-    virtual void chooseFolder(const std::string& message, std::function<void(std::optional<FilePath>)> answer) = 0;
+    virtual void chooseFolder(const std::string& message,
+                              std::function<void(std::optional<FilePath>)> answer) = 0;
     virtual void tell(const std::string& message, const std::string& information) = 0;
     virtual void reveal(const std::vector<FilePath>& files) = 0;
 };

@@ -1,5 +1,5 @@
-// The note pane without its widgets: what text stands in the editor, when it is saved, and what the user is told when a
-// save doesn't simply succeed.
+// The note pane without its widgets: what text stands in the editor, when it is saved, and what the user is
+// told when a save doesn't simply succeed.
 #pragma once
 
 #include <cstdint>
@@ -12,12 +12,12 @@
 #include <variant>
 #include <vector>
 
+#include "Vesk/Editor/EditorBridge.h"
+#include "Vesk/VaultSession.h"
 #include "VeskCore/Support/Executors.h"
 #include "VeskCore/Support/Observable.h"
 #include "VeskCore/Support/TextRange.h"
 #include "VeskCore/Vault/ForeignEdit.h"
-#include "Vesk/Editor/EditorBridge.h"
-#include "Vesk/VaultSession.h"
 
 namespace vesk {
 
@@ -132,7 +132,8 @@ public:
     void follow(const std::string& from, const std::string& to);
 
 private:
-    EditorSurface(std::shared_ptr<VaultSession> session, EditorBridge& bridge, const SessionServices& services);
+    EditorSurface(std::shared_ptr<VaultSession> session, EditorBridge& bridge,
+                  const SessionServices& services);
     void loaded(const std::string& text, const std::string& path);
     void write(const std::string& text, const std::string& path, bool waitingForNewerVersion);
     void record(const ForeignEdit::Outcome& outcome, const std::string& text, const std::string& path);

@@ -135,10 +135,14 @@ std::optional<FrontmatterDoc> Vault::readNote(std::string_view relativePath) con
 }
 
 void Vault::writeNote(const FrontmatterDoc& doc, std::string_view relativePath) const {
+    writeText(doc.serialized(), relativePath);
+}
+
+void Vault::writeText(std::string_view text, std::string_view relativePath) const {
     const FilePath path = notePath(relativePath);
     requireReallyInside(path);
     AtomicWrite::refuseDocument(path);
-    CoordinatedIO::writeText(path, doc.serialized(), CoordinatedIO::needsCoordination(path));
+    CoordinatedIO::writeText(path, text, CoordinatedIO::needsCoordination(path));
 }
 
 Note Vault::createNote(std::string_view name, std::string_view folder, std::string_view content) const {

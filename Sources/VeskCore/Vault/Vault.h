@@ -127,6 +127,8 @@ public:
     std::optional<FrontmatterDoc> readNote(std::string_view relativePath) const;
     /// Throws VaultWriteError (outsideVault) also when a symbolic link leads out of the vault.
     void writeNote(const FrontmatterDoc& doc, std::string_view relativePath) const;
+    /// The same for a note's whole text.
+    void writeText(std::string_view text, std::string_view relativePath) const;
     /// Makes a note of that name, numbered if it is taken.
     Note createNote(std::string_view name, std::string_view folder, std::string_view content) const;
     /// Returns the new relative path; throws VaultWriteError (alreadyExists) if the name is held by another

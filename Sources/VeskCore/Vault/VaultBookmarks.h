@@ -18,7 +18,8 @@ public:
     static constexpr std::string_view defaultKey = "vesk.vault.bookmarks";
     static constexpr std::size_t limit = 10;
 
-    VaultBookmarks(UserDefaults& defaults, const Bookmarks& bookmarks, std::string key = std::string(defaultKey));
+    VaultBookmarks(UserDefaults& defaults, const Bookmarks& bookmarks,
+                   std::string key = std::string(defaultKey));
 
     struct Restored {
         struct Vault {
