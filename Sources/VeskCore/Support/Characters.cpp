@@ -1,6 +1,7 @@
 #include "VeskCore/Support/Characters.h"
 
 #include <unicode/uchar.h>
+#include <unicode/uscript.h>
 
 #include <algorithm>
 
@@ -9,7 +10,7 @@
 
 // The boundary rules of UAX #29 need no look-behind beyond the start of a character, so a forward walk from
 // one boundary to the next holds no state between characters: linear in time, no memory. The properties are
-// ICU's.
+// ICU's, and so is the set of scripts whose conjuncts are one character.
 
 namespace vesk {
 
@@ -27,6 +28,24 @@ int breakClass(char32_t codePoint) {
 
 bool isPictographic(char32_t codePoint) {
     return u_hasBinaryProperty(static_cast<UChar32>(codePoint), UCHAR_EXTENDED_PICTOGRAPHIC) != 0;
+}
+
+/// The Indic syllabic category of a character of a script whose consonants join across a virama, or
+/// U_INSC_OTHER.
+int conjunctCategory(char32_t codePoint) {
+    if (codePoint < 0x0900 || codePoint > 0x0D7F) return U_INSC_OTHER;
+    UErrorCode status = U_ZERO_ERROR;
+    switch (uscript_getScript(static_cast<UChar32>(codePoint), &status)) {
+        case USCRIPT_BENGALI:
+        case USCRIPT_DEVANAGARI:
+        case USCRIPT_GUJARATI:
+        case USCRIPT_MALAYALAM:
+        case USCRIPT_ORIYA:
+        case USCRIPT_TELUGU:
+            return u_getIntPropertyValue(static_cast<UChar32>(codePoint), UCHAR_INDIC_SYLLABIC_CATEGORY);
+        default:
+            return U_INSC_OTHER;
+    }
 }
 
 bool isControl(int breakClass) {
@@ -63,6 +82,7 @@ public:
             return true;
         }
         if (joinsHangul(last_, codePointClass)) return true;
+        if (conjunct_ == Conjunct::linked && conjunctCategory(codePoint) == U_INSC_CONSONANT) return true;
         if (codePointClass == U_GCB_REGIONAL_INDICATOR) return oddIndicators_;
         return emoji_ == Emoji::joiner && isPictographic(codePoint) && isPictographic(base_);
     }
@@ -78,6 +98,7 @@ public:
         } else if (emoji_ == Emoji::joiner) {
             emoji_ = Emoji::none;
         }
+        conjunct_ = conjunctBehind(codePoint, codePointClass);
     }
 
 private:
@@ -85,9 +106,23 @@ private:
     /// last.
     enum class Emoji { none, base, joiner };
 
+    /// How far "consonant, marks, virama, marks" has come (GB9c).
+    enum class Conjunct { none, consonant, linked };
+
+    Conjunct conjunctBehind(char32_t codePoint, int codePointClass) const {
+        const int category = conjunctCategory(codePoint);
+        if (category == U_INSC_CONSONANT) return Conjunct::consonant;
+        if (conjunct_ == Conjunct::none || codePointClass == U_GCB_ZWJ) return conjunct_;
+        if (category == U_INSC_VIRAMA) return Conjunct::linked;
+        const bool mark =
+            codePointClass == U_GCB_EXTEND && u_getCombiningClass(static_cast<UChar32>(codePoint)) != 0;
+        return mark ? conjunct_ : Conjunct::none;
+    }
+
     int last_ = U_GCB_OTHER;
     bool oddIndicators_ = false;
     Emoji emoji_ = Emoji::none;
+    Conjunct conjunct_ = Conjunct::none;
     char32_t base_ = 0;
 };
 

@@ -49,6 +49,11 @@ TEST(Characters, AreWhatAUserSeesAsOne) {
         {"Hangul jamo", "\u1112\u1161\u11ab\u1100\u1173\u11af", {"\u1112\u1161\u11ab", "\u1100\u1173\u11af"}},
         {"Hangul syllable with a final", "각\u11a8가", {"각\u11a8", "가"}},
         {"Hangul final then vowel", "\u11a8\u1161", {"\u11a8", "\u1161"}},
+        {"conjunct", "क्षिर", {"क्षि", "र"}},
+        {"conjunct across a nukta and a joiner", "क़्\u200Dष", {"क़्\u200Dष"}},
+        {"chain of conjuncts", "स्त्र", {"स्त्र"}},
+        {"no conjunct in Tamil", "க்ஷ", {"க்", "ஷ"}},
+        {"a vowel ends the chance of a conjunct", "का्ष", {"का्", "ष"}},
         {"spacing mark", "नि", {"नि"}},
         {"prepended mark", "\u0600\u0661x", {"\u0600\u0661", "x"}},
         {"prepended mark before a line end", "\u0600\n", {"\u0600", "\n"}},
@@ -131,14 +136,16 @@ TEST(Characters, AgreeWithTheReferenceOnRandomTexts) {
     // One or more of every break class, and neighbours that the rules treat apart.
     static constexpr char32_t alphabet[] = {
         'a',     '\r',    '\n',    '\t',    ' ',     0x7F,    0x85,    0xA9,    0xAD,    0xE9,    0x300,
-        0x301,   0x345,   0x600,   0x661,   0x903,   0x928,   0x93F,   0x94D,   0x1100,  0x1161,  0x11A8,
+        0x301,   0x345,   0x600,   0x661,   0x903,   0x928,   0x915,   0x93C,   0x94D,   0x9CD,   0x995,
+        0xA15,   0xA4D,   0xB95,   0xBCD,   0xD15,   0xD4D,   0x93F,   0x94D,   0x1100,  0x1161,  0x11A8,
         0xAC00,  0xAC01,  0x200B,  0x200C,  0x200D,  0x200D,  0x2028,  0x20E3,  0x2764,  0xFE0F,  0xFEFF,
         0x1F1E6, 0x1F1FA, 0x1F3FB, 0x1F466, 0x1F469, 0x1F600, 0x110BD, 0xE0067, 0xE0001, 0x10FFFF};
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 10000; ++round) {
+        // A few code points a text, so that the sequences the rules are about come up.
+        char32_t few[5];
+        for (char32_t& codePoint : few) codePoint = alphabet[random() % std::size(alphabet)];
         std::string text;
-        for (auto length = random() % 24; length > 0; --length) {
-            appendCodePoint(text, alphabet[random() % std::size(alphabet)]);
-        }
+        for (auto length = random() % 24; length > 0; --length) appendCodePoint(text, few[random() % 5]);
         const std::vector<std::size_t> expected = referenceBoundaries(text);
         ASSERT_EQ(characterBoundaries(text), expected) << testing::PrintToString(text);
         ASSERT_EQ(characterCount(text), expected.size() - 1) << testing::PrintToString(text);
@@ -148,12 +155,14 @@ TEST(Characters, AgreeWithTheReferenceOnRandomTexts) {
     }
 }
 
-TEST(Characters, AgreeWithTheReferenceForEveryCodePointBesideALetterAMarkAndAnEmoji) {
+TEST(Characters, AgreeWithTheReferenceForEveryCodePointBesideLettersMarksAndAnEmoji) {
     std::string text;
     for (char32_t codePoint = 1; codePoint < 0x30000; ++codePoint) {
         if (codePoint >= 0xD800 && codePoint <= 0xDFFF) continue;
         appendCodePoint(text, codePoint);
         text += "\u0301a👧\u200D";
+        appendCodePoint(text, codePoint);
+        text += "\u094Dन\u094D";
     }
     EXPECT_EQ(characterBoundaries(text), referenceBoundaries(text));
 }
