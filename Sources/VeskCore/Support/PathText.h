@@ -2,8 +2,7 @@
 // leading full stop and of several full stops are settled here:
 //   "a.tar.gz"  → stem "a.tar", extension "gz"        ".hidden" → stem ".hidden", no extension
 //   ".x.md"     → stem ".x", extension "md"           "name."   → stem "name.", no extension
-//   "v1.2 notes" → stem "v1", extension "2 notes": an extension with a blank in it counts as none, so the stem
-//   is "v1.2 notes".
+//   "v1.2 notes" → stem "v1.2 notes", no extension: "2 notes" has a blank in it
 #pragma once
 
 #include <string>

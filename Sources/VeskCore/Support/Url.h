@@ -7,8 +7,8 @@
 
 namespace vesk {
 
-/// The text with every %XX replaced by its byte; none if a "%" is not followed by two hexadecimal digits or the
-/// result is not UTF-8.
+/// The text with every %XX replaced by its byte; none if a "%" is not followed by two hexadecimal digits or
+/// the result is not UTF-8.
 std::optional<std::string> removingPercentEncoding(std::string_view text);
 
 /// Every byte outside the unreserved characters and `allowed` as %XX, upper-case digits.
