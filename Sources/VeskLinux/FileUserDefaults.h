@@ -11,8 +11,8 @@
 
 namespace vesk {
 
-/// Two processes may use one file: each write takes a lock beside it, reads the file anew and changes its own key. A
-/// file that can't be parsed is put aside as "defaults.json.damaged", never overwritten.
+/// Two processes may use one file: each write takes a lock beside it, reads the file anew and changes its own
+/// key. A file that can't be parsed is put aside as "defaults.json.damaged", never overwritten.
 class FileUserDefaults final : public UserDefaults {
 public:
     FileUserDefaults(FilePath file, FileSystem& files, Log& log);
@@ -29,7 +29,8 @@ private:
     FileSystem& files_;
     Log& log_;
     mutable std::mutex unsavedLock_;
-    std::map<std::string, std::optional<Json>, std::less<>> unsaved_;  // what could not be stored, for this run
+    std::map<std::string, std::optional<Json>, std::less<>>
+        unsaved_;  // what could not be stored, for this run
 };
 
 }  // namespace vesk

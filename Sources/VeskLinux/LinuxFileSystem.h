@@ -5,8 +5,9 @@
 
 namespace vesk {
 
-/// Stateless; any thread. Writes are durable: written, fsynced, renamed, and the folder fsynced. The creation date that
-/// survives saves is kept in the extended attribute "user.vesk.created" (decimal microseconds since 1970).
+/// Stateless; any thread. Writes are durable: written, fsynced, renamed, and the folder fsynced. The creation
+/// date that survives saves is kept in the extended attribute "user.vesk.created" (decimal microseconds since
+/// 1970).
 class LinuxFileSystem final : public FileSystem {
 public:
     std::optional<FileInfo> info(const FilePath& path) const override;

@@ -5,7 +5,8 @@
 
 namespace vesk {
 
-/// Any thread; calls block. Items carry the attributes "service" and "account" and lie in the default collection.
+/// Any thread; calls block. Items carry the attributes "service" and "account" and lie in the default
+/// collection.
 class SecretServiceStore final : public SecretStore {
 public:
     std::optional<std::string> get(std::string_view service, std::string_view account) const override;
