@@ -1,6 +1,7 @@
 // Going through trees: the walk and the removal of a folder with all it holds.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 
 #include "VeskLinux/FolderStack.h"
@@ -12,37 +13,67 @@ using namespace linuxfiles;
 
 namespace {
 
-/// The creation date kept for an entry of an open folder. Before getxattrat (Linux 6.13) an attribute can be
-/// had by path alone, and /proc/self/fd makes one that is short and that no rename above the folder can
-/// break.
-std::optional<TimePoint> keptCreated(int folder, const char* name) {
-    std::string path = "/proc/self/fd/" + std::to_string(folder) + "/" + name;
-    char bytes[32];
-    const ssize_t size = ::getxattr(path.c_str(), createdAttribute, bytes, sizeof bytes);
-    if (size < 0) return {};
-    return parsedCreated({bytes, static_cast<std::size_t>(size)});
-}
+/// Reads the creation dates that a walk's entries keep. The look-up costs as much as the statx beside it, so
+/// it takes the shortest road there is and is left out on a device that has no attributes.
+class KeptDates {
+public:
+    explicit KeptDates(const FilePath& root) : path_(root.native() + "/"), rootSize_(path_.size()) {}
+
+    std::optional<TimePoint> of(int folder, const char* name, std::string_view relativePath, dev_t device) {
+        if (device == deviceWithout_) return {};
+        char bytes[32];
+        const ssize_t size = read(folder, name, relativePath, bytes, sizeof bytes);
+        if (size >= 0) return parsedCreated({bytes, static_cast<std::size_t>(size)});
+        if (errno == ENOTSUP) deviceWithout_ = device;
+        return {};
+    }
+
+private:
+    ssize_t read(int folder, const char* name, std::string_view relativePath, char* bytes, std::size_t size) {
+        if (hasCall_) {
+            // getxattrat, since Linux 6.13; older headers know neither its number nor its structure.
+            constexpr long number = 464;
+            struct {
+                alignas(8) std::uint64_t value;
+                std::uint32_t size, flags;
+            } arguments{reinterpret_cast<std::uintptr_t>(bytes), static_cast<std::uint32_t>(size), 0};
+            const long result =
+                ::syscall(number, folder, name, 0, createdAttribute, &arguments, sizeof arguments);
+            // EPERM is how sandboxes refuse a call that they don't know.
+            if (result >= 0 || (errno != ENOSYS && errno != EPERM)) return result;
+            hasCall_ = false;
+        }
+        path_.resize(rootSize_);
+        path_ += relativePath;
+        return ::getxattr(path_.c_str(), createdAttribute, bytes, size);
+    }
+
+    std::string path_;
+    std::size_t rootSize_;
+    bool hasCall_ = true;
+    std::optional<dev_t> deviceWithout_;
+};
 
 class Entry final : public WalkEntry {
 public:
-    Entry(FolderStack& folders, std::string_view path, std::size_t nameOffset, const char* rawName,
-          bool isFolder)
-        : folders_(folders), path_(path), nameOffset_(nameOffset), rawName_(rawName), isFolder_(isFolder) {}
+    Entry(FolderStack& folders, KeptDates& dates, std::string_view path, const char* rawName, bool isFolder)
+        : folders_(folders), dates_(dates), path_(path), rawName_(rawName), isFolder_(isFolder) {}
 
     std::string_view relativePath() const override { return path_; }
-    std::string_view name() const override { return path_.substr(nameOffset_); }
+    std::string_view name() const override { return rawName_; }
     bool isDirectory() const override { return isFolder_; }
     std::optional<FileInfo> info() const override {
         const int folder = folders_.descriptor();
         struct statx result {};
         if (folder < 0 || !status(folder, rawName_, 0, result)) return {};
-        return fileInfo(result, keptCreated(folder, rawName_));
+        const dev_t device = makedev(result.stx_dev_major, result.stx_dev_minor);
+        return fileInfo(result, dates_.of(folder, rawName_, path_, device));
     }
 
 private:
     FolderStack& folders_;
+    KeptDates& dates_;
     std::string_view path_;
-    std::size_t nameOffset_;
     const char* rawName_;
     bool isFolder_;
 };
@@ -65,6 +96,7 @@ void LinuxFileSystem::walk(const FilePath& root,
                            const std::function<WalkStep(const WalkEntry&)>& visit) const {
     FolderStack folders;
     if (!folders.start(root, true)) return requireResources(root);
+    KeptDates dates(root);
     std::string path;  // of the innermost folder, with a "/" behind it, then of the entry
     while (!folders.empty()) {
         const std::size_t prefix = path.size();
@@ -77,7 +109,7 @@ void LinuxFileSystem::walk(const FilePath& root,
         }
         path += entry->name;
         const bool isDirectory = isFolder(folders, *entry);
-        const WalkStep step = visit(Entry(folders, path, prefix, entry->name, isDirectory));
+        const WalkStep step = visit(Entry(folders, dates, path, entry->name, isDirectory));
         if (step == WalkStep::stop) return;
         if (isDirectory && step == WalkStep::descend) {
             if (folders.enter(entry->name)) {
