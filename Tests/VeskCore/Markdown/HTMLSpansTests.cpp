@@ -185,7 +185,7 @@ TEST(HTMLSpans, ReadsAttributesWithTheirPlaces) {
     EXPECT_EQ(tag.attributes, attributes);
     EXPECT_EQ(tag.valueRanges.size(), 3u);
     EXPECT_EQ(tag.valueRanges.at("src"), (TextRange{14, 11}));
-    EXPECT_EQ(tag.valueRanges.at("width"), (TextRange{48, 2}));
+    EXPECT_EQ(tag.valueRanges.at("width"), (TextRange{47, 2}));
     EXPECT_TRUE(std::get<HTMLSpans::Tag>(HTMLSpans::tokens(u"<br />", 6, {})[0]).selfClosing);
 }
 
