@@ -87,7 +87,12 @@ DateFormat::DateFormat(std::string_view pattern, std::string_view timeZone) {
     auto icuPattern = icuText(pattern);
     std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(icuText(timeZone)));
     impl->format = makeFormat(icuPattern, *zone);
-    if (!namesZone(pattern)) impl->check = makeFormat(icuPattern, *icu::TimeZone::getGMT());
+    if (!namesZone(pattern)) {
+        impl->check = makeFormat(icuPattern, *icu::TimeZone::getGMT());
+        // What passed the check exists in the calendar; a time of day that a clock change takes away moves
+        // on.
+        impl->format->setLenient(true);
+    }
     impl_ = std::move(impl);
 }
 

@@ -180,7 +180,6 @@ private:
             text_ += "null";  // JSON has no word for it
         } else if (auto integer = value.asInt();
                    integer && (value.isInteger() || std::fabs(number) <= kExact)) {
-            if (number == 0 && std::signbit(number)) text_ += '-';
             fmt::format_to(std::back_inserter(text_), "{}", *integer);
         } else {
             char buffer[32];

@@ -32,20 +32,31 @@ private:
     std::function<void()> end_;
 };
 
-/// Events of one kind for any number of subscribers, in the order they subscribed. One thread. A subscriber may
-/// subscribe, unsubscribe or send from inside its handler.
+/// Events of one kind for any number of subscribers, in the order they subscribed. One thread. A subscriber
+/// may subscribe, unsubscribe, send or destroy the stream from inside its handler; once the stream is gone
+/// nobody hears more.
 template <class... Values>
 class EventStream {
 public:
     using Handler = std::function<void(const Values&...)>;
 
+    EventStream() = default;
+    ~EventStream() { auto dropped = std::exchange(handlers_->list, {}); }
+    EventStream(const EventStream&) = delete;
+    EventStream& operator=(const EventStream&) = delete;
+
     [[nodiscard]] Subscription subscribe(Handler handler) {
         auto id = handlers_->nextID++;
         handlers_->list.push_back({id, std::make_shared<Handler>(std::move(handler))});
         return Subscription([weak = std::weak_ptr<Handlers>(handlers_), id] {
-            if (auto handlers = weak.lock()) {
-                std::erase_if(handlers->list, [id](const auto& entry) { return entry.id == id; });
-            }
+            auto handlers = weak.lock();
+            if (!handlers) return;
+            auto entry = std::find_if(handlers->list.begin(), handlers->list.end(),
+                                      [id](const auto& candidate) { return candidate.id == id; });
+            if (entry == handlers->list.end()) return;
+            // Goes when the list is whole again: what the handler owns may change the list too.
+            auto dropped = std::move(entry->handler);
+            handlers->list.erase(entry);
         });
     }
 

@@ -16,8 +16,8 @@ using Seconds = std::chrono::duration<double>;
 TimePoint distantPast();
 
 /// Seconds since 1970-01-01T00:00:00Z, to the microsecond. The form of every time in SQLite. There and back
-/// gives the same time up to the year 2242; a double has no room for microseconds after it (milliseconds last
-/// to 9999).
+/// gives the same time from 1697 to 2242; a double has no room for microseconds outside (milliseconds last to
+/// 9999).
 double secondsSince1970(TimePoint time);
 TimePoint timeFromSecondsSince1970(double seconds);
 /// Seconds since 2001-01-01T00:00:00Z: the form of dates in the JSON files that the application keeps.

@@ -15,6 +15,12 @@ namespace vesk {
 
 namespace {
 
+/// Longer ones would overflow the clock.
+Duration bounded(Duration duration) {
+    constexpr Duration kLongest = std::chrono::hours(24 * 365 * 1000);
+    return std::clamp(duration, Duration::zero(), kLongest);
+}
+
 /// Unwinds a suspended job when the world is dropped. Not derived from std::exception, so that a job's
 /// handling of its failures does not take it for one.
 struct Unwind {};
@@ -147,7 +153,7 @@ struct VirtualTime::World {
     }
 
     TimerKey addTimer(std::shared_ptr<Lane> lane, Duration delay, std::function<void()> job) {
-        TimerKey key(now + std::max(delay, Duration::zero()), nextTimer++);
+        TimerKey key(now + bounded(delay), nextTimer++);
         if (!dropping) timers.emplace(key, Timer{std::move(lane), std::move(job)});
         return key;
     }
@@ -357,7 +363,7 @@ Duration VirtualTime::monotonic() const {
 }
 
 bool VirtualTime::sleep(Duration duration, std::stop_token stop) {
-    auto until = world_->now + std::max(duration, Duration::zero());
+    auto until = world_->now + bounded(duration);
     if (stop.stop_requested()) return false;
     if (world_->onFiber()) {
         world_->suspend({.until = until, .stop = stop});
@@ -406,13 +412,13 @@ void VirtualTime::settle() {
 }
 
 void VirtualTime::advance(Duration duration) {
-    auto target = world_->now + std::max(duration, Duration::zero());
+    auto target = world_->now + bounded(duration);
     world_->runUntil(random_, target, [] { return false; });
     world_->moveTo(target);
 }
 
 void VirtualTime::runToRest(Duration limit) {
-    world_->runUntil(random_, world_->now + limit, [] { return false; });
+    world_->runUntil(random_, world_->now + bounded(limit), [] { return false; });
 }
 
 bool VirtualTime::step() {

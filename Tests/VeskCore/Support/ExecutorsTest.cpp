@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "VeskCore/Support/Executors.h"
+
+namespace vesk {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+/// Holds a worker until the test lets it go.
+class Gate {
+public:
+    void open() { promise_.set_value(); }
+    std::function<void()> job() {
+        return [future = future_] { future.wait(); };
+    }
+    void wait() { future_.wait(); }
+
+private:
+    std::promise<void> promise_;
+    std::shared_future<void> future_ = promise_.get_future().share();
+};
+
+// RunLoop
+
+TEST(RunLoopTest, RunsJobsInOrderAndTimersByDueTime) {
+    RunLoop loop;
+    std::string ran;
+    auto late = loop.postAfter(microseconds(2000), [&] { ran += "L"; });
+    auto early = loop.postAfter(microseconds(1000), [&] { ran += "E"; });
+    auto never = loop.postAfter(microseconds(500), [&] { ran += "N"; });
+    loop.post([&] {
+        ran += "1";
+        never.cancel();
+        loop.post([&] { ran += "3"; });
+    });
+    loop.post([&] { ran += "2"; });
+    EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 5; }, hours(1)));
+    EXPECT_EQ(ran, "123EL");
+}
+
+TEST(RunLoopTest, AHandleCancelsOnlyItsOwnTimer) {
+    RunLoop loop;
+    std::string ran;
+    auto handle = loop.postAfter(Duration::zero(), [&] { ran += "a"; });
+    loop.postAfter(Duration::zero(), [&] { ran += "d"; }).detach();
+    {
+        auto dropped = loop.postAfter(Duration::zero(), [&] { ran += "x"; });
+    }
+    EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 2; }, hours(1)));
+    auto other = loop.postAfter(Duration::zero(), [&] { ran += "o"; });
+    handle.cancel();
+    handle = loop.postAfter(Duration::zero(), [&] { ran += "b"; });
+    handle = TimerHandle();
+    EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 3; }, hours(1)));
+    EXPECT_EQ(ran, "ado");
+}
+
+TEST(RunLoopTest, AJobMayCancelOrDropTheTimerThatRunsIt) {
+    RunLoop loop;
+    int ran = 0;
+    TimerHandle handle;
+    handle = loop.postAfter(Duration::zero(), [&] {
+        handle.cancel();
+        handle = loop.postAfter(Duration::zero(), [&] { ++ran; });
+        ++ran;
+    });
+    EXPECT_TRUE(loop.runUntil([&] { return ran == 2; }, hours(1)));
+    TimerHandle outliving;
+    {
+        RunLoop gone;
+        outliving = gone.postAfter(hours(1), [] {});
+    }
+    outliving.cancel();
+}
+
+TEST(RunLoopTest, NeitherJobsNorTimersKeepTheOthersOut) {
+    RunLoop loop;
+    bool timerRan = false;
+    std::function<void()> again = [&] { loop.post(again); };
+    loop.post(again);
+    auto timer = loop.postAfter(Duration::zero(), [&] { timerRan = true; });
+    EXPECT_TRUE(loop.runUntil([&] { return timerRan; }, hours(1)));
+
+    bool jobRan = false;
+    TimerHandle endless;
+    std::function<void()> rearm = [&] { endless = loop.postAfter(Duration::zero(), rearm); };
+    rearm();
+    loop.post([&] { jobRan = true; });
+    EXPECT_TRUE(loop.runUntil([&] { return jobRan; }, hours(1)));
+}
+
+TEST(RunLoopTest, OtherThreadsPostAndQuit) {
+    RunLoop loop;
+    EXPECT_TRUE(loop.isMainThread());
+    int sum = 0;
+    bool otherIsMain = true;
+    std::thread other([&] {
+        otherIsMain = loop.isMainThread();
+        for (int i = 0; i < 1000; ++i) loop.post([&] { ++sum; });
+        loop.post([&] { loop.quit(); });
+    });
+    loop.run();
+    other.join();
+    EXPECT_FALSE(otherIsMain);
+    EXPECT_EQ(sum, 1000);
+    loop.quit();
+    loop.run();  // a quit that came before is not lost
+    EXPECT_FALSE(loop.runUntil([] { return false; }, Duration::zero()));
+}
+
+// ThreadPool
+
+TEST(ThreadPoolTest, HigherPrioritiesGoFirst) {
+    ThreadPool pool(1);
+    Gate gate;
+    std::string ran;
+    std::promise<void> last;
+    auto blocker = [job = gate.job()](const std::stop_token&) { job(); };
+    pool.run(Priority::userInitiated, blocker);
+    pool.run(Priority::background, [&](const std::stop_token&) {
+        ran += "b";
+        last.set_value();
+    });
+    pool.run(Priority::utility, [&](const std::stop_token&) { ran += "u"; });
+    pool.run(Priority::userInitiated, [&](const std::stop_token&) { ran += "i"; });
+    pool.run(Priority::utility, [&](const std::stop_token&) { ran += "v"; });
+    gate.open();
+    last.get_future().wait();
+    EXPECT_EQ(ran, "iuvb");
+}
+
+TEST(ThreadPoolTest, ACancelledJobSeesItsStopAlsoBeforeItBegins) {
+    ThreadPool pool(1);
+    std::promise<void> began;
+    std::promise<bool> waitingSawStop;
+    SystemClock clock;
+    auto running = pool.run(Priority::utility, [&](const std::stop_token& stop) {
+        began.set_value();
+        clock.sleep(Duration::max(), stop);
+    });
+    auto waiting = pool.run(Priority::utility, [&](const std::stop_token& stop) {
+        waitingSawStop.set_value(stop.stop_requested());
+    });
+    EXPECT_TRUE(running);
+    EXPECT_FALSE(TaskHandle());
+    TaskHandle().cancel();
+    waiting.cancel();
+    began.get_future().wait();
+    running.cancel();
+    EXPECT_TRUE(running.cancelled());
+    EXPECT_TRUE(waitingSawStop.get_future().get());
+}
+
+TEST(ThreadPoolTest, ASerialQueueRunsOneJobAtATimeInOrder) {
+    ThreadPool pool(4);
+    auto queue = pool.serialQueue("test", Priority::utility);
+    std::vector<int> order;  // unguarded: the queue itself keeps its jobs apart
+    for (int i = 0; i < 1000; ++i) queue->post([&order, i] { order.push_back(i); });
+    queue->drain();
+    ASSERT_EQ(order.size(), 1000U);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    EXPECT_FALSE(queue->isCurrent());
+    bool current = false;
+    queue->post([&] {
+        current = queue->isCurrent();
+        queue->post([] {});
+        queue->drain();  // from the queue itself: nothing to wait for
+    });
+    queue->drain();
+    EXPECT_TRUE(current);
+}
+
+TEST(ThreadPoolTest, DrainingFromTheOnlyWorkerRunsTheQueue) {
+    ThreadPool pool(1);
+    auto queue = pool.serialQueue("test", Priority::background);
+    std::promise<int> result;
+    pool.run(Priority::userInitiated, [&](const std::stop_token&) {
+        int ran = 0;
+        bool current = true;
+        for (int i = 0; i < 10; ++i) {
+            queue->post([&] {
+                ++ran;
+                current = current && queue->isCurrent();
+            });
+        }
+        queue->drain();
+        result.set_value(current && !queue->isCurrent() ? ran : -1);
+    });
+    EXPECT_EQ(result.get_future().get(), 10);
+    std::promise<void> after;
+    queue->post([&] { after.set_value(); });
+    after.get_future().wait();
+}
+
+TEST(ThreadPoolTest, ABusyQueueKeepsNobodyOut) {
+    ThreadPool pool(1);
+    auto endless = pool.serialQueue("endless", Priority::utility),
+         other = pool.serialQueue("other", Priority::utility);
+    std::atomic<bool> done = false;
+    std::function<void()> again = [&] {
+        if (!done) endless->post(again);
+    };
+    endless->post(again);
+    other->post([&] { done = true; });
+    other->drain();
+    endless->drain();
+}
+
+TEST(ThreadPoolTest, DelayedJobsRunByDueTimeAndGoWithTheirQueue) {
+    ThreadPool pool(2);
+    auto queue = pool.serialQueue("kept", Priority::utility);
+    std::string ran;
+    std::promise<void> last;
+    queue->postAfter(microseconds(3000), [&] {
+        ran += "c";
+        last.set_value();
+    });
+    queue->postAfter(microseconds(1000), [&] { ran += "b"; });
+    queue->postAfter(hours(1), [&] { ran += "x"; });
+    queue->post([&] { ran += "a"; });
+    auto owned = std::make_shared<int>();
+    auto dropped = pool.serialQueue("dropped", Priority::utility);
+    dropped->postAfter(hours(1), [owned] {});
+    dropped.reset();
+    EXPECT_EQ(owned.use_count(), 1);
+    last.get_future().wait();
+    queue->drain();
+    EXPECT_EQ(ran, "abc");
+}
+
+TEST(ThreadPoolTest, DroppingAQueueLetsPostedJobsEnd) {
+    ThreadPool pool(1);
+    Gate gate;
+    std::promise<int> ran;
+    auto queue = pool.serialQueue("test", Priority::utility);
+    queue->post(gate.job());
+    queue->post([&] { ran.set_value(1); });
+    queue.reset();
+    gate.open();
+    EXPECT_EQ(ran.get_future().get(), 1);
+}
+
+TEST(ThreadPoolTest, EndingStopsRunningJobsAndDropsWaitingOnes) {
+    SystemClock clock;
+    std::atomic<int> ended = 0, ran = 0;
+    auto owned = std::make_shared<int>();
+    std::unique_ptr<SerialQueue> queue;
+    {
+        ThreadPool pool(2);
+        std::promise<void> began[2];
+        for (auto& promise : began) {
+            pool.run(Priority::background, [&](const std::stop_token& stop) {
+                promise.set_value();
+                clock.sleep(Duration::max(), stop);
+                ++ended;
+            });
+        }
+        for (auto& promise : began) promise.get_future().wait();
+        queue = pool.serialQueue("test", Priority::utility);
+        auto count = [&ran, owned] { ++ran; };
+        queue->post(count);
+        queue->postAfter(hours(1), count);
+        pool.run(Priority::userInitiated, [count](const std::stop_token&) { count(); });
+    }
+    EXPECT_EQ(ended, 2);
+    EXPECT_EQ(ran, 0);
+    queue->post([&ran, owned] { ++ran; });
+    queue->drain();
+    EXPECT_EQ(owned.use_count(), 1);
+    EXPECT_EQ(ran, 0);
+}
+
+TEST(ThreadPoolTest, ManyThreadsUseManyQueues) {
+    ThreadPool pool(3);
+    constexpr int kQueues = 8, kJobs = 200;
+    std::vector<std::unique_ptr<SerialQueue>> queues;
+    std::vector<int> counts(kQueues);
+    for (int q = 0; q < kQueues; ++q)
+        queues.push_back(pool.serialQueue("test", static_cast<Priority>(q % 3)));
+    std::vector<std::thread> posters;
+    for (int t = 0; t < 3; ++t) {
+        posters.emplace_back([&] {
+            for (int i = 0; i < kJobs; ++i) {
+                for (std::size_t q = 0; q < kQueues; ++q) {
+                    auto job = [&counts, q] { ++counts[q]; };
+                    if (i % 10 == 0) {
+                        queues[q]->postAfter(microseconds(i), job);
+                    } else {
+                        queues[q]->post(job);
+                    }
+                }
+            }
+            for (auto& queue : queues) queue->drain();
+        });
+    }
+    for (auto& poster : posters) poster.join();
+    // The delayed ones are due soon; their queues tell when they have run.
+    for (std::size_t q = 0; q < kQueues; ++q) {
+        std::promise<void> due;
+        queues[q]->postAfter(milliseconds(1), [&] { due.set_value(); });
+        due.get_future().wait();
+    }
+    EXPECT_EQ(counts, std::vector<int>(kQueues, 3 * kJobs));
+}
+
+}  // namespace
+}  // namespace vesk
