@@ -168,7 +168,8 @@ SearchEngine::Snippet SearchEngine::makeSnippet(std::string_view body, const std
 SearchEngine::Snippet SearchEngine::parseMarkedSnippet(std::string_view marked) {
     Snippet snippet;
     snippet.text.reserve(marked.size());
-    std::optional<std::size_t> opened;
+    constexpr std::size_t none = std::string_view::npos;
+    std::size_t opened = none;
     std::size_t units = 0;
     for (char c : marked) {
         if (c == openMark) {
@@ -176,8 +177,8 @@ SearchEngine::Snippet SearchEngine::parseMarkedSnippet(std::string_view marked) 
             // counts.
             opened = units;
         } else if (c == closeMark) {
-            if (opened && units > *opened) snippet.matchRanges.push_back({*opened, units - *opened});
-            opened.reset();
+            if (opened < units) snippet.matchRanges.push_back({opened, units - opened});
+            opened = none;
         } else {
             const auto byte = static_cast<unsigned char>(c);
             if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;

@@ -10,6 +10,7 @@
 
 #include "Support/Fakes.h"
 #include "VeskCore/Index/SearchEngine.h"
+#include "VeskCore/Support/Unicode.h"
 #include "VeskCore/Support/VirtualTime.h"
 
 namespace vesk::test {
