@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "VeskCore/Support/Text.h"
 
@@ -14,18 +15,21 @@ namespace vesk::linuxfiles {
 
 namespace {
 
-using std::chrono::duration_cast;
 using std::chrono::floor;
 using std::chrono::microseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-/// File systems keep years that a TimePoint of nanoseconds can't hold: these are moved to its ends.
+// The years 1 to 9999, the ones that a person can mean. Dates at the ends of what the types hold would
+// overflow as soon as someone reckons with them.
+constexpr seconds earliest{-62'135'596'800};
+constexpr seconds latest{253'402'300'799};
+
+/// A file system may keep any year: these are moved to the nearest that counts.
 TimePoint timePoint(const statx_timestamp& stamp) {
-    constexpr auto last = duration_cast<seconds>(nanoseconds::max()).count() - 1;
-    if (stamp.tv_sec >= last) return TimePoint(seconds(last));
-    if (stamp.tv_sec <= -last) return TimePoint(seconds(-last));
-    return TimePoint(seconds(stamp.tv_sec) + nanoseconds(stamp.tv_nsec));
+    if (stamp.tv_sec >= latest.count()) return TimePoint(latest);
+    if (stamp.tv_sec < earliest.count()) return TimePoint(earliest);
+    return TimePoint(seconds(stamp.tv_sec) + floor<TimePoint::duration>(nanoseconds(stamp.tv_nsec)));
 }
 
 FileKind kind(unsigned mode) {
@@ -42,22 +46,17 @@ FileInfo fileInfo(const struct statx& status, std::optional<TimePoint> keptCreat
     info.kind = kind(status.stx_mode);
     info.size = status.stx_size;
     info.modified = timePoint(status.stx_mtime);
-    if (keptCreated) {
-        info.created = *keptCreated;
-    } else {
-        // The attribute holds microseconds; a date of that precision stays equal over the first save.
-        const auto& birth = (status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime : status.stx_mtime;
-        info.created = floor<microseconds>(timePoint(birth));
-    }
+    const auto& birth = (status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime : status.stx_mtime;
+    info.created = keptCreated.value_or(timePoint(birth));
     info.fileID = status.stx_ino;
     info.device = makedev(status.stx_dev_major, status.stx_dev_minor);
     return info;
 }
 
 std::optional<TimePoint> parsedCreated(std::string_view bytes) {
+    static_assert(std::is_same_v<TimePoint::duration, microseconds>, "the attribute would cut dates");
     const auto count = parseInteger(bytes);
-    constexpr auto last = duration_cast<microseconds>(nanoseconds::max()).count();
-    if (!count || *count > last || *count < -last) return {};
+    if (!count || *count < microseconds(earliest).count() || *count > microseconds(latest).count()) return {};
     return TimePoint(microseconds(*count));
 }
 

@@ -11,8 +11,10 @@
 
 namespace vesk {
 
-/// Two processes may use one file: each write takes a lock beside it, reads the file anew and changes its own
-/// key. A file that can't be parsed is put aside as "defaults.json.damaged", never overwritten.
+/// Two processes may use one file: each write takes a lock beside it ("defaults.json.lock"), reads the file
+/// anew and changes its own keys, leaving those it doesn't know. A file that can't be parsed is put aside as
+/// "defaults.json.damaged" (then "….damaged-2"), never overwritten. What a write failed to store goes with
+/// the next.
 class FileUserDefaults final : public UserDefaults {
 public:
     FileUserDefaults(FilePath file, FileSystem& files, Log& log);
@@ -23,14 +25,16 @@ public:
     void remove(std::string_view key) override;
 
 private:
-    void change(std::string_view key, const std::optional<Json>& value);
+    using Changes = std::map<std::string, std::optional<Json>, std::less<>>;
+    void change(std::string_view key, std::optional<Json> value);
+    void store();
+    void putAside(const FilePath& damaged);
 
     FilePath file_;
     FileSystem& files_;
     Log& log_;
     mutable std::mutex unsavedLock_;
-    std::map<std::string, std::optional<Json>, std::less<>>
-        unsaved_;  // what could not be stored, for this run
+    Changes unsaved_;  // what is not stored yet; none for a key that goes
 };
 
 }  // namespace vesk

@@ -259,8 +259,7 @@ void LinuxFileSystem::remove(const FilePath& path) {
 }
 
 void LinuxFileSystem::setCreationDate(const FilePath& path, TimePoint created) {
-    using std::chrono::microseconds;
-    const auto count = std::chrono::floor<microseconds>(created).time_since_epoch().count();
+    const auto count = std::chrono::floor<std::chrono::microseconds>(created).time_since_epoch().count();
     const std::string text = std::to_string(count);
     if (::setxattr(path.c_str(), createdAttribute, text.data(), text.size(), 0) != 0)
         fail("set attribute", path);
