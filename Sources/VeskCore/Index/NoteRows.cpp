@@ -108,8 +108,10 @@ NoteRows NoteRows::of(const Note& note, const NoteScan& scan, const FrontmatterD
 
 bool serialisesToItself(std::string_view text) {
     auto firstEnd = text.find('\n');
-    if (trimHorizontal(text.substr(0, firstEnd)) != "---") return true;  // no block: all of it is body
-    if (firstEnd != 3) return false;  // blanks around the fence, or nothing below it
+    std::string_view first = text.substr(0, firstEnd);
+    if (first.ends_with('\r')) first.remove_suffix(1);
+    if (trimHorizontal(first) != "---") return true;  // no block: all of it is body
+    if (firstEnd != 3) return false;                  // blanks around the fence, or nothing below it
     // The fence as it is written, alone on its line.
     auto close = text.find("\n---", firstEnd);
     while (close != text.npos && close + 4 < text.size() && text[close + 4] != '\n') {

@@ -25,7 +25,7 @@ TEST(ChunkerTest, CutsABodyAtItsHeadings) {
          {"before", "Top\n\nx", "Top > A\n\ny", "Next\n\nz"}},
         {"a level left out", "# Top\n### B\nx\n## C\ny", {"Top > B\n\nx", "Top > C\n\ny"}},
         {"a heading without text", "# Top\n##\nx", {"Top\n\nx"}},
-        {"an indented heading", "  ## A\t\nx", {"A\t\n\nx"}},
+        {"an indented heading", "  ## A\t\nx", {"A\n\nx"}},
         {"a heading in a fence", "```\n# no\n```\n# yes\nx", {"```\n# no\n```", "yes\n\nx"}},
         {"either marker closes a fence", "```\n~~~\n# yes\nx", {"```\n~~~", "yes\n\nx"}},
         {"no heading: a tag, a tab, seven", "#tag\n#\tx\n####### y", {"#tag\n#\tx\n####### y"}},

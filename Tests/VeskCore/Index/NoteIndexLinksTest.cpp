@@ -8,6 +8,8 @@ namespace vesk::test {
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 class NoteIndexLinksTest : public IndexFixture {
 protected:
     using Links = std::vector<std::pair<std::string, std::optional<std::string>>>;
@@ -177,7 +179,9 @@ TEST_F(NoteIndexLinksTest, ResolvesAsIfAllNamesWereReadForEachSave) {
     index().query("SELECT source_path, target_name, target_resolved_path FROM links", {},
                   [&](const Row& row) {
                       auto expected = resolveByReadingEverything(index(), row.text(0), row.text(1));
-                      if (expected) EXPECT_EQ(row.text(2), *expected) << row.text(0) << " " << row.text(1);
+                      if (expected) {
+                          EXPECT_EQ(row.text(2), *expected) << row.text(0) << " " << row.text(1);
+                      }
                   });
 }
 
