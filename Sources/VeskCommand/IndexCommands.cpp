@@ -83,7 +83,7 @@ void status(const CommandContext& context) {
     row("Passages",
         fmt::format("{}, {} with a vector", noteIndex->chunkCount(), noteIndex->embeddedChunkCount()));
     row("Sentence model", embedding.isConfigured() ? embedding.id() : std::string("not installed"));
-    row("Last indexed", last ? mediumDateShortTime(*last, deviceTimeZone(), "") : std::string("never"));
+    row("Last indexed", last ? mediumDateShortTime(*last, deviceTimeZone(), "en_GB") : std::string("never"));
     for (const auto& [path, reason] : pendingNotes) row("Pending", printable(path) + ": " + reason);
     for (const auto& [path, reason] : pendingDocuments) row("Pending", printable(path) + ": " + reason);
 }

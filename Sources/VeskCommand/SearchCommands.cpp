@@ -24,7 +24,11 @@ std::string shownSnippet(const CommandContext& context, const SearchHit& hit) {
             printable(utf8(std::u16string_view(units).substr(range.location, range.length))), Tone::match);
         at = range.end();
     }
-    return replaceAll(shown + printable(utf8(std::u16string_view(units).substr(at))), "\\n", " ");
+    shown += printable(utf8(std::u16string_view(units).substr(at)));
+    // The line ends of the note are told by one blank each.
+    shown = replaceAll(shown, "\\n", " ");
+    while (shown.find("  ") != std::string::npos) shown = replaceAll(shown, "  ", " ");
+    return shown;
 }
 
 struct QueryVector {
