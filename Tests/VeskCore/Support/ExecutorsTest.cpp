@@ -20,7 +20,6 @@ public:
     std::function<void()> job() {
         return [future = future_] { future.wait(); };
     }
-    void wait() { future_.wait(); }
 
 private:
     std::promise<void> promise_;
@@ -31,18 +30,21 @@ private:
 
 TEST(RunLoopTest, RunsJobsInOrderAndTimersByDueTime) {
     RunLoop loop;
-    std::string ran;
-    auto late = loop.postAfter(microseconds(2000), [&] { ran += "L"; });
-    auto early = loop.postAfter(microseconds(1000), [&] { ran += "E"; });
-    auto never = loop.postAfter(microseconds(500), [&] { ran += "N"; });
+    std::string jobs, timers;
+    auto owned = std::make_shared<int>();
+    auto never = loop.postAfter(hours(1), [owned] {});
+    auto early = loop.postAfter(microseconds(1000), [&] { timers += "E"; });
+    auto late = loop.postAfter(microseconds(2000), [&] { timers += "L"; });
     loop.post([&] {
-        ran += "1";
+        jobs += "1";
         never.cancel();
-        loop.post([&] { ran += "3"; });
+        loop.post([&] { jobs += "3"; });
     });
-    loop.post([&] { ran += "2"; });
-    EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 5; }, hours(1)));
-    EXPECT_EQ(ran, "123EL");
+    loop.post([&] { jobs += "2"; });
+    EXPECT_TRUE(loop.runUntil([&] { return jobs.size() == 3 && timers.size() == 2; }, hours(1)));
+    EXPECT_EQ(jobs, "123");
+    EXPECT_EQ(timers, "EL");
+    EXPECT_EQ(owned.use_count(), 1);
 }
 
 TEST(RunLoopTest, AHandleCancelsOnlyItsOwnTimer) {
@@ -118,10 +120,10 @@ TEST(RunLoopTest, OtherThreadsPostAndQuit) {
 // ThreadPool
 
 TEST(ThreadPoolTest, HigherPrioritiesGoFirst) {
-    ThreadPool pool(1);
     Gate gate;
     std::string ran;
     std::promise<void> last;
+    ThreadPool pool(1);  // last, here and below: its jobs are over before what they use goes
     auto blocker = [job = gate.job()](const std::stop_token&) { job(); };
     pool.run(Priority::userInitiated, blocker);
     pool.run(Priority::background, [&](const std::stop_token&) {
@@ -137,10 +139,10 @@ TEST(ThreadPoolTest, HigherPrioritiesGoFirst) {
 }
 
 TEST(ThreadPoolTest, ACancelledJobSeesItsStopAlsoBeforeItBegins) {
-    ThreadPool pool(1);
     std::promise<void> began;
     std::promise<bool> waitingSawStop;
     SystemClock clock;
+    ThreadPool pool(1);
     auto running = pool.run(Priority::utility, [&](const std::stop_token& stop) {
         began.set_value();
         clock.sleep(Duration::max(), stop);
@@ -159,9 +161,9 @@ TEST(ThreadPoolTest, ACancelledJobSeesItsStopAlsoBeforeItBegins) {
 }
 
 TEST(ThreadPoolTest, ASerialQueueRunsOneJobAtATimeInOrder) {
+    std::vector<int> order;  // unguarded: the queue itself keeps its jobs apart
     ThreadPool pool(4);
     auto queue = pool.serialQueue("test", Priority::utility);
-    std::vector<int> order;  // unguarded: the queue itself keeps its jobs apart
     for (int i = 0; i < 1000; ++i) queue->post([&order, i] { order.push_back(i); });
     queue->drain();
     ASSERT_EQ(order.size(), 1000U);
@@ -178,9 +180,11 @@ TEST(ThreadPoolTest, ASerialQueueRunsOneJobAtATimeInOrder) {
 }
 
 TEST(ThreadPoolTest, DrainingFromTheOnlyWorkerRunsTheQueue) {
-    ThreadPool pool(1);
-    auto queue = pool.serialQueue("test", Priority::background);
     std::promise<int> result;
+    std::promise<void> after;
+    std::unique_ptr<SerialQueue> queue;
+    ThreadPool pool(1);
+    queue = pool.serialQueue("test", Priority::background);
     pool.run(Priority::userInitiated, [&](const std::stop_token&) {
         int ran = 0;
         bool current = true;
@@ -194,16 +198,16 @@ TEST(ThreadPoolTest, DrainingFromTheOnlyWorkerRunsTheQueue) {
         result.set_value(current && !queue->isCurrent() ? ran : -1);
     });
     EXPECT_EQ(result.get_future().get(), 10);
-    std::promise<void> after;
     queue->post([&] { after.set_value(); });
     after.get_future().wait();
 }
 
 TEST(ThreadPoolTest, ABusyQueueKeepsNobodyOut) {
-    ThreadPool pool(1);
-    auto endless = pool.serialQueue("endless", Priority::utility),
-         other = pool.serialQueue("other", Priority::utility);
     std::atomic<bool> done = false;
+    std::unique_ptr<SerialQueue> endless, other;
+    ThreadPool pool(1);
+    endless = pool.serialQueue("endless", Priority::utility);
+    other = pool.serialQueue("other", Priority::utility);
     std::function<void()> again = [&] {
         if (!done) endless->post(again);
     };
@@ -214,17 +218,17 @@ TEST(ThreadPoolTest, ABusyQueueKeepsNobodyOut) {
 }
 
 TEST(ThreadPoolTest, DelayedJobsRunByDueTimeAndGoWithTheirQueue) {
-    ThreadPool pool(2);
-    auto queue = pool.serialQueue("kept", Priority::utility);
     std::string ran;
     std::promise<void> last;
+    ThreadPool pool(2);
+    auto queue = pool.serialQueue("kept", Priority::utility);
+    queue->post([&] { ran += "a"; });
+    queue->postAfter(hours(1), [&] { ran += "x"; });  // the workers wait for it until an earlier one comes
+    queue->postAfter(microseconds(1000), [&] { ran += "b"; });
     queue->postAfter(microseconds(3000), [&] {
         ran += "c";
         last.set_value();
     });
-    queue->postAfter(microseconds(1000), [&] { ran += "b"; });
-    queue->postAfter(hours(1), [&] { ran += "x"; });
-    queue->post([&] { ran += "a"; });
     auto owned = std::make_shared<int>();
     auto dropped = pool.serialQueue("dropped", Priority::utility);
     dropped->postAfter(hours(1), [owned] {});
@@ -236,9 +240,9 @@ TEST(ThreadPoolTest, DelayedJobsRunByDueTimeAndGoWithTheirQueue) {
 }
 
 TEST(ThreadPoolTest, DroppingAQueueLetsPostedJobsEnd) {
-    ThreadPool pool(1);
     Gate gate;
     std::promise<int> ran;
+    ThreadPool pool(1);
     auto queue = pool.serialQueue("test", Priority::utility);
     queue->post(gate.job());
     queue->post([&] { ran.set_value(1); });
@@ -253,8 +257,8 @@ TEST(ThreadPoolTest, EndingStopsRunningJobsAndDropsWaitingOnes) {
     auto owned = std::make_shared<int>();
     std::unique_ptr<SerialQueue> queue;
     {
-        ThreadPool pool(2);
         std::promise<void> began[2];
+        ThreadPool pool(2);
         for (auto& promise : began) {
             pool.run(Priority::background, [&](const std::stop_token& stop) {
                 promise.set_value();
@@ -278,10 +282,11 @@ TEST(ThreadPoolTest, EndingStopsRunningJobsAndDropsWaitingOnes) {
 }
 
 TEST(ThreadPoolTest, ManyThreadsUseManyQueues) {
-    ThreadPool pool(3);
     constexpr int kQueues = 8, kJobs = 200;
-    std::vector<std::unique_ptr<SerialQueue>> queues;
     std::vector<int> counts(kQueues);
+    std::vector<std::promise<void>> due(kQueues);
+    ThreadPool pool(3);
+    std::vector<std::unique_ptr<SerialQueue>> queues;
     for (int q = 0; q < kQueues; ++q)
         queues.push_back(pool.serialQueue("test", static_cast<Priority>(q % 3)));
     std::vector<std::thread> posters;
@@ -303,9 +308,8 @@ TEST(ThreadPoolTest, ManyThreadsUseManyQueues) {
     for (auto& poster : posters) poster.join();
     // The delayed ones are due soon; their queues tell when they have run.
     for (std::size_t q = 0; q < kQueues; ++q) {
-        std::promise<void> due;
-        queues[q]->postAfter(milliseconds(1), [&] { due.set_value(); });
-        due.get_future().wait();
+        queues[q]->postAfter(milliseconds(1), [&due, q] { due[q].set_value(); });
+        due[q].get_future().wait();
     }
     EXPECT_EQ(counts, std::vector<int>(kQueues, 3 * kJobs));
 }
