@@ -18,7 +18,7 @@ namespace vesk::test {
 class SearchFixture {
 public:
     explicit SearchFixture(KeywordBackend backend = KeywordBackend::fts5) {
-        const auto file = folder / "index.sqlite";
+        const auto file = platform.vaultFolder / "index.sqlite";
         if (backend == KeywordBackend::likeScan) takeNamesOfFullText(file);
         index = std::make_unique<NoteIndex>(file, time, log);
         engine = std::make_unique<SearchEngine>(*index, log);
@@ -29,7 +29,7 @@ public:
     void note(const std::string& path, std::string_view text) {
         const TimePoint when = nextMoment();
         index->reindexText(Note{.relativePath = path,
-                                .path = folder / path,
+                                .path = platform.vaultFolder / path,
                                 .title = path,
                                 .modified = when,
                                 .created = when,
@@ -38,7 +38,7 @@ public:
     }
     void document(const std::string& path, std::string_view text) {
         index->reindex(VaultDocument{.relativePath = path,
-                                     .path = folder / path,
+                                     .path = platform.vaultFolder / path,
                                      .kind = *Vault::indexedKind(path),
                                      .modified = nextMoment(),
                                      .size = static_cast<std::int64_t>(text.size())},
@@ -56,7 +56,7 @@ public:
         return lines;
     }
 
-    ScratchFolder folder;
+    PlatformFixture platform;
     VirtualTime time;
     RecordingLog log;
     std::unique_ptr<NoteIndex> index;

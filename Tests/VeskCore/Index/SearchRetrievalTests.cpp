@@ -160,7 +160,7 @@ TEST(SearchRetrieval, MeaningAddsPassagesCappedBesideKeywords) {
 
 TEST(SearchRetrieval, PutsPicturesAndThenStylesheetsBehindProse) {
     SearchFixture world;
-    world.note("pictures.md", "# Zebra\n\n![zebra](a.png)\n![zebra](b.png)\n");
+    world.note("pictures.md", "## Attachments\n\n![zebra](a.png)\n![zebra](b.png)\n");
     world.note("prose.md",
                "a zebra among very many other words that make its rank a low one " + std::string(300, 'x'));
     world.document("zebra.css", "zebra { color: red }");
