@@ -148,7 +148,10 @@ private:
 ReindexSummary NoteIndex::Implementation::fullReindex(const Vault& vault, const Progress& progress,
                                                       std::stop_token stop) {
     Duration start = owner.clock_.monotonic();
-    auto [notes, documents] = vault.enumerateNotesAndDocuments();
+    // Plain references: clang 14 captures no structured binding.
+    const auto listing = vault.enumerateNotesAndDocuments();
+    const auto& notes = listing.first;
+    const auto& documents = listing.second;
     FullReindex run{
         .total = static_cast<int>(notes.size() + documents.size()), .progress = progress, .stop = stop};
 
