@@ -7,6 +7,7 @@
 #include <chrono>
 #include <limits>
 #include <mutex>
+#include <vector>
 
 #include "VeskCore/Support/Ensure.h"
 #include "VeskCore/Support/Text.h"
@@ -74,69 +75,6 @@ std::string formatted(const icu::DateFormat& format, TimePoint time) {
     return text.toUTF8String(result);
 }
 
-}  // namespace
-
-struct DateFormat::Impl {
-    mutable std::mutex formatsLock;  // ICU's formats are for one thread at a time
-    std::unique_ptr<icu::SimpleDateFormat> format;
-    std::unique_ptr<icu::SimpleDateFormat> check;  // the same in UTC; none when the text names its zone
-};
-
-DateFormat::DateFormat(std::string_view pattern, std::string_view timeZone) {
-    auto impl = std::make_shared<Impl>();
-    auto icuPattern = icuText(pattern);
-    std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(icuText(timeZone)));
-    impl->format = makeFormat(icuPattern, *zone);
-    if (!namesZone(pattern)) {
-        impl->check = makeFormat(icuPattern, *icu::TimeZone::getGMT());
-        // What passed the check exists in the calendar; a time of day that a clock change takes away moves
-        // on.
-        impl->format->setLenient(true);
-    }
-    impl_ = std::move(impl);
-}
-
-DateFormat::~DateFormat() = default;
-DateFormat::DateFormat(const DateFormat&) = default;
-DateFormat& DateFormat::operator=(const DateFormat&) = default;
-
-std::string DateFormat::format(TimePoint time) const {
-    std::lock_guard held(impl_->formatsLock);
-    return formatted(*impl_->format, time);
-}
-
-std::optional<TimePoint> DateFormat::parse(std::string_view text) const {
-    constexpr std::size_t kLongest = 1000;  // far beyond any date
-    if (text.empty() || text.size() > kLongest) return {};
-    auto icu = icuText(text);
-    std::lock_guard held(impl_->formatsLock);
-    if (impl_->check) {
-        // ICU takes one digit for two, other scripts' digits and a wrong weekday. Writing the date again
-        // shows them. In UTC, where no clock change takes a time of day away. Names count without regard to
-        // case.
-        auto date = parseWhole(*impl_->check, icu);
-        if (!date) return {};
-        icu::UnicodeString again;
-        impl_->check->format(*date, again);
-        if (again.caseCompare(icu, U_FOLD_CASE_DEFAULT) != 0) return {};
-    }
-    auto date = parseWhole(*impl_->format, icu);
-    if (!date) return {};
-    return TimePoint(milliseconds(static_cast<std::int64_t>(*date)));
-}
-
-std::string iso8601(TimePoint time) {
-    auto day = std::chrono::floor<std::chrono::days>(time);
-    std::chrono::year_month_day date(day);
-    std::chrono::hh_mm_ss clock(std::chrono::floor<milliseconds>(time - day));
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
-                       static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                       clock.hours().count(), clock.minutes().count(), clock.seconds().count(),
-                       clock.subseconds().count());
-}
-
-namespace {
-
 /// Reads the fields of a date one after the other; after a failure every further read fails.
 class FieldReader {
 public:
@@ -182,21 +120,173 @@ private:
     bool failed_ = false;
 };
 
+bool isTimeOfDay(const DateComponents& parts) {
+    return parts.hour <= 23 && parts.minute <= 59 && parts.second <= 59;
+}
+
+std::chrono::year_month_day dayOf(const DateComponents& parts) {
+    return {std::chrono::year(parts.year), std::chrono::month(static_cast<unsigned>(parts.month)),
+            std::chrono::day(static_cast<unsigned>(parts.day))};
+}
+
+bool isDay(const DateComponents& parts) {
+    return dayOf(parts).ok();
+}
+
+/// A pattern of nothing but numbers of fixed width and literal text, such as "yyyy-MM-dd". Most dates are
+/// read by one of these, many of them while a vault is indexed, and ICU takes thirty times as long.
+class DigitPattern {
+public:
+    /// None if the pattern asks for anything else.
+    static std::optional<DigitPattern> make(std::string_view pattern) {
+        DigitPattern result;
+        bool quoted = false;
+        while (!pattern.empty()) {
+            char c = pattern.front();
+            if (c == '\'') {
+                if (pattern.substr(0, 2) == "''") return {};
+                quoted = !quoted;
+                pattern.remove_prefix(1);
+            } else if (quoted || !isAsciiLetter(c)) {
+                result.pieces_.push_back({.literal = c});
+                pattern.remove_prefix(1);
+            } else if (!result.addField(pattern)) {
+                return {};
+            }
+        }
+        if (quoted || result.pieces_.empty()) return {};
+        return result;
+    }
+
+    std::optional<DateComponents> parse(std::string_view text) const {
+        FieldReader reader(text);
+        DateComponents parts;
+        for (const auto& piece : pieces_) {
+            if (piece.field) {
+                parts.*piece.field = reader.digits(piece.width);
+            } else {
+                reader.expect(piece.literal);
+            }
+        }
+        if (!reader.complete() || parts.year < 1 || !isTimeOfDay(parts) || !isDay(parts)) return {};
+        return parts;
+    }
+
+private:
+    struct Piece {
+        int DateComponents::*field = nullptr;
+        std::size_t width = 0;
+        char literal = 0;  // where there is no field
+    };
+
+    bool addField(std::string_view& pattern) {
+        struct Known {
+            std::string_view letters;
+            int DateComponents::*field;
+        };
+        static constexpr Known kKnown[] = {
+            {"yyyy", &DateComponents::year}, {"MM", &DateComponents::month},  {"dd", &DateComponents::day},
+            {"HH", &DateComponents::hour},   {"mm", &DateComponents::minute}, {"ss", &DateComponents::second},
+        };
+        auto letters = pattern.substr(0, pattern.find_first_not_of(pattern.front()));
+        for (const auto& known : kKnown) {
+            if (known.letters != letters) continue;
+            for (const auto& piece : pieces_) {
+                if (piece.field == known.field) return false;  // twice the same may disagree
+            }
+            pieces_.push_back({.field = known.field, .width = letters.size()});
+            pattern.remove_prefix(letters.size());
+            return true;
+        }
+        return false;
+    }
+
+    std::vector<Piece> pieces_;
+};
+
 }  // namespace
+
+struct DateFormat::Impl {
+    Calendar calendar;
+    std::optional<DigitPattern> digits;  // reads instead of `format` where it can
+    mutable std::mutex formatsLock;      // ICU's formats are for one thread at a time
+    std::unique_ptr<icu::SimpleDateFormat> format;
+    std::unique_ptr<icu::SimpleDateFormat> check;  // the same in UTC; none when the text names its zone
+};
+
+DateFormat::DateFormat(std::string_view pattern, std::string_view timeZone) {
+    auto impl = std::make_shared<Impl>();
+    auto icuPattern = icuText(pattern);
+    std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(icuText(timeZone)));
+    impl->format = makeFormat(icuPattern, *zone);
+    impl->calendar.timeZone = timeZone;
+    impl->digits = DigitPattern::make(pattern);
+    if (!impl->digits && !namesZone(pattern)) {
+        impl->check = makeFormat(icuPattern, *icu::TimeZone::getGMT());
+        // What passed the check exists in the calendar; a time of day that a clock change takes away moves
+        // on.
+        impl->format->setLenient(true);
+    }
+    impl_ = std::move(impl);
+}
+
+DateFormat::~DateFormat() = default;
+DateFormat::DateFormat(const DateFormat&) = default;
+DateFormat& DateFormat::operator=(const DateFormat&) = default;
+
+std::string DateFormat::format(TimePoint time) const {
+    std::lock_guard held(impl_->formatsLock);
+    return formatted(*impl_->format, time);
+}
+
+std::optional<TimePoint> DateFormat::parse(std::string_view text) const {
+    if (impl_->digits) {
+        auto parts = impl_->digits->parse(text);
+        return parts ? std::optional(date(*parts, impl_->calendar)) : std::nullopt;
+    }
+    constexpr std::size_t kLongest = 1000;  // far beyond any date
+    if (text.empty() || text.size() > kLongest) return {};
+    auto icu = icuText(text);
+    std::lock_guard held(impl_->formatsLock);
+    if (impl_->check) {
+        // ICU takes one digit for two, other scripts' digits and a wrong weekday. Writing the date again
+        // shows them. In UTC, where no clock change takes a time of day away. Names count without regard to
+        // case.
+        auto checked = parseWhole(*impl_->check, icu);
+        if (!checked) return {};
+        icu::UnicodeString again;
+        impl_->check->format(*checked, again);
+        if (again.caseCompare(icu, U_FOLD_CASE_DEFAULT) != 0) return {};
+    }
+    auto parsed = parseWhole(*impl_->format, icu);
+    if (!parsed) return {};
+    return TimePoint(milliseconds(static_cast<std::int64_t>(*parsed)));
+}
+
+std::string iso8601(TimePoint time) {
+    auto day = std::chrono::floor<std::chrono::days>(time);
+    std::chrono::year_month_day date(day);
+    std::chrono::hh_mm_ss clock(std::chrono::floor<milliseconds>(time - day));
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
+                       static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                       clock.hours().count(), clock.minutes().count(), clock.seconds().count(),
+                       clock.subseconds().count());
+}
 
 std::optional<TimePoint> parseIso8601(std::string_view text) {
     FieldReader reader(text);
-    int year = reader.digits(4);
+    DateComponents parts;
+    parts.year = reader.digits(4);
     reader.expect('-');
-    int month = reader.digits(2);
+    parts.month = reader.digits(2);
     reader.expect('-');
-    int day = reader.digits(2);
+    parts.day = reader.digits(2);
     reader.expect('T');
-    int hour = reader.digits(2);
+    parts.hour = reader.digits(2);
     reader.expect(':');
-    int minute = reader.digits(2);
+    parts.minute = reader.digits(2);
     reader.expect(':');
-    int second = reader.digits(2);
+    parts.second = reader.digits(2);
     microseconds fraction{};
     if (reader.take('.')) fraction = reader.fraction();
     std::chrono::minutes offset{};
@@ -209,12 +299,9 @@ std::optional<TimePoint> parseIso8601(std::string_view text) {
         if (hours > 23 || minutes > 59) return {};
         offset = std::chrono::minutes((hours * 60 + minutes) * (behind ? -1 : 1));
     }
-    std::chrono::year_month_day date{std::chrono::year(year),
-                                     std::chrono::month(static_cast<unsigned>(month)),
-                                     std::chrono::day(static_cast<unsigned>(day))};
-    if (!reader.complete() || !date.ok() || hour > 23 || minute > 59 || second > 59) return {};
-    return TimePoint(std::chrono::sys_days(date)) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
-           std::chrono::seconds(second) + fraction - offset;
+    if (!reader.complete() || !isTimeOfDay(parts) || !isDay(parts)) return {};
+    return TimePoint(std::chrono::sys_days(dayOf(parts))) + std::chrono::hours(parts.hour) +
+           std::chrono::minutes(parts.minute) + std::chrono::seconds(parts.second) + fraction - offset;
 }
 
 const std::string& deviceTimeZone() {

@@ -1,4 +1,5 @@
-// Dates as text. Fixed formats use a Gregorian calendar, ASCII digits and the locale en_US_POSIX, never the user's.
+// Dates as text. Fixed formats use a Gregorian calendar, ASCII digits and the locale en_US_POSIX, never the
+// user's.
 #pragma once
 
 #include <memory>
@@ -10,8 +11,10 @@
 
 namespace vesk {
 
-/// One fixed format by a Unicode date pattern (UTS #35) in one time zone. Parsing is strict: the whole text, no
-/// date that does not exist. Immutable; safe on any thread.
+/// One fixed format by a Unicode date pattern (UTS #35) in one time zone. Parsing is strict: the whole text,
+/// no date that does not exist, the digits just as they would be written, names in any case. A time of day
+/// that a clock change takes away is read, moved on by the gap; years are 1 to 9999. Immutable; safe on any
+/// thread.
 class DateFormat {
 public:
     DateFormat(std::string_view pattern, std::string_view timeZone);
@@ -31,8 +34,8 @@ private:
 std::string iso8601(TimePoint time);
 std::optional<TimePoint> parseIso8601(std::string_view text);
 
-/// This machine's zone (IANA name; the environment's TZ counts), read once. Only for dates that belong to the device
-/// rather than to a calendar that is handed in: those of frontmatter.
+/// This machine's zone (IANA name; the environment's TZ counts), read once. Only for dates that belong to the
+/// device rather than to a calendar that is handed in: those of frontmatter.
 const std::string& deviceTimeZone();
 
 /// A date as the user reads it, in a locale's medium date and short time style.

@@ -31,6 +31,10 @@ TEST(DateFormatTest, WritesAndReadsFixedForms) {
         {"yyyy-MM-dd HH:mm:ss ZZZZZ", "UTC", 1'783'071'000, "2026-07-03 09:30:00 Z"},
         {"EEEE, d MMMM yyyy", "UTC", 1'783'036'800, "Friday, 3 July 2026"},
         {"h:mm a, MMM d, yyyy", "UTC", 1'783'071'000, "9:30 AM, Jul 3, 2026"},
+        {"dd.MM.yyyy 'o''clock' HH", "UTC", 1'783'069'200, "03.07.2026 o'clock 09"},
+        {"HH:mm", "UTC", 34'200, "09:30"},
+        {"yyyy年MM月dd日", "UTC", 1'783'036'800, "2026年07月03日"},
+        {"yyyy-MM-dd (MM)", "UTC", 1'783'036'800, "2026-07-03 (07)"},
         {"yyyy年M月d日", "UTC", 1'783'036'800, "2026年7月3日"},
         {"yyyy/MM/dd", "America/Sao_Paulo", 1'541'300'400, "2018/11/04"},  // a day without a midnight
     };
@@ -82,6 +86,9 @@ TEST(DateFormatTest, RefusesWhatIsNotExactlyTheForm) {
     EXPECT_EQ(day.parse(std::string(2'000'000, '1')), std::nullopt);
     EXPECT_EQ(day.parse(std::string("2024-02-03\0", 11)), std::nullopt);
     EXPECT_EQ(day.parse("2024-02-\xFF"), std::nullopt);
+    EXPECT_EQ(DateFormat("yyyy-MM-dd (MM)", "UTC").parse("2026-07-03 (08)"), std::nullopt);
+    EXPECT_EQ(DateFormat("d.M.yyyy", "UTC").parse("30.2.2024"), std::nullopt);
+    EXPECT_EQ(DateFormat("d.M.yyyy", "UTC").parse("03.07.2026"), std::nullopt);
     EXPECT_EQ(DateFormat("EEEE, d MMMM yyyy", "UTC").parse("Monday, 3 July 2026"), std::nullopt);
     EXPECT_EQ(DateFormat("yyyy-MM-dd ZZZZZ", "UTC").parse("2024-02-30 Z"), std::nullopt);
 }
@@ -93,15 +100,17 @@ TEST(DateFormatTest, NamesAreReadInAnyCase) {
 }
 
 TEST(DateFormatTest, ATimeThatTheClockSkipsOrRepeatsIsRead) {
-    DateFormat format("yyyy-MM-dd'T'HH:mm:ss", "Europe/Berlin");
-    EXPECT_EQ(format.parse("2026-03-29T02:30:00"), at(1'774'747'800));
-    EXPECT_EQ(format.parse("2026-10-25T02:30:00"), at(1'792'888'200));
+    DateFormat digits("yyyy-MM-dd'T'HH:mm:ss", "Europe/Berlin"), names("d MMM yyyy H:mm", "Europe/Berlin");
+    EXPECT_EQ(digits.parse("2026-03-29T02:30:00"), at(1'774'747'800));
+    EXPECT_EQ(names.parse("29 Mar 2026 2:30"), at(1'774'747'800));
+    EXPECT_EQ(digits.parse("2026-10-25T02:30:00"), at(1'792'888'200));
+    EXPECT_EQ(names.parse("25 Oct 2026 2:30"), at(1'792'888'200));
 }
 
 TEST(DateFormatTest, AnyPatternThatAUserTypesIsHarmless) {
     for (const char* pattern :
          {"", "'", "yyyy'", "''", "qwertzuiopasdfghjklyxcvbnm", "{{date}}", "YYYY-DD", "\xFF\xFE", "jjjj",
-          "%Y-%m-%d", "yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy"}) {
+          "%Y-%m-%d", "yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy", "dd.MM'"}) {
         DateFormat format(pattern, "UTC");
         auto text = format.format(at(1'783'071'000));
         format.parse(text);
