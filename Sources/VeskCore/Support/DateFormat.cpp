@@ -308,9 +308,11 @@ const std::string& deviceTimeZone() {
     static const std::string zone = [] {
         std::unique_ptr<icu::TimeZone> host(icu::TimeZone::detectHostTimeZone());
         icu::UnicodeString id;
+        if (host) host->getID(id);
+        // The environment may name a zone that nobody knows; the C library takes that for UTC too.
+        std::unique_ptr<icu::TimeZone> known(icu::TimeZone::createTimeZone(id));
         std::string name;
-        if (host) host->getID(id).toUTF8String(name);
-        return name.empty() || name == "Etc/Unknown" ? std::string("UTC") : name;
+        return *known == icu::TimeZone::getUnknown() ? std::string("UTC") : id.toUTF8String(name);
     }();
     return zone;
 }
