@@ -90,7 +90,10 @@ FilePath Vault::indexPath() const {
 }
 
 FilePath Vault::absolutePath(std::string_view relativePath) const {
-    return appending(root_, relativePath);
+    // One string taken apart once: listings make an address for every file of the vault.
+    const std::size_t first = relativePath.find_first_not_of('/');
+    if (first == relativePath.npos) return root_;
+    return joinedPath(root_.native(), relativePath.substr(first));
 }
 
 std::optional<std::string> Vault::relativePath(const FilePath& path) const {

@@ -1,3 +1,4 @@
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -218,6 +219,8 @@ TEST_F(AtomicWriteTest, NeverOverwritesAFileThatAppearsMeanwhile) {
     };
     EXPECT_EQ(failure([&] { AtomicWrite::writeText(vault / "a.md", "ours"); }), EEXIST);
     EXPECT_EQ(vault.read("a.md"), "theirs");
+    platform.files.fault = nullptr;
+    EXPECT_EQ(failure([&] { AtomicWrite::createText(vault / "a.md", "ours"); }), EEXIST);
     EXPECT_EQ(failure([&] { AtomicWrite::createData(vault / "a.md", "ours"); }), EEXIST);
     EXPECT_EQ(vault.read("a.md"), "theirs");
     EXPECT_EQ(vault.list(), Names{"a.md"});

@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include "Support/Fakes.h"
 #include "VeskCore/Vault/SyncProvider.h"
 

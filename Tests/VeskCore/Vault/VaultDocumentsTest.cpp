@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <cerrno>
 
 #include "Support/Fakes.h"
