@@ -5,9 +5,12 @@
 
 namespace vesk {
 
-/// Stateless; any thread. Writes are durable: written, fsynced, renamed, and the folder fsynced. The creation
-/// date that survives saves is kept in the extended attribute "user.vesk.created" (decimal microseconds since
-/// 1970).
+/// Stateless; any thread. Writes are durable: written, fsynced, renamed, and the folder fsynced. Where the
+/// last of these fails, the change stands but may not outlast a power cut, and SystemError says so ("fsync").
+/// A file of writeNew has its bytes on stable storage; its name is sure to be there once replace or move has
+/// put it in its place. The creation date that survives saves is kept in the extended attribute
+/// "user.vesk.created" (decimal microseconds since 1970). Attributes are the item's own: those of a symbolic
+/// link's target are not reached through the link.
 class LinuxFileSystem final : public FileSystem {
 public:
     std::optional<FileInfo> info(const FilePath& path) const override;
@@ -16,7 +19,7 @@ public:
     std::optional<FilePath> realPath(const FilePath& path) const override;
     std::vector<std::string> list(const FilePath& folder) const override;
     void walk(const FilePath& root, const std::function<WalkStep(const WalkEntry&)>& visit) const override;
-    std::string read(const FilePath& path, std::optional<std::size_t> limit) const override;
+    std::string read(const FilePath& path, std::optional<std::size_t> limit = {}) const override;
     void createDirectories(const FilePath& path) override;
     void writeNew(const FilePath& path, std::string_view bytes) override;
     void replace(const FilePath& target, const FilePath& temporary) override;

@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <array>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -113,34 +113,35 @@ bool belongsToTheOldBytes(const std::string& name) {
     return name == "security.capability" || name == "security.ima" || name == "security.evm";
 }
 
-bool setAttributeOf(int file, const std::string& name, const std::string& value) {
-    return ::fsetxattr(file, name.c_str(), value.data(), value.size(), 0) == 0;
+/// Copies attributes; false with errno set if one that others keep in the file can't be carried.
+bool copyAttributes(const FilePath& target, const std::vector<std::string>& names, int temporary) {
+    const bool keepsOwnDate = ::fgetxattr(temporary, createdAttribute, nullptr, 0) >= 0;
+    for (const std::string& name : names) {
+        if (belongsToTheOldBytes(name) || (keepsOwnDate && name == createdAttribute)) continue;
+        const auto value = rawAttribute(target, name);
+        if (!value || ::fsetxattr(temporary, name.c_str(), value->data(), value->size(), 0) == 0) continue;
+        // Without attributes on this file system there is nothing to fail for; labels and lists of the system
+        // are its own affair.
+        if (errno != ENOTSUP && name.starts_with("user.")) return false;
+    }
+    return true;
 }
 
 void carryAttributes(const FilePath& target, int temporary, const FilePath& temporaryPath) {
-    bool hasAccessList = false;
-    const bool keepsOwnDate = ::fgetxattr(temporary, createdAttribute, nullptr, 0) >= 0;
-    bool ownDateStands = keepsOwnDate;
-    for (const std::string& name : attributeNames(target)) {
-        hasAccessList = hasAccessList || name == accessList;
-        if (belongsToTheOldBytes(name) || (keepsOwnDate && name == createdAttribute)) continue;
-        const auto value = rawAttribute(target, name);
-        if (!value || setAttributeOf(temporary, name, *value)) continue;
-        // What others keep in the file is worth failing for, unless this file system has no such attributes.
-        // Labels and lists of the system are its own affair.
-        if (errno == ENOTSUP || !name.starts_with("user.")) continue;
-        if ((errno == ENOSPC || errno == EDQUOT) && ownDateStands) {
-            // The room for attributes is small: our own date gives way.
-            const int code = errno;
-            ownDateStands = false;
-            if (::fremovexattr(temporary, createdAttribute) == 0 && setAttributeOf(temporary, name, *value))
-                continue;
-            fail("set attribute", temporaryPath, code);
+    const auto names = attributeNames(target);
+    if (!copyAttributes(target, names, temporary)) {
+        if (errno != ENOSPC && errno != EDQUOT) fail("set attribute", temporaryPath);
+        // The room for attributes is small, and the old file's had enough: our own date gives way. All of
+        // them go in anew, since what is in already decides what fits beside it.
+        for (const std::string& name : names) {
+            if (name.starts_with("user.")) ::fremovexattr(temporary, name.c_str());
         }
-        fail("set attribute", temporaryPath);
+        ::fremovexattr(temporary, createdAttribute);
+        if (!copyAttributes(target, names, temporary)) fail("set attribute", temporaryPath);
     }
     // A list that the folder gave to the new file would let people in whom the old file kept out.
-    if (!hasAccessList) ::fremovexattr(temporary, accessList);
+    if (std::find(names.begin(), names.end(), accessList) == names.end())
+        ::fremovexattr(temporary, accessList);
 }
 
 bool meansNotPermitted(int code) {

@@ -71,7 +71,7 @@ public:
     std::optional<FilePath> realPath(const FilePath& path) const override;
     std::vector<std::string> list(const FilePath& folder) const override;
     void walk(const FilePath& root, const std::function<WalkStep(const WalkEntry&)>& visit) const override;
-    std::string read(const FilePath& path, std::optional<std::size_t> limit) const override;
+    std::string read(const FilePath& path, std::optional<std::size_t> limit = {}) const override;
     void createDirectories(const FilePath& path) override;
     void writeNew(const FilePath& path, std::string_view bytes) override;
     void replace(const FilePath& target, const FilePath& temporary) override;
