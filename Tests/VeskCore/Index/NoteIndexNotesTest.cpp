@@ -135,13 +135,13 @@ TEST_F(NoteIndexNotesTest, RemovesEveryTraceOfANote) {
 }
 
 TEST_F(NoteIndexNotesTest, ListsTagsPendingFilesAndPreviews) {
-    add("a.md", "#x #y ![[p.png]] seen");
-    add("b.md", "#x again");
+    add("a.md", "seen ![[p.png]] #x #y");
+    add("b.md", "again #x");
     add("c.md", "![[only.png]]");
     using Counted = std::vector<std::pair<std::string, int>>;
     EXPECT_EQ(index().allTags(), (Counted{{"x", 2}, {"y", 1}}));
     EXPECT_EQ(index().excerpts(),
-              (std::map<std::string, std::string>{{"a.md", "#x #y seen"}, {"b.md", "#x again"}}));
+              (std::map<std::string, std::string>{{"a.md", "seen #x #y"}, {"b.md", "again #x"}}));
     for (const char* path : {"z.md", "y.CSS", "x.htm", "a.txt"}) index().recordPending(path, "r");
     using Pairs = std::vector<std::pair<std::string, std::string>>;
     EXPECT_EQ(index().pendingNotes(), (Pairs{{"a.txt", "r"}, {"z.md", "r"}}));
