@@ -70,6 +70,7 @@ bool status(int folder, const char* name, int flags, struct statx& result) {
 bool FolderEntries::readAll(int folder) {
     bytes_.clear();
     position_ = 0;
+    if (::lseek(folder, 0, SEEK_SET) != 0) return false;
     constexpr std::size_t capacity = 64 * 1024;
     thread_local const auto buffer = std::make_unique<char[]>(capacity);
     while (true) {

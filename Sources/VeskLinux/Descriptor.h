@@ -84,7 +84,7 @@ public:
         const char* name = "";  ///< lives as long as the FolderEntries
     };
 
-    /// Reads all of an open folder; false with errno set, keeping what was read so far.
+    /// Reads all of an open folder from its start; false with errno set, keeping what was read so far.
     bool readAll(int folder);
     /// The next entry, or none at the end.
     std::optional<Entry> next();

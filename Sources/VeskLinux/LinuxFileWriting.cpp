@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "VeskCore/Support/Uuid.h"
 #include "VeskLinux/Descriptor.h"
 #include "VeskLinux/LinuxFileSystem.h"
 
@@ -174,6 +175,25 @@ bool isSameItem(const FileInfo& left, const FileInfo& right) {
     return left.fileID == right.fileID && left.device == right.device;
 }
 
+bool renamedToFreeName(const FilePath& from, const FilePath& to) {
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+/// Gives an item another spelling of its name in a folder that takes both for one.
+void respell(const FilePath& from, const FilePath& to, const ChangingFolder& folder) {
+    if (::rename(from.c_str(), to.c_str()) != 0) fail("move", to);
+    if (folder.lists(to.filename().native())) return;
+    // Some file systems see one file in both and leave it as it is: it goes by way of a third name, in plain
+    // sight and with its extension in case the power goes just now.
+    const FilePath between = to.parent_path() / (randomUuid().substr(0, 8) + "-" + to.filename().native());
+    if (::rename(from.c_str(), between.c_str()) != 0) fail("move", to);
+    if (::rename(between.c_str(), to.c_str()) != 0) {
+        const int code = errno;
+        ::rename(between.c_str(), from.c_str());
+        fail("move", to, code);
+    }
+}
+
 }  // namespace
 
 void LinuxFileSystem::createDirectories(const FilePath& path) {
@@ -236,7 +256,7 @@ void LinuxFileSystem::replace(const FilePath& target, const FilePath& temporary)
 void LinuxFileSystem::move(const FilePath& from, const FilePath& to) {
     const ChangingFolder source(from.parent_path()), destination(to.parent_path());
     const bool staysInFolder = source.isSame(destination);
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+    if (!renamedToFreeName(from, to)) {
         const bool isUnknownCall = errno == EINVAL || errno == ENOSYS;
         if (errno != EEXIST && !isUnknownCall) fail("move", errno == ENOENT || errno == EXDEV ? from : to);
         const auto item = linkInfo(from), occupant = linkInfo(to);
@@ -247,9 +267,12 @@ void LinuxFileSystem::move(const FilePath& from, const FilePath& to) {
             // Either the folder takes both spellings for one name, or these are two links to one file, which
             // rename would leave both standing.
             if (destination.lists(to.filename().native())) fail("move", to, EEXIST);
+            respell(from, to, destination);
+        } else if (!isUnknownCall) {
+            fail("move", to, EEXIST);
+        } else if (::rename(from.c_str(), to.c_str()) != 0) {
+            fail("move", to);
         }
-        if (!occupant && !isUnknownCall) fail("move", to, EEXIST);
-        if (::rename(from.c_str(), to.c_str()) != 0) fail("move", to);
     }
     destination.sync();
     if (!staysInFolder) source.sync();

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <chrono>
 #include <csignal>
+#include <map>
 
 #include "Processes.h"
 #include "Support/Scratch.h"
