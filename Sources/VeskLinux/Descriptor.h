@@ -62,7 +62,7 @@ inline bool meansAbsent(int code) {
     return code == ENOENT || code == ENOTDIR || code == ELOOP || code == ENAMETOOLONG;
 }
 
-/// A base directory of the XDG specification: the variable's absolute path, else a path below the home
+/// An XDG base directory: the variable's absolute path, else a path below the home
 /// folder.
 FilePath baseDirectory(const char* variable, const char* belowHome);
 

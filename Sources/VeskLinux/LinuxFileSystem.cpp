@@ -66,7 +66,7 @@ FilePath homeDirectory() {
 }  // namespace
 
 FilePath linuxfiles::baseDirectory(const char* variable, const char* belowHome) {
-    // A relative path in such a variable is invalid and ignored (XDG Base Directory Specification).
+    // A relative path in such a variable is invalid and ignored (XDG base directories).
     if (const char* chosen = std::getenv(variable); chosen && *chosen == '/') return chosen;
     return homeDirectory() / belowHome;
 }
