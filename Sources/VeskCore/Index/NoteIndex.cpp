@@ -82,23 +82,33 @@ void NoteIndex::Implementation::finish(Statement& statement) {
     statement.reset();
 }
 
-void NoteIndex::Implementation::noteForeignWrite(std::string_view sql) {
-    if (sql.find("notes") != sql.npos || sql.find("properties") != sql.npos) lookup.clear();
+void NoteIndex::Implementation::foreignWrite(std::string_view sql, const std::function<void()>& body) {
+    std::lock_guard guard(lock);
+    SQLiteConnection& database = connection();
+    auto names = [&](std::string_view table) { return sql.find(table) != sql.npos; };
+    if (names("notes") || names("properties")) lookup.clear();
+    if (!names("note_text")) return body();
+    database.setTriggersEnabled(true);
+    try {
+        body();
+    } catch (...) {
+        database.setTriggersEnabled(false);
+        throw;
+    }
+    database.setTriggersEnabled(false);
 }
 
 void NoteIndex::exec(std::string_view sql) {
-    std::lock_guard guard(implementation_->lock);
-    implementation_->noteForeignWrite(sql);
-    implementation_->connection().exec(sql);
+    implementation_->foreignWrite(sql, [&] { implementation_->connection().exec(sql); });
 }
 
 void NoteIndex::run(std::string_view sql, const SQLBindings& bindings) {
-    std::lock_guard guard(implementation_->lock);
-    implementation_->noteForeignWrite(sql);
-    Statement& statement = implementation_->cached(sql);
-    statement.reset();
-    statement.bind(bindings);
-    Implementation::finish(statement);
+    implementation_->foreignWrite(sql, [&] {
+        Statement& statement = implementation_->cached(sql);
+        statement.reset();
+        statement.bind(bindings);
+        Implementation::finish(statement);
+    });
 }
 
 void NoteIndex::query(std::string_view sql, const SQLBindings& bindings,

@@ -59,6 +59,8 @@ struct NoteIndex::Implementation {
     void discardDatabaseFile();
     void createSchema();
     void createSchemaStatements();
+    void createIndexes();
+    void dropIndexes();
     KeywordBackend createFullText();
     int storedVersion();
     void excludeFromBackup();
@@ -114,8 +116,8 @@ struct NoteIndex::Implementation {
     }
     int count(const std::string& sql) const;  // 0 on failure
     static void finish(Statement& statement);
-    /// Before a statement of a caller's own: it may change what the lookup was built from.
-    void noteForeignWrite(std::string_view sql);
+    /// Around a statement of a caller's own, which may change what the lookup was built from, or the texts.
+    void foreignWrite(std::string_view sql, const std::function<void()>& body);
 
     static void bind(Statement& statement, int index, std::string_view text) {
         statement.bindText(index, text);
@@ -147,7 +149,11 @@ struct NoteIndex::Implementation {
                        std::string_view folder, double modified, double created, std::int64_t size,
                        std::string_view hash, int wordCount, std::string_view excerpt);
     /// `replaces`: the path has a text, which goes first.
+    // The words go into notes_fts by hand and this connection's triggers are off: with a trigger SQLite opens
+    // a savepoint for each statement, and FTS5 writes its gathered words out at every savepoint.
     void writeText(std::string_view path, std::string_view title, std::string_view body, bool replaces);
+    void deleteText(std::string_view path);
+    bool hasFullText() const;
     StoredVectors storedVectors(std::string_view path);
     void writeChunks(std::string_view path, const std::vector<std::string>& chunks,
                      const StoredVectors& vectors);

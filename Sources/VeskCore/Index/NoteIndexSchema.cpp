@@ -10,8 +10,11 @@ namespace {
 
 constexpr int schemaVersion = 2;
 constexpr int busyMilliseconds = 5000;
-// The passages' vectors lie in pages of their own; larger pages make reading all of them twice as fast.
-constexpr int pageBytes = 16384;
+// A passage with its vector fits into half a page, so that reading all of them follows no overflow chain,
+// while a save still writes little.
+constexpr int pageBytes = 8192;
+// A save writes some dozens of pages; copying the log back waits for about fifty saves.
+constexpr int checkpointPages = 4000;
 constexpr std::string_view category = "index";
 
 constexpr std::string_view tables[] = {
@@ -49,19 +52,22 @@ constexpr std::string_view tables[] = {
     "embed_provider))",
 };
 
-constexpr std::string_view indexes[] = {
-    "CREATE INDEX IF NOT EXISTS idx_notes_folder ON notes(folder)",
-    "CREATE INDEX IF NOT EXISTS idx_notes_name ON notes(name)",
-    "CREATE INDEX IF NOT EXISTS idx_props_key ON properties(key, value_text)",
-    "CREATE INDEX IF NOT EXISTS idx_props_path ON properties(note_path)",
-    "CREATE INDEX IF NOT EXISTS idx_tags_tag ON tags(tag)",
-    "CREATE INDEX IF NOT EXISTS idx_tags_path ON tags(note_path)",
-    "CREATE INDEX IF NOT EXISTS idx_links_source ON links(source_path)",
-    "CREATE INDEX IF NOT EXISTS idx_links_target ON links(target_name)",
-    "CREATE INDEX IF NOT EXISTS idx_links_resolved ON links(target_resolved_path)",
-    "CREATE INDEX IF NOT EXISTS idx_tasks_path ON tasks(note_path)",
-    "CREATE INDEX IF NOT EXISTS idx_headings_path ON headings(note_path)",
-    "CREATE INDEX IF NOT EXISTS idx_chunks_provider ON chunks(embed_provider)",
+struct Index {
+    std::string_view name, columns;
+};
+constexpr Index indexes[] = {
+    {"idx_notes_folder", "notes(folder)"},
+    {"idx_notes_name", "notes(name)"},
+    {"idx_props_key", "properties(key, value_text)"},
+    {"idx_props_path", "properties(note_path)"},
+    {"idx_tags_tag", "tags(tag)"},
+    {"idx_tags_path", "tags(note_path)"},
+    {"idx_links_source", "links(source_path)"},
+    {"idx_links_target", "links(target_name)"},
+    {"idx_links_resolved", "links(target_resolved_path)"},
+    {"idx_tasks_path", "tasks(note_path)"},
+    {"idx_headings_path", "headings(note_path)"},
+    {"idx_chunks_provider", "chunks(embed_provider)"},
 };
 
 constexpr std::string_view fullTextTables[] = {
@@ -138,6 +144,8 @@ void NoteIndex::Implementation::openConnection() {
     db->exec("PRAGMA synchronous=NORMAL");
     db->exec("PRAGMA temp_store=MEMORY");
     db->exec("PRAGMA cache_size=-" + std::to_string(usualCacheKibibytes));
+    db->exec("PRAGMA wal_autocheckpoint=" + std::to_string(checkpointPages));
+    db->setTriggersEnabled(false);
     excludeFromBackup();
 }
 
@@ -198,7 +206,7 @@ void NoteIndex::Implementation::createSchema() {
 
 void NoteIndex::Implementation::createSchemaStatements() {
     for (std::string_view sql : tables) db->exec(sql);
-    for (std::string_view sql : indexes) db->exec(sql);
+    createIndexes();
     KeywordBackend backend = createFullText();
     if (number("SELECT COUNT(*) FROM schema_version") == 0) {
         read(
@@ -207,6 +215,17 @@ void NoteIndex::Implementation::createSchemaStatements() {
     }
     std::lock_guard guard(backendLock);
     storedKeywordBackend = backend;
+}
+
+void NoteIndex::Implementation::createIndexes() {
+    for (const Index& index : indexes) {
+        db->exec("CREATE INDEX IF NOT EXISTS " + std::string(index.name) + " ON " +
+                 std::string(index.columns));
+    }
+}
+
+void NoteIndex::Implementation::dropIndexes() {
+    for (const Index& index : indexes) db->exec("DROP INDEX IF EXISTS " + std::string(index.name));
 }
 
 KeywordBackend NoteIndex::Implementation::createFullText() {

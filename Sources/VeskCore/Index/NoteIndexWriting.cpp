@@ -109,8 +109,29 @@ void NoteIndex::Implementation::writeNotesRow(std::string_view path, std::string
 
 void NoteIndex::Implementation::writeText(std::string_view path, std::string_view title,
                                           std::string_view body, bool replaces) {
-    if (replaces) write("DELETE FROM note_text WHERE note_path = ?", path);
+    if (replaces) deleteText(path);
     write("INSERT INTO note_text (note_path, title, body) VALUES (?, ?, ?)", path, title, body);
+    if (hasFullText()) {
+        write("INSERT INTO notes_fts(rowid, title, body) VALUES (?, ?, ?)", db->lastInsertedRow(), title,
+              body);
+    }
+}
+
+void NoteIndex::Implementation::deleteText(std::string_view path) {
+    if (hasFullText()) {
+        readCached(
+            "SELECT rowid, title, body FROM note_text WHERE note_path = ?",
+            [&](const Row& row) {
+                write("INSERT INTO notes_fts(notes_fts, rowid, title, body) VALUES ('delete', ?, ?, ?)",
+                      row.integer(0), row.textView(1), row.textView(2));
+            },
+            path);
+    }
+    write("DELETE FROM note_text WHERE note_path = ?", path);
+}
+
+bool NoteIndex::Implementation::hasFullText() const {
+    return owner.keywordBackend() == KeywordBackend::fts5;
 }
 
 NoteIndex::Implementation::StoredVectors NoteIndex::Implementation::storedVectors(std::string_view path) {
@@ -155,7 +176,7 @@ void NoteIndex::Implementation::deletePending(std::string_view path) {
 
 void NoteIndex::Implementation::removeNote(std::string_view path) {
     deleteDetails(path);
-    write("DELETE FROM note_text WHERE note_path = ?", path);
+    deleteText(path);
     write("DELETE FROM notes WHERE relative_path = ?", path);
     write("DELETE FROM pending_notes WHERE relative_path = ?", path);
     write("DELETE FROM filing_decisions WHERE note_path = ?", path);

@@ -122,6 +122,14 @@ void SQLiteConnection::setBusyTimeout(int milliseconds) {
     sqlite3_busy_timeout(handle_, milliseconds);
 }
 
+void SQLiteConnection::setTriggersEnabled(bool enabled) {
+    sqlite3_db_config(handle_, SQLITE_DBCONFIG_ENABLE_TRIGGER, enabled ? 1 : 0, nullptr);
+}
+
+std::int64_t SQLiteConnection::lastInsertedRow() const {
+    return sqlite3_last_insert_rowid(handle_);
+}
+
 bool SQLiteConnection::hasCompileOption(const char* name) {
     return sqlite3_compileoption_used(name) != 0;
 }

@@ -83,6 +83,10 @@ public:
     /// Any number of statements without parameters; their rows are passed over. Throws IndexError.
     void exec(std::string_view sql);
     void setBusyTimeout(int milliseconds);
+    /// Whether triggers run for this connection's writes; they do at first.
+    void setTriggersEnabled(bool enabled);
+    /// The rowid of the latest row inserted into an ordinary table.
+    std::int64_t lastInsertedRow() const;
     sqlite3* handle() const { return handle_; }
 
     /// Whether SQLite was compiled with a feature ("ENABLE_FTS5").
