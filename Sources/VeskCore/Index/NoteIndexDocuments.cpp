@@ -106,9 +106,9 @@ bool NoteIndex::Implementation::write(const PreparedDocument& prepared) {
         deletePending(path);
         return false;
     }
-    StoredVectors vectors;
+    StoredChunks chunks;
     if (stored) {
-        if (document.kind == IndexedKind::page) vectors = storedVectors(path);
+        chunks = storedChunks(path);
         deleteDetails(path);
     }
     deletePending(path);
@@ -116,7 +116,7 @@ bool NoteIndex::Implementation::write(const PreparedDocument& prepared) {
     writeNotesRow(path, document.fileName(), prepared.title, folder.empty() ? "/" : folder, modified,
                   modified, document.size, prepared.hash, prepared.wordCount, prepared.excerpt);
     writeText(path, prepared.title, prepared.body, stored.has_value());
-    writeChunks(path, prepared.chunks, vectors);
+    writeChunks(path, prepared.chunks, chunks, document.kind == IndexedKind::page);
     return true;
 }
 

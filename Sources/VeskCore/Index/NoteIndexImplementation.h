@@ -44,10 +44,11 @@ struct Bytes {
 
 /// Every member function takes `lock`, or is called with it held.
 struct NoteIndex::Implementation {
-    struct StoredVector {
-        std::string vector, provider;
+    struct StoredChunk {
+        std::int64_t ordinal = 0;
+        std::string text, vector, provider;
     };
-    using StoredVectors = std::unordered_map<std::string, StoredVector>;  // by the passage's text
+    using StoredChunks = std::vector<StoredChunk>;  // by ordinal
 
     Implementation(NoteIndex& index, KeywordBackend bestBackend) : owner(index), best(bestBackend) {}
 
@@ -132,7 +133,7 @@ struct NoteIndex::Implementation {
         number ? statement.bindDouble(index, *number) : statement.bindNull(index);
     }
     static void bind(Statement& statement, int index, std::integral auto number) {
-        statement.bindInt(index, number);
+        statement.bindInt(index, static_cast<std::int64_t>(number));
     }
     static void bind(Statement& statement, int index, double number) { statement.bindDouble(index, number); }
     static void bind(Statement& statement, int index, Bytes bytes) { statement.bindBlob(index, bytes.view); }
@@ -144,7 +145,6 @@ struct NoteIndex::Implementation {
     /// Inside a transaction. `hadRows`: the path has rows, which go first.
     void writeNote(const Note& note, std::string_view hash, const NoteRows& rows, const NoteScan& scan,
                    std::string_view body, bool hadRows);
-    void writeLinks(const Note& note, const NoteRows& rows);
     void writeNotesRow(std::string_view path, std::string_view name, std::string_view title,
                        std::string_view folder, double modified, double created, std::int64_t size,
                        std::string_view hash, int wordCount, std::string_view excerpt);
@@ -154,9 +154,31 @@ struct NoteIndex::Implementation {
     void writeText(std::string_view path, std::string_view title, std::string_view body, bool replaces);
     void deleteText(std::string_view path);
     bool hasFullText() const;
-    StoredVectors storedVectors(std::string_view path);
+    // Rows that stand as they are to be stay untouched: a save mostly changes the text alone.
+    void writeProperties(std::string_view path, const std::vector<NoteRows::Property>& rows, bool hadRows);
+    void writeTags(std::string_view path, const std::vector<std::string>& tags, bool hadRows);
+    void writeLinks(std::string_view path, const std::vector<NoteRows::Link>& links, bool hadRows);
+    void writeTasks(std::string_view path, const std::vector<NoteScan::TaskItem>& tasks, bool hadRows);
+    void writeHeadings(std::string_view path, const std::vector<NoteScan::Heading>& headings, bool hadRows);
+    StoredChunks storedChunks(std::string_view path);
+    /// A passage whose text had a vector takes it over.
     void writeChunks(std::string_view path, const std::vector<std::string>& chunks,
-                     const StoredVectors& vectors);
+                     const StoredChunks& stored, bool keepsVectors);
+    /// Whether a path's rows are `count` rows that `equal` accepts, with their place.
+    template <class Equal>
+    bool stands(std::string_view sql, std::string_view path, std::size_t count, const Equal& equal) {
+        std::size_t i = 0;
+        bool same = true;
+        readCached(
+            sql,
+            [&](const Row& row) {
+                same = same && i < count && equal(row, i);
+                ++i;
+            },
+            path);
+        return same && i == count;
+    }
+    /// Every row of the path but those of its text and its passages.
     void deleteDetails(std::string_view path);
     void deletePending(std::string_view path);
     void removeNote(std::string_view path);
@@ -167,7 +189,8 @@ struct NoteIndex::Implementation {
     /// The lookup as the tables stand now.
     LinkLookup& currentLookup();
     void buildLookup();
-    int resolveLinksOf(std::string_view path);
+    /// With `anew` a link that leads nowhere turns unresolved; else it stays as it is.
+    int resolveLinksOf(std::string_view path, bool anew);
     int resolveAllLinks();
 
     // All of a vault (NoteIndexReindex.cpp)

@@ -99,8 +99,9 @@ std::optional<std::string> NoteIndex::pick(const std::vector<std::string>& candi
 int NoteIndex::resolveLinks(const std::optional<std::string>& from) {
     std::lock_guard guard(implementation_->lock);
     int count = 0;
-    transaction(
-        [&] { count = from ? implementation_->resolveLinksOf(*from) : implementation_->resolveAllLinks(); });
+    transaction([&] {
+        count = from ? implementation_->resolveLinksOf(*from, false) : implementation_->resolveAllLinks();
+    });
     return count;
 }
 
@@ -127,20 +128,32 @@ void NoteIndex::Implementation::buildLookup() {
     lookup.markBuilt();
 }
 
-int NoteIndex::Implementation::resolveLinksOf(std::string_view path) {
-    std::vector<std::string> targets;
+int NoteIndex::Implementation::resolveLinksOf(std::string_view path, bool anew) {
+    struct Link {
+        std::int64_t row;
+        std::string target;
+        std::optional<std::string> resolved;
+    };
+    std::vector<Link> links;
     readCached(
-        "SELECT DISTINCT source_path, target_name FROM links WHERE source_path = ?",
-        [&](const Row& row) { targets.push_back(row.text(1)); }, path);
-    if (targets.empty()) return 0;
-    int count = 0;
+        "SELECT rowid, target_name, target_resolved_path FROM links WHERE source_path = ? ORDER BY rowid",
+        [&](const Row& row) {
+            links.push_back({row.integer(0), row.text(1), std::nullopt});
+            if (!row.isNull(2)) links.back().resolved = row.text(2);
+        },
+        path);
+    if (links.empty()) return 0;
     LinkLookup& names = currentLookup();
-    for (const std::string& target : targets) {
-        auto resolved = pick(names.candidates(linkKey(target)), parentFolder(path));
-        if (!resolved) continue;
-        write("UPDATE links SET target_resolved_path = ? WHERE source_path = ? AND target_name = ?",
-              *resolved, path, target);
-        ++count;
+    std::map<std::string_view, std::optional<std::string>> picks;
+    int count = 0;
+    for (const Link& link : links) {
+        auto [known, isNew] = picks.try_emplace(link.target);
+        if (isNew) {
+            known->second = pick(names.candidates(linkKey(link.target)), parentFolder(path));
+            if (known->second) ++count;
+        }
+        if (link.resolved == known->second || (!known->second && !anew)) continue;
+        write("UPDATE links SET target_resolved_path = ? WHERE rowid = ?", known->second, link.row);
     }
     return count;
 }
@@ -172,17 +185,6 @@ int NoteIndex::Implementation::resolveAllLinks() {
              }
          });
     return count;
-}
-
-void NoteIndex::Implementation::writeLinks(const Note& note, const NoteRows& rows) {
-    for (const auto& link : rows.links) {
-        write(
-            "INSERT INTO links (source_path, target_name, target_resolved_path, heading, block_id, alias, "
-            "is_embed) "
-            "VALUES (?, ?, NULL, ?, ?, ?, ?)",
-            note.relativePath, link.target, link.heading, link.blockID, link.alias, link.isEmbed);
-    }
-    if (!bulkMode) resolveLinksOf(note.relativePath);
 }
 
 }  // namespace vesk
