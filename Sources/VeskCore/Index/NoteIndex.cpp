@@ -86,7 +86,10 @@ void NoteIndex::Implementation::foreignWrite(std::string_view sql, const std::fu
     std::lock_guard guard(lock);
     SQLiteConnection& database = connection();
     auto names = [&](std::string_view table) { return sql.find(table) != sql.npos; };
-    if (names("notes") || names("properties")) lookup.clear();
+    if (names("notes") || names("properties") || names("links")) {
+        lookup.clear();
+        unsettleLinks();
+    }
     if (!names("note_text")) return body();
     database.setTriggersEnabled(true);
     try {

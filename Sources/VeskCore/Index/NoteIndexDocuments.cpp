@@ -202,7 +202,6 @@ NoteIndex::DocumentIndexOutcome NoteIndex::indexDocument(std::string_view relati
     using Outcome = DocumentIndexOutcome;
     auto kind = Vault::indexedKind(relativePath);
     if (!kind || *kind == IndexedKind::note) return {Outcome::Plain::unchanged};
-    if (vault.isInsideSavedPageFolder(relativePath)) return {Outcome::Plain::vanished};
 
     auto pending = [&](std::string_view reason) -> Outcome {
         try {
@@ -218,6 +217,7 @@ NoteIndex::DocumentIndexOutcome NoteIndex::indexDocument(std::string_view relati
         return info && info->kind != FileKind::directory ? info : std::nullopt;
     };
     try {
+        if (vault.isInsideSavedPageFolder(relativePath)) return {Outcome::Plain::vanished};
         UbiquityState status = UbiquityStatus::of(path);
         if (auto reason = pendingReason(status)) {
             if (status == UbiquityState::stale) UbiquityStatus::requestDownload(path);

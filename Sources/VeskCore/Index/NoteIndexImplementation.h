@@ -142,9 +142,9 @@ struct NoteIndex::Implementation {
     // Rows (NoteIndexWriting.cpp)
 
     std::optional<std::string> storedHash(std::string_view path);
-    /// Inside a transaction. `hadRows`: the path has rows, which go first.
+    /// Inside a transaction. `hadRows`: the path has rows; `hasText`: among them one in note_text.
     void writeNote(const Note& note, std::string_view hash, const NoteRows& rows, const NoteScan& scan,
-                   std::string_view body, bool hadRows);
+                   std::string_view body, bool hadRows, bool hasText);
     void writeNotesRow(std::string_view path, std::string_view name, std::string_view title,
                        std::string_view folder, double modified, double created, std::int64_t size,
                        std::string_view hash, int wordCount, std::string_view excerpt);
@@ -153,9 +153,12 @@ struct NoteIndex::Implementation {
     // a savepoint for each statement, and FTS5 writes its gathered words out at every savepoint.
     void writeText(std::string_view path, std::string_view title, std::string_view body, bool replaces);
     void deleteText(std::string_view path);
+    /// By rowid, so that FTS5, which writes its words out where rowids turn back, gathers over all of them.
+    void deleteTexts(const std::vector<std::string_view>& paths);
     bool hasFullText() const;
     // Rows that stand as they are to be stay untouched: a save mostly changes the text alone.
-    void writeProperties(std::string_view path, const std::vector<NoteRows::Property>& rows, bool hadRows);
+    /// False if they stand already.
+    bool writeProperties(std::string_view path, const std::vector<NoteRows::Property>& rows, bool hadRows);
     void writeTags(std::string_view path, const std::vector<std::string>& tags, bool hadRows);
     void writeLinks(std::string_view path, const std::vector<NoteRows::Link>& links, bool hadRows);
     void writeTasks(std::string_view path, const std::vector<NoteScan::TaskItem>& tasks, bool hadRows);
@@ -189,6 +192,10 @@ struct NoteIndex::Implementation {
     /// The lookup as the tables stand now.
     LinkLookup& currentLookup();
     void buildLookup();
+    // The database's user_version is 1 while no note or alias has come, changed or gone since all links were
+    // resolved: another pass would change nothing.
+    bool linksAreSettled() const { return number("PRAGMA user_version") == 1; }
+    void unsettleLinks();
     /// With `anew` a link that leads nowhere turns unresolved; else it stays as it is.
     int resolveLinksOf(std::string_view path, bool anew);
     int resolveAllLinks();

@@ -128,6 +128,10 @@ void NoteIndex::Implementation::buildLookup() {
     lookup.markBuilt();
 }
 
+void NoteIndex::Implementation::unsettleLinks() {
+    if (!bulkMode) connection().exec("PRAGMA user_version=0");  // in bulk a pass follows
+}
+
 int NoteIndex::Implementation::resolveLinksOf(std::string_view path, bool anew) {
     struct Link {
         std::int64_t row;
@@ -184,6 +188,7 @@ int NoteIndex::Implementation::resolveAllLinks() {
                        row.integer(0));
              }
          });
+    connection().exec("PRAGMA user_version=1");
     return count;
 }
 

@@ -18,7 +18,7 @@ constexpr std::size_t notesPerBatch = 32;
 constexpr std::int64_t bytesPerBatch = 256 * 1024;
 constexpr std::size_t batchesAhead = 6;
 
-constexpr int bulkCacheKibibytes = 96 * 1024;
+constexpr int bulkCacheKibibytes = 64 * 1024;
 // Words gathered in memory before FTS5 writes them out, and its default.
 constexpr int bulkFullTextBytes = 16 * 1024 * 1024;
 constexpr int usualFullTextBytes = 1024 * 1024;
@@ -210,7 +210,8 @@ void NoteIndex::Implementation::reindexNotes(const std::vector<Note>& notes,
         } else if (result.unchanged) {
             ++run.summary.unchanged;
         } else {
-            writeNote(note, result.hash, result.rows, result.scan, result.doc.body(), result.hadRows);
+            // The old text went with those of the whole batch.
+            writeNote(note, result.hash, result.rows, result.scan, result.doc.body(), result.hadRows, false);
             ++run.summary.indexed;
         }
     };
@@ -225,6 +226,13 @@ void NoteIndex::Implementation::reindexNotes(const std::vector<Note>& notes,
             return results;
         },
         [&](std::size_t part, std::vector<ReadNote> results) {
+            std::vector<std::string_view> replaced;
+            for (std::size_t i = 0; i < results.size(); ++i) {
+                const bool isWritten = results[i].pendingReason.empty() && !results[i].unchanged;
+                if (isWritten && results[i].hadRows)
+                    replaced.push_back(notes[parts[part].first + i].relativePath);
+            }
+            deleteTexts(replaced);
             for (std::size_t i = 0; i < results.size(); ++i) take(parts[part].first + i, results[i]);
         });
 
@@ -235,7 +243,8 @@ void NoteIndex::Implementation::reindexNotes(const std::vector<Note>& notes,
         removeNote(gone.first);
         ++run.summary.removed;
     }
-    resolveAllLinks();
+    const bool changed = run.summary.indexed > 0 || run.summary.removed > 0;
+    if (changed || !linksAreSettled()) resolveAllLinks();
     if (fresh) createIndexes();
     write("UPDATE schema_version SET last_full_reindex = ? WHERE id = 1",
           secondsSince1970(owner.clock_.now()));

@@ -1,4 +1,6 @@
 // The rows of one note: written, carried over, removed.
+#include <algorithm>
+
 #include "VeskCore/Index/NoteIndexImplementation.h"
 #include "VeskCore/Markdown/MarkdownScanner.h"
 
@@ -50,7 +52,10 @@ bool NoteIndex::reindex(const Note& note, const NoteScan& scan, const Frontmatte
         return false;
     }
     NoteRows rows = NoteRows::of(note, scan, doc);
-    transaction([&] { implementation_->writeNote(note, hash, rows, scan, doc.body(), stored.has_value()); });
+    transaction([&] {
+        implementation_->writeNote(note, hash, rows, scan, doc.body(), stored.has_value(),
+                                   stored.has_value());
+    });
     return true;
 }
 
@@ -83,13 +88,15 @@ std::optional<std::string> NoteIndex::Implementation::storedHash(std::string_vie
 }
 
 void NoteIndex::Implementation::writeNote(const Note& note, std::string_view hash, const NoteRows& rows,
-                                          const NoteScan& scan, std::string_view body, bool hadRows) {
+                                          const NoteScan& scan, std::string_view body, bool hadRows,
+                                          bool hasText) {
     std::string_view path = note.relativePath;
     deletePending(path);
     writeNotesRow(path, note.name(), rows.title, note.folder(), secondsSince1970(note.modified),
                   secondsSince1970(note.created), note.size, hash, scan.wordCount, scan.excerpt);
-    writeText(path, rows.title, body, hadRows);
-    writeProperties(path, rows.properties, hadRows);
+    writeText(path, rows.title, body, hasText);
+    bool otherProperties = writeProperties(path, rows.properties, hadRows);
+    if (!hadRows || otherProperties) unsettleLinks();
     writeTags(path, rows.tags, hadRows);
     if (lookup.isBuilt()) {
         std::vector<LinkLookup::Alias> aliases;
@@ -105,7 +112,7 @@ void NoteIndex::Implementation::writeNote(const Note& note, std::string_view has
     writeChunks(path, rows.chunks, hadRows ? storedChunks(path) : StoredChunks{}, true);
 }
 
-void NoteIndex::Implementation::writeProperties(std::string_view path,
+bool NoteIndex::Implementation::writeProperties(std::string_view path,
                                                 const std::vector<NoteRows::Property>& rows, bool hadRows) {
     auto equal = [&](const Row& stored, std::size_t i) {
         const auto& row = rows[i];
@@ -116,11 +123,12 @@ void NoteIndex::Implementation::writeProperties(std::string_view path,
         if (stands("SELECT key, value_text, value_num, value_kind FROM properties WHERE note_path = ? ORDER "
                    "BY rowid",
                    path, rows.size(), equal)) {
-            return;
+            return false;
         }
         write("DELETE FROM properties WHERE note_path = ?", path);
     }
     for (const auto& row : rows) write(insertProperty, path, row.key, row.text, row.number, row.kind);
+    return true;
 }
 
 void NoteIndex::Implementation::writeTags(std::string_view path, const std::vector<std::string>& tags,
@@ -228,6 +236,17 @@ void NoteIndex::Implementation::deleteText(std::string_view path) {
     write("DELETE FROM note_text WHERE note_path = ?", path);
 }
 
+void NoteIndex::Implementation::deleteTexts(const std::vector<std::string_view>& paths) {
+    std::vector<std::pair<std::int64_t, std::string_view>> rows;
+    for (std::string_view path : paths) {
+        readCached(
+            "SELECT rowid FROM note_text WHERE note_path = ?",
+            [&](const Row& row) { rows.emplace_back(row.integer(0), path); }, path);
+    }
+    std::sort(rows.begin(), rows.end());
+    for (const auto& row : rows) deleteText(row.second);
+}
+
 bool NoteIndex::Implementation::hasFullText() const {
     return owner.keywordBackend() == KeywordBackend::fts5;
 }
@@ -292,6 +311,7 @@ void NoteIndex::Implementation::removeNote(std::string_view path) {
     write("DELETE FROM note_vectors WHERE note_path = ?", path);
     write("UPDATE links SET target_resolved_path = NULL WHERE target_resolved_path = ?", path);
     if (lookup.isBuilt()) lookup.remove(path);
+    unsettleLinks();
 }
 
 void NoteIndex::Implementation::addPending(std::string_view path, std::string_view reason) {

@@ -170,20 +170,23 @@ TEST_F(NoteIndexReindexTest, ReachesWhatAFreshIndexHoldsAfterAnyEdits) {
         }
         return result;
     };
-    for (int round = 0; round < 12; ++round) {
+    for (int round = 0; round < 16; ++round) {
+        // Where all edits were told, the reindex finds no change, but links still wait for it.
+        bool tellsAll = round % 4 == 3;
         for (int edit = 0; edit < 9; ++edit) {
             std::string path = any(paths);
             bool isNote = path.ends_with(".md");
             FilePath file = platform.vaultFolder / path;
             if (random() % 4 == 0) {
                 std::filesystem::remove(file);
-                if (random() % 2 == 0) index().removeNote(path);
+                if (tellsAll || random() % 2 == 0) index().removeNote(path);
             } else {
                 std::string content = text();
                 write(path, content);
                 // Some saves are told to the index, the rest it finds by itself.
-                if (isNote && random() % 2 == 0) index().reindexText(note(path), content);
-                if (!isNote && random() % 2 == 0) index().indexDocument(path, vault);
+                bool tells = tellsAll || random() % 2 == 0;
+                if (isNote && tells) index().reindexText(note(path), content);
+                if (!isNote && tells) index().indexDocument(path, vault);
             }
         }
         reindexAll();
