@@ -198,6 +198,24 @@ TEST_F(NoteIndexReindexTest, ReachesWhatAFreshIndexHoldsAfterAnyEdits) {
     }
 }
 
+TEST_F(NoteIndexReindexTest, ANoteWrittenAnewLosesTheLinkThatLeadsNowhere) {
+    for (bool inFull : {true, false}) {
+        write("b.md", "---\nalias: Bee\n---\n");
+        write("c.md", "[[bee]]");
+        reindexAll();
+        ASSERT_EQ(index().backlinks("b.md"), Strings{"c.md"});
+        write("b.md", "no alias");
+        write("c.md", "[[bee]] and more");
+        if (inFull) {
+            reindexAll();
+        } else {
+            add("b.md", "no alias");
+            add("c.md", "[[bee]] and more");
+        }
+        EXPECT_EQ(index().backlinks("b.md"), Strings{}) << inFull;
+    }
+}
+
 TEST_F(NoteIndexReindexTest, TwoConnectionsShareOneFile) {
     for (int i = 0; i < 60; ++i)
         write("n" + std::to_string(i) + ".md", "word [[n" + std::to_string(i + 1) + "]]");
