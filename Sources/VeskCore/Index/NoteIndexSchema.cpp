@@ -18,38 +18,52 @@ constexpr int checkpointPages = 4000;
 constexpr std::string_view category = "index";
 
 constexpr std::string_view tables[] = {
-    "CREATE TABLE IF NOT EXISTS schema_version (id INTEGER PRIMARY KEY CHECK (id = 1), version INTEGER NOT "
-    "NULL, "
-    "created REAL NOT NULL, last_full_reindex REAL)",
-    "CREATE TABLE IF NOT EXISTS notes (relative_path TEXT PRIMARY KEY, name TEXT NOT NULL, title TEXT NOT "
-    "NULL, "
-    "folder TEXT NOT NULL, modified REAL NOT NULL, created REAL NOT NULL, size INTEGER NOT NULL, "
-    "content_hash TEXT NOT NULL, word_count INTEGER NOT NULL, excerpt TEXT NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS note_text (note_path TEXT PRIMARY KEY, title TEXT NOT NULL, body TEXT NOT "
-    "NULL)",
-    "CREATE TABLE IF NOT EXISTS properties (note_path TEXT NOT NULL, key TEXT NOT NULL, value_text TEXT, "
-    "value_num REAL, value_kind TEXT NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS links (source_path TEXT NOT NULL, target_name TEXT NOT NULL, "
-    "target_resolved_path TEXT, heading TEXT, block_id TEXT, alias TEXT, is_embed INTEGER NOT NULL DEFAULT "
-    "0)",
-    "CREATE TABLE IF NOT EXISTS tags (note_path TEXT NOT NULL, tag TEXT NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS tasks (note_path TEXT NOT NULL, line INTEGER NOT NULL, text TEXT NOT NULL, "
-    "done INTEGER NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS headings (note_path TEXT NOT NULL, level INTEGER NOT NULL, text TEXT NOT "
-    "NULL, "
-    "line INTEGER NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS chunks (note_path TEXT NOT NULL, ordinal INTEGER NOT NULL, text TEXT NOT "
-    "NULL, "
-    "vector BLOB, embed_provider TEXT, PRIMARY KEY (note_path, ordinal))",
-    "CREATE TABLE IF NOT EXISTS pending_notes (relative_path TEXT PRIMARY KEY, reason TEXT NOT NULL, "
-    "noticed REAL NOT NULL)",
-    "CREATE TABLE IF NOT EXISTS filing_decisions (note_path TEXT NOT NULL, content_hash TEXT NOT NULL, "
-    "targets_hash TEXT NOT NULL, model_key TEXT NOT NULL, verdict TEXT NOT NULL, target TEXT, tier TEXT, "
-    "reason TEXT, decided REAL NOT NULL, applied REAL, "
-    "PRIMARY KEY (note_path, content_hash, targets_hash, model_key))",
-    "CREATE TABLE IF NOT EXISTS note_vectors (note_path TEXT NOT NULL, content_hash TEXT NOT NULL, "
-    "embed_provider TEXT NOT NULL, vector BLOB NOT NULL, PRIMARY KEY (note_path, content_hash, "
-    "embed_provider))",
+    R"(CREATE TABLE IF NOT EXISTS schema_version (
+        id INTEGER PRIMARY KEY CHECK (id = 1), version INTEGER NOT NULL, created REAL NOT NULL,
+        last_full_reindex REAL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS notes (
+        relative_path TEXT PRIMARY KEY, name TEXT NOT NULL, title TEXT NOT NULL, folder TEXT NOT NULL,
+        modified REAL NOT NULL, created REAL NOT NULL, size INTEGER NOT NULL,
+        content_hash TEXT NOT NULL, word_count INTEGER NOT NULL, excerpt TEXT NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS note_text (
+        note_path TEXT PRIMARY KEY, title TEXT NOT NULL, body TEXT NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS properties (
+        note_path TEXT NOT NULL, key TEXT NOT NULL, value_text TEXT, value_num REAL,
+        value_kind TEXT NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS links (
+        source_path TEXT NOT NULL, target_name TEXT NOT NULL, target_resolved_path TEXT, heading TEXT,
+        block_id TEXT, alias TEXT, is_embed INTEGER NOT NULL DEFAULT 0
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS tags (
+        note_path TEXT NOT NULL, tag TEXT NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS tasks (
+        note_path TEXT NOT NULL, line INTEGER NOT NULL, text TEXT NOT NULL, done INTEGER NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS headings (
+        note_path TEXT NOT NULL, level INTEGER NOT NULL, text TEXT NOT NULL, line INTEGER NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS chunks (
+        note_path TEXT NOT NULL, ordinal INTEGER NOT NULL, text TEXT NOT NULL, vector BLOB,
+        embed_provider TEXT, PRIMARY KEY (note_path, ordinal)
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS pending_notes (
+        relative_path TEXT PRIMARY KEY, reason TEXT NOT NULL, noticed REAL NOT NULL
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS filing_decisions (
+        note_path TEXT NOT NULL, content_hash TEXT NOT NULL, targets_hash TEXT NOT NULL,
+        model_key TEXT NOT NULL, verdict TEXT NOT NULL, target TEXT, tier TEXT, reason TEXT,
+        decided REAL NOT NULL, applied REAL,
+        PRIMARY KEY (note_path, content_hash, targets_hash, model_key)
+    ))",
+    R"(CREATE TABLE IF NOT EXISTS note_vectors (
+        note_path TEXT NOT NULL, content_hash TEXT NOT NULL, embed_provider TEXT NOT NULL,
+        vector BLOB NOT NULL, PRIMARY KEY (note_path, content_hash, embed_provider)
+    ))",
 };
 
 struct Index {
