@@ -21,6 +21,33 @@ bool isItem(std::string_view line) {
     return trimmed == "-" || trimmed.starts_with("- ");
 }
 
+std::string_view withoutCarriageReturn(std::string_view line) {
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return line;
+}
+
+/// Each LF as CR LF.
+std::string withCarriageReturns(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t from = 0;
+    for (auto feed = text.find('\n'); feed != std::string_view::npos; feed = text.find('\n', from)) {
+        out += withoutCarriageReturn(text.substr(from, feed - from));
+        out += "\r\n";
+        from = feed + 1;
+    }
+    return out.append(text, from);
+}
+
+bool isOpeningFence(std::string_view line) {
+    return trimHorizontal(withoutCarriageReturn(line)) == "---";
+}
+
+/// A line that can belong to the key above it.
+bool continuesEntry(std::string_view line) {
+    return isItem(line) || (isIndented(line) && !isBlank(line));
+}
+
 /// Reads one key's continuation lines: `next` is the index of the first line that may belong to it.
 class EntryReader {
 public:
@@ -69,23 +96,20 @@ private:
 
 FrontmatterDoc::FrontmatterDoc(std::string_view text)
     : crlf_(text.find("\r\n") != std::string_view::npos), trailingNewline_(text.ends_with('\n')) {
-    const auto firstLine = trimHorizontal(text.substr(0, std::min(text.find('\n'), text.size())));
-    // The CR of a CR LF is no horizontal white space, so it is taken off by hand.
-    const auto fence =
-        firstLine.ends_with('\r') ? trimHorizontal(firstLine.substr(0, firstLine.size() - 1)) : firstLine;
-    if (fence != "---") {
+    std::size_t at = text.find('\n');
+    if (at == std::string_view::npos || !isOpeningFence(text.substr(0, at))) {
         body_ = text;
         return;
     }
     // Only the block is cut into lines; the body may be large.
-    std::size_t at = text.find('\n');
     std::vector<std::string_view> block;
     bool closed = false;
     while (at != std::string_view::npos && at + 1 < text.size()) {
         const std::size_t start = at + 1;
         at = text.find('\n', start);
-        auto line = text.substr(start, at == std::string_view::npos ? std::string_view::npos : at - start);
-        if (at != std::string_view::npos && line.ends_with('\r')) line.remove_suffix(1);
+        auto line = text.substr(start, at == std::string_view::npos ? at : at - start);
+        // A CR that no LF follows belongs to its line.
+        if (at != std::string_view::npos) line = withoutCarriageReturn(line);
         const auto trimmed = trimHorizontal(line);
         if (trimmed == "---" || trimmed == "...") {
             closed = true;
@@ -101,12 +125,8 @@ FrontmatterDoc::FrontmatterDoc(std::string_view text)
     slots_ = parseSlots(block);
     if (at == std::string_view::npos) return;
     const auto rest = text.substr(at + 1);
-    if (!crlf_) {
-        body_ = rest;
-        return;
-    }
     // Mixed line ends become the document's own.
-    body_ = replaceAll(replaceAll(rest, "\r\n", "\n"), "\n", "\r\n");
+    body_ = crlf_ ? withCarriageReturns(rest) : std::string(rest);
 }
 
 std::vector<FrontmatterDoc::Slot> FrontmatterDoc::parseSlots(const std::vector<std::string_view>& lines) {
@@ -208,6 +228,17 @@ void FrontmatterDoc::set(std::string_view key, const std::optional<YAMLValue>& v
     for (auto slot = slots_.begin(); slot != slots_.end(); ++slot) {
         if (std::holds_alternative<Entry>(slot->value)) place = slot + 1;
     }
+    // Stray indented lines or items below would read as part of the new entry; it goes under them.
+    auto lines = entry.rawLines;
+    for (auto slot = place; slot != slots_.end(); ++slot)
+        lines.push_back(std::get<Passthrough>(slot->value).line);
+    const auto read = parseSlots({lines.begin(), lines.end()});
+    const auto* again = std::get_if<Entry>(&read.front().value);
+    if (again && again->rawLines.size() > entry.rawLines.size()) {
+        for (auto slot = place; slot != slots_.end(); ++slot) {
+            if (continuesEntry(std::get<Passthrough>(slot->value).line)) place = slot + 1;
+        }
+    }
     slots_.insert(place, Slot{std::move(entry)});
     hasFrontmatter_ = true;
 }
@@ -222,15 +253,18 @@ void FrontmatterDoc::remove(std::string_view key) {
 std::vector<std::string> FrontmatterDoc::render(std::string_view key, const YAMLValue& value,
                                                 bool blockList) {
     const std::string name = std::string(key) + ":";
-    if (const auto* items = value.listValue(); items && blockList) {
-        if (items->empty()) return {name + " []"};
+    // A list that one line would not give back is written one item a line.
+    if (const auto* list = std::get_if<YAMLValue::List>(&value.value);
+        list && (blockList || !YAMLScalar::emitsInline(*list))) {
+        if (list->items.empty()) return {name + " []"};
         std::vector<std::string> lines{name};
-        for (const auto& item : *items) lines.push_back("  - " + YAMLScalar::emit(item));
+        for (const auto& item : list->items) lines.push_back("  - " + YAMLScalar::emit(item));
         return lines;
     }
     if (std::holds_alternative<YAMLValue::Null>(value.value)) return {name};
+    // Lines of their own stay so: behind the key a single indented one would read as a scalar.
     if (const auto* raw = std::get_if<YAMLValue::Raw>(&value.value);
-        raw && raw->text.find('\n') != std::string::npos) {
+        raw && (raw->text.find('\n') != std::string::npos || isIndented(raw->text))) {
         std::vector<std::string> lines{name};
         for (auto line : split(raw->text, '\n')) lines.emplace_back(line);
         return lines;

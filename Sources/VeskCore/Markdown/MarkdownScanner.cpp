@@ -1,6 +1,10 @@
 #include "VeskCore/Markdown/MarkdownScanner.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <iterator>
 #include <unordered_set>
 #include <vector>
 
@@ -15,32 +19,38 @@ namespace {
 constexpr std::size_t excerptCharacters = 200;
 constexpr std::size_t none = std::string_view::npos;
 
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-/// A line's characters by number. In an ASCII line each byte is one; otherwise the boundaries are looked up,
-/// so that
-/// "[" with an accent is no bracket.
-class LineCharacters {
+/// A line in which places are bytes and characters are whole: a "[" with an accent is no bracket.
+class Line {
 public:
-    explicit LineCharacters(std::string_view line) : line_(line) {
-        if (!isAscii(line)) bounds_ = characterBoundaries(line);
+    explicit Line(std::string_view text) : text_(text) {
+        if (isAscii(text)) return;
+        begins_.resize(text.size() + 1);
+        for (CharacterCursor cursor(text); !cursor.atEnd(); cursor.next()) begins_[cursor.offset()] = true;
+        begins_[text.size()] = true;
     }
-    std::size_t size() const { return bounds_.empty() ? line_.size() : bounds_.size() - 1; }
-    std::size_t byte(std::size_t index) const { return bounds_.empty() ? index : bounds_[index]; }
-    std::string_view operator[](std::size_t index) const { return slice(index, index + 1); }
-    bool is(std::size_t index, char c) const {
-        return index < size() && line_[byte(index)] == c && byte(index + 1) - byte(index) == 1;
+    std::string_view text() const { return text_; }
+    std::size_t size() const { return text_.size(); }
+    bool is(std::size_t at, char c) const {
+        return at < size() && text_[at] == c && begins(at) && begins(at + 1);
     }
-    bool isPair(std::size_t index, char c) const { return is(index, c) && is(index + 1, c); }
-    std::string_view slice(std::size_t from, std::size_t to) const {
-        return line_.substr(byte(from), byte(to) - byte(from));
+    bool isPair(std::size_t at, char c) const { return is(at, c) && is(at + 1, c); }
+    std::string_view slice(std::size_t from, std::size_t to) const { return text_.substr(from, to - from); }
+    /// The character that ends at `at`, which is not the start.
+    std::string_view before(std::size_t at) const {
+        std::size_t start = at - 1;
+        while (!begins(start)) --start;
+        return slice(start, at);
+    }
+    /// The number of characters between two places.
+    std::size_t characters(std::size_t from, std::size_t to) const {
+        return begins_.empty() ? to - from : characterCount(slice(from, to));
     }
 
 private:
-    std::string_view line_;
-    std::vector<std::size_t> bounds_;
+    bool begins(std::size_t at) const { return begins_.empty() || begins_[at]; }
+
+    std::string_view text_;
+    std::vector<bool> begins_;  // by byte; empty for ASCII, where every byte is a character
 };
 
 bool isLetterCharacter(std::string_view character) {
@@ -150,50 +160,79 @@ std::string withoutLinkSyntax(std::string_view text) {
 }
 
 /// Where the inline code of a line lies, in UTF-16 units.
-std::vector<TextRange> codeRanges(std::u16string_view line) {
+std::vector<TextRange> codeRanges(std::string_view line) {
     std::vector<TextRange> ranges;
-    for (auto open = line.find(u'`'); open != std::u16string_view::npos;) {
-        const auto close = line.find(u'`', open + 1);
-        if (close == std::u16string_view::npos) {
-            ranges.push_back({open, line.size() - open});
-            break;
+    std::size_t unit = 0, open = none;
+    for (CharacterCursor cursor(line); !cursor.atEnd();) {
+        const auto character = cursor.next();
+        const auto start = unit;
+        unit += utf16Length(character);
+        if (character != "`") continue;
+        if (open == none) {
+            open = start;
+        } else {
+            ranges.push_back({open, unit - open});
+            open = none;
         }
-        ranges.push_back({open, close + 1 - open});
-        open = line.find(u'`', close + 1);
     }
+    if (open != none) ranges.push_back({open, unit - open});
     return ranges;
 }
+
+constexpr unsigned spaceSign = 1, bracketSign = 2, hashSign = 4, caretSign = 8, codeSign = 16, tagSign = 32,
+                   wideSign = 64;
+
+constexpr auto signsOfBytes = [] {
+    std::array<std::uint8_t, 256> signs{};
+    signs[' '] = signs['\t'] = spaceSign;
+    signs['['] = bracketSign;
+    signs['#'] = hashSign;
+    signs['^'] = caretSign;
+    signs['`'] = codeSign;
+    signs['<'] = tagSign;
+    for (std::size_t byte = 0x80; byte < signs.size(); ++byte) signs[byte] = wideSign;
+    return signs;
+}();
+
+/// What one look at each byte of a line tells: which of the signs stand in it, and its words.
+struct LineSigns {
+    explicit LineSigns(std::string_view line) {
+        unsigned before = spaceSign;
+        for (const char c : line) {
+            const unsigned sign = signsOfBytes[static_cast<unsigned char>(c)];
+            all |= sign;
+            words += static_cast<int>(before & ~sign & spaceSign);
+            before = sign;
+        }
+    }
+    bool has(unsigned sign) const { return (all & sign) != 0; }
+
+    unsigned all = 0;
+    int words = 0;
+};
 
 /// The masked line, without a copy where nothing is masked.
 class Masked {
 public:
-    Masked(std::string_view line, bool masksMarkup) : line_(line) {
-        if (masksMarkup && line.find('<') != none) {
+    Masked(std::string_view line, LineSigns signs, bool masksMarkup) : line_(line), signs_(signs) {
+        masksMarkup_ = masksMarkup && signs.has(tagSign);
+        if (masksMarkup_) {
             own_ = maskInlineCodeAndMarkup(line);
-            masksMarkup_ = true;
-        } else if (line.find('`') != none) {
+        } else if (signs.has(codeSign)) {
             own_ = maskInlineCode(line);
         }
+        if (own_) signs_ = LineSigns(*own_);
     }
+    const LineSigns& signs() const { return signs_; }
     std::string_view text() const { return own_ ? std::string_view(*own_) : line_; }
     bool maskedMarkup() const { return masksMarkup_; }
 
 private:
     std::string_view line_;
+    LineSigns signs_;
     std::optional<std::string> own_;
     bool masksMarkup_ = false;
 };
-
-int countWords(std::string_view text) {
-    int words = 0;
-    bool inside = false;
-    for (char c : text) {
-        const bool space = c == ' ' || c == '\t';
-        if (!space && !inside) ++words;
-        inside = !space;
-    }
-    return words;
-}
 
 std::string excerptOf(std::string_view line, const Masked& masked) {
     const std::string judged = masked.maskedMarkup() ? maskInlineCode(line) : std::string();
@@ -204,20 +243,206 @@ std::string excerptOf(std::string_view line, const Masked& masked) {
     return std::string(characterPrefix(preview, excerptCharacters));
 }
 
+/// Which openings a later closing answers, each at the bit of its place. Read from the end with one counter,
+/// so that a line of nothing but brackets takes a bit a byte.
+std::vector<bool> answeredLinks(const Line& line) {
+    std::vector<bool> answered(line.size(), false);
+    std::size_t closings = 0;
+    const auto runStart = [&](std::size_t end, char c) {
+        while (end > 0 && line.is(end - 1, c)) --end;
+        return end;
+    };
+    for (std::size_t end = line.size(); end > 0;) {
+        if (line.is(end - 1, ']')) {
+            const auto start = runStart(end, ']');
+            closings += (end - start) / 2;
+            end = start;
+        } else if (line.is(end - 1, '[')) {
+            // Pairs count from the start of their run.
+            const auto start = runStart(end, '[');
+            for (auto pairs = (end - start) / 2; pairs > 0 && closings > 0; --pairs, --closings)
+                answered[start + 2 * (pairs - 1)] = true;
+            end = start;
+        } else {
+            --end;
+        }
+    }
+    return answered;
+}
+
+std::vector<bool> answeredParentheses(const Line& line) {
+    std::vector<bool> answered(line.size(), false);
+    std::size_t closings = 0;
+    for (std::size_t at = line.size(); at-- > 0;) {
+        if (line.is(at, ')')) {
+            ++closings;
+        } else if (closings > 0 && line.is(at, '(')) {
+            --closings;
+            answered[at] = true;
+        }
+    }
+    return answered;
+}
+
+/// The place of the "]]" that closes an answered opening whose inner text begins at `at`.
+std::size_t linkEnd(const Line& line, std::size_t at) {
+    for (std::size_t depth = 0; at < line.size();) {
+        if (line.isPair(at, '[')) {
+            ++depth;
+            at += 2;
+        } else if (line.isPair(at, ']')) {
+            if (depth-- == 0) break;
+            at += 2;
+        } else {
+            ++at;
+        }
+    }
+    return at;
+}
+
+/// The place of the ")" that closes an answered "(" whose inner text begins at `at`.
+std::size_t parenthesisEnd(const Line& line, std::size_t at) {
+    for (std::size_t depth = 0; at < line.size(); ++at) {
+        if (line.is(at, '(')) ++depth;
+        if (line.is(at, ')') && depth-- == 0) break;
+    }
+    return at;
+}
+
+/// Fills in what the text between the brackets says; false if it names nothing.
+bool readLinkText(std::string_view inner, NoteScan::Wikilink& link) {
+    if (const auto bar = inner.find('|'); bar != none) {
+        link.alias = std::string(trimHorizontal(inner.substr(bar + 1)));
+        inner = inner.substr(0, bar);
+    }
+    if (const auto block = inner.find("#^"); block != none) {
+        link.blockID = std::string(inner.substr(block + 2));
+        inner = inner.substr(0, block);
+    } else if (const auto hash = inner.find('#'); hash != none) {
+        link.heading = std::string(trimHorizontal(inner.substr(hash + 1)));
+        inner = inner.substr(0, hash);
+    }
+    link.target = std::string(trimHorizontal(inner));
+    return !link.target.empty() || link.heading || link.blockID;
+}
+
+void readWikilinks(const Line& line, std::size_t lineStart, NoteScan& into) {
+    auto at = line.text().find("[[");
+    if (at == none || line.text().find("]]", at) == none) return;
+    const auto answered = answeredLinks(line);
+    std::size_t counted = 0, characters = 0;  // places and characters before the last link
+    while ((at = line.text().find("[[", at)) != none) {
+        if (!line.isPair(at, '[')) {
+            ++at;
+            continue;
+        }
+        const auto close = answered[at] ? linkEnd(line, at + 2) : none;
+        if (close == none || close == at + 2) {
+            at += 2;
+            continue;
+        }
+        NoteScan::Wikilink link;
+        link.isEmbed = at > 0 && line.is(at - 1, '!');
+        if (readLinkText(line.slice(at + 2, close), link)) {
+            const auto begin = link.isEmbed ? at - 1 : at;
+            characters += line.characters(counted, begin);
+            counted = begin;
+            link.range = {lineStart + characters, line.characters(begin, close + 2)};
+            into.wikilinks.push_back(std::move(link));
+        }
+        at = close + 2;
+    }
+}
+
+void readMarkdownLinks(const Line& line, NoteScan& into) {
+    if (line.text().find("](") == none) return;
+    const auto answered = answeredParentheses(line);
+    std::size_t bracket = 0;
+    for (std::size_t at = 0; at < line.size();) {
+        if (!line.is(at, '[')) {
+            ++at;
+            continue;
+        }
+        if (line.is(at + 1, '[')) {
+            at += 2;
+            continue;
+        }
+        // The first "]" behind; it only moves on.
+        bracket = std::max(bracket, at + 1);
+        while (bracket < line.size() && !line.is(bracket, ']')) ++bracket;
+        if (!line.is(bracket + 1, '(') || !answered[bracket + 1]) {
+            ++at;
+            continue;
+        }
+        const auto close = parenthesisEnd(line, bracket + 2);
+        auto url = line.slice(bracket + 2, close);
+        if (const auto caption = url.find(" \""); caption != none) url = url.substr(0, caption);
+        if (!url.empty()) {
+            into.markdownLinks.push_back({.text = std::string(line.slice(at + 1, bracket)),
+                                          .url = std::string(url),
+                                          .isImage = at > 0 && line.is(at - 1, '!')});
+        }
+        at = close + 1;
+    }
+}
+
+bool opensTagBehind(std::string_view character) {
+    if (character.size() == 1 && std::string_view("([{>,;\"'").find(character.front()) != none) return true;
+    return isSpaceOrNewline(*firstCodePoint(character));
+}
+
+/// Calls `take(tag)` for each tag in order.
+template <typename Take>
+void readTags(const Line& line, Take take) {
+    const auto text = line.text();
+    for (auto at = text.find('#'); at != none; at = text.find('#', at)) {
+        const auto start = at + 1;
+        if (!line.is(at, '#') || (at > 0 && !opensTagBehind(line.before(at)))) {
+            at = start;
+            continue;
+        }
+        std::size_t end = start;
+        bool hasLetter = false;
+        for (CharacterCursor cursor(text.substr(start)); !cursor.atEnd(); end = start + cursor.offset()) {
+            const auto character = cursor.next();
+            if (!isTagCharacter(character)) break;
+            hasLetter = hasLetter || isLetterCharacter(character);
+        }
+        if (hasLetter) {
+            auto tag = line.slice(start, end);
+            if (tag.ends_with('/')) tag.remove_suffix(1);
+            take(tag);
+        }
+        at = end;
+    }
+}
+
+/// A line, trimmed, that indentation doesn't make code.
+bool isListItem(std::string_view trimmed) {
+    return trimmed.starts_with('-') || trimmed.starts_with('*') || trimmed.starts_with('+') ||
+           isOrderedItem(trimmed);
+}
+
 }  // namespace
 
 NoteScan scan(std::string_view body, bool masksMarkup) {
     NoteScan scan;
+    std::unordered_set<std::string_view>
+        seenTags;  // views into `tagTexts`, whose strings stay where they are
+    std::deque<std::string> tagTexts;
     std::string_view fence;
     std::size_t lineStart = 0;
     int number = 0;
-    for (std::size_t at = 0; at <= body.size(); ++number) {
+    for (std::size_t at = 0; at < body.size(); ++number) {
         const auto feed = std::min(body.find('\n', at), body.size());
         auto line = body.substr(at, feed - at);
+        const bool carriageReturn = feed < body.size() && line.ends_with('\r');
+        if (carriageReturn) line.remove_suffix(1);
+        const LineSigns signs(line);
         const std::size_t start = lineStart;
-        lineStart += utf16Length(line) + 1;
+        lineStart += (signs.has(wideSign) ? utf16Length(line) : line.size()) + (carriageReturn ? 2 : 1);
         at = feed + 1;
-        if (feed < body.size() && line.ends_with('\r')) line.remove_suffix(1);
+        if (line.empty()) continue;
 
         const auto trimmed = trimHorizontal(line);
         if (trimmed.starts_with("```") || trimmed.starts_with("~~~")) {
@@ -229,11 +454,8 @@ NoteScan scan(std::string_view body, bool masksMarkup) {
             }
             continue;
         }
-        if (!fence.empty() || trimmed.empty()) continue;
-        if ((line.starts_with("    ") || line.starts_with('\t')) && trimmed.find_first_of("-*+") != 0 &&
-            !isOrderedItem(trimmed)) {
-            continue;
-        }
+        if (!fence.empty()) continue;
+        if ((line.starts_with("    ") || line.starts_with('\t')) && !isListItem(trimmed)) continue;
         if (const auto level = headingLevel(trimmed)) {
             const auto text = trimHorizontal(
                 trimCharacters(trimHorizontal(trimmed.substr(static_cast<std::size_t>(*level))), "#"));
@@ -243,19 +465,26 @@ NoteScan scan(std::string_view body, bool masksMarkup) {
         }
         if (auto task = parseTask(trimmed, number)) scan.tasks.push_back(std::move(*task));
 
-        const Masked masked(line, masksMarkup);
+        const Masked masked(line, signs, masksMarkup);
         const auto text = masked.text();
-        scan.wordCount += countWords(text);
-        if (text.find('[') != none) {
-            extractWikilinks(text, start, scan);
-            extractMarkdownLinks(text, scan);
+        scan.wordCount += masked.signs().words;
+        if (masked.signs().has(bracketSign | hashSign)) {
+            const Line reading(text);
+            if (masked.signs().has(bracketSign)) {
+                readWikilinks(reading, start, scan);
+                readMarkdownLinks(reading, scan);
+            }
+            if (masked.signs().has(hashSign)) {
+                readTags(reading, [&](std::string_view tag) {
+                    if (seenTags.contains(tag)) return;
+                    seenTags.insert(tagTexts.emplace_back(tag));
+                });
+            }
         }
-        if (text.find('#') != none) extractTags(text, scan);
-        if (text.find('^') != none) extractBlockID(text, scan);
+        if (masked.signs().has(caretSign)) extractBlockID(text, scan);
         if (scan.excerpt.empty()) scan.excerpt = excerptOf(line, masked);
     }
-    std::unordered_set<std::string> seen;
-    std::erase_if(scan.tags, [&](const std::string& tag) { return !seen.insert(tag).second; });
+    scan.tags.assign(std::make_move_iterator(tagTexts.begin()), std::make_move_iterator(tagTexts.end()));
     return scan;
 }
 
@@ -310,7 +539,7 @@ std::string maskInlineCode(std::string_view text) {
 
 std::string maskInlineCodeAndMarkup(std::string_view text) {
     const auto units = utf16(text);
-    const auto code = codeRanges(units);
+    const auto code = text.find('`') == none ? std::vector<TextRange>() : codeRanges(text);
     const auto markup = HTMLSpans::scan(units, units.size(), code).mask;
     if (markup.empty()) return maskInlineCode(text);
     std::vector<bool> marked(units.size(), false);
@@ -364,122 +593,15 @@ std::string plainPreview(std::string_view text, std::optional<std::string_view> 
 }
 
 void extractWikilinks(std::string_view text, std::size_t lineStart, NoteScan& into) {
-    const auto first = text.find("[[");
-    if (first == none || text.find("]]", first) == none) return;
-    const LineCharacters line(text);
-    // Links nest, and one that never closes gives way to those inside it. Matching every opening with a stack
-    // in one walk gives what trying each opening in turn would give.
-    struct Opening {
-        std::size_t at, close;
-    };
-    std::vector<Opening> openings;
-    std::vector<std::size_t> open;
-    for (std::size_t i = 0; i < line.size();) {
-        if (line.isPair(i, '[')) {
-            open.push_back(openings.size());
-            openings.push_back({i, none});
-            i += 2;
-        } else if (!open.empty() && line.isPair(i, ']')) {
-            openings[open.back()].close = i;
-            open.pop_back();
-            i += 2;
-        } else {
-            ++i;
-        }
-    }
-    std::size_t resume = 0;
-    for (const auto& [at, close] : openings) {
-        if (at < resume || close == none || close == at + 2) continue;
-        resume = close + 2;
-        NoteScan::Wikilink link;
-        link.isEmbed = at > 0 && line.is(at - 1, '!');
-        std::string_view inner = line.slice(at + 2, close);
-        if (const auto bar = inner.find('|'); bar != none) {
-            link.alias = std::string(trimHorizontal(inner.substr(bar + 1)));
-            inner = inner.substr(0, bar);
-        }
-        if (const auto block = inner.find("#^"); block != none) {
-            link.blockID = std::string(inner.substr(block + 2));
-            inner = inner.substr(0, block);
-        } else if (const auto hash = inner.find('#'); hash != none) {
-            link.heading = std::string(trimHorizontal(inner.substr(hash + 1)));
-            inner = inner.substr(0, hash);
-        }
-        link.target = std::string(trimHorizontal(inner));
-        if (link.target.empty() && !link.heading && !link.blockID) continue;
-        const auto begin = link.isEmbed ? at - 1 : at;
-        link.range = {lineStart + begin, close + 2 - begin};
-        into.wikilinks.push_back(std::move(link));
-    }
+    readWikilinks(Line(text), lineStart, into);
 }
 
 void extractMarkdownLinks(std::string_view text, NoteScan& into) {
-    if (text.find("](") == none) return;
-    const LineCharacters line(text);
-    const auto size = line.size();
-    // For each position the next "]" at or after it, and for each "(" the ")" that closes it.
-    std::vector<std::size_t> nextBracket(size + 1, none), closing(size, none), open;
-    for (std::size_t i = size; i-- > 0;) nextBracket[i] = line.is(i, ']') ? i : nextBracket[i + 1];
-    for (std::size_t i = 0; i < size; ++i) {
-        if (line.is(i, '(')) open.push_back(i);
-        if (line.is(i, ')') && !open.empty()) {
-            closing[open.back()] = i;
-            open.pop_back();
-        }
-    }
-    for (std::size_t i = 0; i < size;) {
-        if (!line.is(i, '[')) {
-            ++i;
-            continue;
-        }
-        if (line.is(i + 1, '[')) {
-            i += 2;
-            continue;
-        }
-        const auto bracket = nextBracket[i + 1];
-        const auto parenthesis = bracket == none ? none : bracket + 1;
-        if (parenthesis == none || !line.is(parenthesis, '(') || closing[parenthesis] == none) {
-            ++i;
-            continue;
-        }
-        auto url = line.slice(parenthesis + 1, closing[parenthesis]);
-        if (const auto caption = url.find(" \""); caption != none) url = url.substr(0, caption);
-        if (!url.empty()) {
-            into.markdownLinks.push_back({.text = std::string(line.slice(i + 1, bracket)),
-                                          .url = std::string(url),
-                                          .isImage = i > 0 && line.is(i - 1, '!')});
-        }
-        i = closing[parenthesis] + 1;
-    }
+    readMarkdownLinks(Line(text), into);
 }
 
 void extractTags(std::string_view text, NoteScan& into) {
-    const LineCharacters line(text);
-    for (std::size_t i = 0; i < line.size();) {
-        if (!line.is(i, '#')) {
-            ++i;
-            continue;
-        }
-        if (i > 0) {
-            const auto before = line[i - 1];
-            const bool opens =
-                before.size() == 1 && std::string_view("([{>,;\"'").find(before.front()) != none;
-            if (!opens && !isSpaceOrNewline(*firstCodePoint(before))) {
-                ++i;
-                continue;
-            }
-        }
-        std::size_t end = i + 1;
-        bool hasLetter = false;
-        while (end < line.size() && isTagCharacter(line[end]))
-            hasLetter = isLetterCharacter(line[end++]) || hasLetter;
-        if (hasLetter) {
-            auto tag = line.slice(i + 1, end);
-            if (tag.ends_with('/')) tag.remove_suffix(1);
-            into.tags.emplace_back(tag);
-        }
-        i = end;
-    }
+    readTags(Line(text), [&](std::string_view tag) { into.tags.emplace_back(tag); });
 }
 
 void extractBlockID(std::string_view text, NoteScan& into) {

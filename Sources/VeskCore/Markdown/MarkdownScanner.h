@@ -1,5 +1,6 @@
-// One forward pass over the lines of a note's body for the index: links, tags, headings, tasks, block identifiers,
-// word count, excerpt. No Markdown parser, and not the editor's reader. Linear in its input. Pure; any thread.
+// One forward pass over the lines of a note's body for the index: links, tags, headings, tasks, block
+// identifiers, word count, excerpt. No Markdown parser, and not the editor's reader. Linear in its input.
+// Pure; any thread.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +12,8 @@
 
 namespace vesk::MarkdownScanner {
 
-/// `body` is the text after the frontmatter. With `masksMarkup` inline HTML is blanked as inline code is: for notes;
-/// text taken out of saved pages is scanned without.
+/// `body` is the text after the frontmatter. With `masksMarkup` inline HTML is blanked as inline code is: for
+/// notes; text taken out of saved pages is scanned without.
 NoteScan scan(std::string_view body, bool masksMarkup);
 
 /// Inline code blanked, one space for each character.
@@ -21,8 +22,8 @@ std::string maskInlineCode(std::string_view text);
 std::string maskInlineCodeAndMarkup(std::string_view text);
 /// Image and embed syntax removed, link syntax reduced to its words.
 std::string withoutEmbeds(std::string_view text);
-/// One line as plain prose, or empty if it makes none. `judge` is the line by which headings, quotes and rules are
-/// told; the text itself if none is given.
+/// One line as plain prose, or empty if it makes none. `judge` is the line by which headings, quotes and
+/// rules are told; the text itself if none is given.
 std::string plainPreview(std::string_view text, std::optional<std::string_view> judge = {});
 
 std::optional<int> headingLevel(std::string_view line);

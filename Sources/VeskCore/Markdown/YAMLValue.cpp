@@ -2,7 +2,9 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "VeskCore/Support/Characters.h"
 #include "VeskCore/Support/Match.h"
@@ -46,8 +48,10 @@ std::string quoted(std::string_view text) {
 }
 
 /// An element of an inline list also has to survive the split at commas and brackets. The split knows no
-/// escapes, so a text with double quotes goes into single ones where it can.
-std::string emitElement(const YAMLValue& value) {
+/// escapes, so a text with double quotes goes into single ones where it can. The split drops an empty last
+/// part, so a null is written out there.
+std::string emitElement(const YAMLValue& value, bool last) {
+    if (last && std::holds_alternative<YAMLValue::Null>(value.value)) return "~";
     const auto* it = std::get_if<YAMLValue::String>(&value.value);
     if (!it) return YAMLScalar::emit(value);
     const auto& text = it->text;
@@ -55,6 +59,14 @@ std::string emitElement(const YAMLValue& value) {
         return "'" + replaceAll(text, "'", "''") + "'";
     }
     return text.find_first_of(",[]{}\"'") != std::string::npos ? quoted(text) : YAMLScalar::emit(value);
+}
+
+std::vector<std::string> emitElements(const YAMLValue::List& list) {
+    std::vector<std::string> elements;
+    elements.reserve(list.items.size());
+    for (const auto& item : list.items)
+        elements.push_back(emitElement(item, elements.size() + 1 == list.items.size()));
+    return elements;
 }
 
 /// Lists inside lists beyond this are kept as they stand.
@@ -215,7 +227,7 @@ std::string unescapeDoubleQuoted(std::string_view text) {
 std::vector<std::string> splitFlow(std::string_view text) {
     std::vector<std::string> parts;
     char quote = 0;
-    int depth = 0;
+    std::ptrdiff_t depth = 0;
     std::size_t start = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -247,20 +259,29 @@ bool needsQuoting(std::string_view text) {
     return parse(text) != YAMLValue::string(text);
 }
 
+bool emitsInline(const YAMLValue::List& list) {
+    const auto elements = emitElements(list);
+    return std::all_of(elements.begin(), elements.end(), [](const std::string& element) {
+        // A part stands behind it, so that a quote or bracket that stays open shows.
+        const auto parts = splitFlow(element + ",x");
+        return parts.size() == 2 && parts.front() == element;
+    });
+}
+
 std::string emit(const YAMLValue& value) {
     return match(
         value, [](const YAMLValue::String& it) { return needsQuoting(it.text) ? quoted(it.text) : it.text; },
         [](const YAMLValue::Number& it) {
             const bool whole = std::trunc(it.number) == it.number && std::abs(it.number) < wholeEmitLimit;
-            return whole ? wholeText(it.number) : shortestDecimal(it.number);
+            if (whole) return wholeText(it.number);
+            auto decimal = shortestDecimal(it.number);
+            // Beyond the limit a whole number is told by its fraction.
+            const bool integer = decimal.find_first_not_of("-0123456789") == std::string::npos;
+            return integer ? decimal + ".0" : decimal;
         },
         [](const YAMLValue::Bool& it) { return std::string(it.boolean ? "true" : "false"); },
         [](const YAMLValue::Date& it) { return dateFormatter().format(it.instant); },
-        [](const YAMLValue::List& it) {
-            std::vector<std::string> items;
-            for (const auto& item : it.items) items.push_back(emitElement(item));
-            return "[" + join(items, ", ") + "]";
-        },
+        [](const YAMLValue::List& it) { return "[" + join(emitElements(it), ", ") + "]"; },
         [](const YAMLValue::Raw& it) { return it.text; },
         [](const YAMLValue::Null&) { return std::string(); });
 }

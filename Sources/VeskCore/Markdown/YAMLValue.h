@@ -76,8 +76,11 @@ const DateFormat& dateFormatter();
 const DateFormat& dateTimeFormatter();
 
 YAMLValue parse(std::string_view text);
-/// The YAML text of a value, such that parse() reads it back. A date loses its time of day.
+/// The YAML text of a value, such that parse() reads it back; of a list see emitsInline(). A date loses its
+/// time of day.
 std::string emit(const YAMLValue& value);
+/// True if the elements of the list are still told apart in the one line that emit() makes of it.
+bool emitsInline(const YAMLValue::List& list);
 bool needsQuoting(std::string_view text);
 std::optional<TimePoint> parseDate(std::string_view text);
 /// The comma-separated parts of a flow sequence's inner text, trimmed.
