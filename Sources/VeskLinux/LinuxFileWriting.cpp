@@ -233,7 +233,7 @@ void LinuxFileSystem::writeNew(const FilePath& path, std::string_view bytes) {
     }
 }
 
-void LinuxFileSystem::replace(const FilePath& target, const FilePath& temporary) {
+void LinuxFileSystem::carryMetadata(const FilePath& target, const FilePath& temporary) {
     const Descriptor file(uninterrupted(
         [&] { return ::open(temporary.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
     if (!file) fail("open", temporary);
@@ -245,12 +245,28 @@ void LinuxFileSystem::replace(const FilePath& target, const FilePath& temporary)
         carryOwnerAndMode(old, file.get(), temporary);
     } else if (errno != ENOENT) {
         fail("stat", target);
-    }  // else it was taken away meanwhile, and the new text takes the free place
+    }
     // What was noted on the file since it was written has to be there before the name is.
     sync(file.get(), temporary);
+}
+
+void LinuxFileSystem::replace(const FilePath& target, const FilePath& temporary) {
+    // A target that was taken away meanwhile leaves a free place, which the new text takes.
+    carryMetadata(target, temporary);
     const ChangingFolder folder(target.parent_path());
     if (::rename(temporary.c_str(), target.c_str()) != 0) fail("rename", target);
     folder.sync();
+}
+
+bool LinuxFileSystem::exchange(const FilePath& target, const FilePath& temporary) {
+    const ChangingFolder folder(target.parent_path()), other(temporary.parent_path());
+    if (::renameat2(AT_FDCWD, target.c_str(), AT_FDCWD, temporary.c_str(), RENAME_EXCHANGE) != 0) {
+        if (errno == EINVAL || errno == ENOSYS || errno == ENOTSUP) return false;
+        fail("exchange", target);
+    }
+    folder.sync();
+    if (!folder.isSame(other)) other.sync();
+    return true;
 }
 
 void LinuxFileSystem::move(const FilePath& from, const FilePath& to) {

@@ -1,6 +1,7 @@
 #include "Support/Fakes.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -153,6 +154,18 @@ void FaultyFileSystem::writeNew(const FilePath& path, std::string_view bytes) {
 void FaultyFileSystem::replace(const FilePath& target, const FilePath& temporary) {
     check("replace", target);
     real_.replace(target, temporary);
+}
+
+bool FaultyFileSystem::exchange(const FilePath& target, const FilePath& temporary) {
+    const auto code = fault ? fault("exchange", target) : std::nullopt;
+    if (code == ENOSYS) return false;
+    if (code) throw SystemError(*code, "exchange", target.native());
+    return real_.exchange(target, temporary);
+}
+
+void FaultyFileSystem::carryMetadata(const FilePath& target, const FilePath& temporary) {
+    check("carryMetadata", target);
+    real_.carryMetadata(target, temporary);
 }
 
 void FaultyFileSystem::move(const FilePath& from, const FilePath& to) {

@@ -75,6 +75,9 @@ public:
     void createDirectories(const FilePath& path) override;
     void writeNew(const FilePath& path, std::string_view bytes) override;
     void replace(const FilePath& target, const FilePath& temporary) override;
+    /// A fault of ENOSYS answers that this file system has no such step.
+    bool exchange(const FilePath& target, const FilePath& temporary) override;
+    void carryMetadata(const FilePath& target, const FilePath& temporary) override;
     void move(const FilePath& from, const FilePath& to) override;
     void remove(const FilePath& path) override;
     void removeTree(const FilePath& path) override;

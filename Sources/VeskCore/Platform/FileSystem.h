@@ -1,4 +1,5 @@
-// The files of this machine: the lowest layer under every read and write of a vault. Blocking; safe on any thread.
+// The files of this machine: the lowest layer under every read and write of a vault. Blocking; safe on any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +23,8 @@ struct FileInfo {
     FileKind kind = FileKind::regular;
     std::uint64_t size = 0;  ///< bytes
     TimePoint modified;
-    /// When the item was made: kept over saves where the file system can (setCreationDate), else its birth time, else
-    /// the modification time.
+    /// When the item was made: kept over saves where the file system can (setCreationDate), else its birth
+    /// time, else the modification time.
     TimePoint created;
     std::uint64_t fileID = 0;  ///< inode number
     std::uint64_t device = 0;
@@ -39,7 +40,8 @@ public:
     virtual std::string_view name() const = 0;
     /// A folder. A symbolic link to a folder is none and is not descended into.
     virtual bool isDirectory() const = 0;
-    /// Asks the file system; a symbolic link answers for its target. None if the item is gone or the link dangles.
+    /// Asks the file system; a symbolic link answers for its target. None if the item is gone or the link
+    /// dangles.
     virtual std::optional<FileInfo> info() const = 0;
 };
 
@@ -52,7 +54,8 @@ public:
 
     // Looking
 
-    /// Of the item itself or, through symbolic links, of its target. None if there is nothing (or a link dangles).
+    /// Of the item itself or, through symbolic links, of its target. None if there is nothing (or a link
+    /// dangles).
     virtual std::optional<FileInfo> info(const FilePath& path) const = 0;
     /// Of the item itself; a symbolic link is not followed.
     virtual std::optional<FileInfo> linkInfo(const FilePath& path) const = 0;
@@ -62,9 +65,9 @@ public:
     virtual std::optional<FilePath> realPath(const FilePath& path) const = 0;
     /// The names in a folder, raw bytes, no order; throws.
     virtual std::vector<std::string> list(const FilePath& folder) const = 0;
-    /// Every item below `root`, depth first, each folder before what it holds. A folder that can't be read is met
-    /// but not entered; a root that can't be read gives nothing. The answer for a folder says whether to enter it;
-    /// for another item only `stop` counts.
+    /// Every item below `root`, depth first, each folder before what it holds. A folder that can't be read is
+    /// met but not entered; a root that can't be read gives nothing. The answer for a folder says whether to
+    /// enter it; for another item only `stop` counts.
     virtual void walk(const FilePath& root, const std::function<WalkStep(const WalkEntry&)>& visit) const = 0;
 
     // Reading
@@ -75,13 +78,21 @@ public:
     // Writing
 
     virtual void createDirectories(const FilePath& path) = 0;
-    /// Makes a file that was not there, with all of `bytes` on stable storage. On failure nothing stays behind.
+    /// Makes a file that was not there, with all of `bytes` on stable storage. On failure nothing stays
+    /// behind.
     virtual void writeNew(const FilePath& path, std::string_view bytes) = 0;
-    /// Puts `temporary` in the place of the regular file `target` in one step, on stable storage when it returns.
-    /// Mode, owner where permitted, and extended attributes of `target` go over first.
+    /// Puts `temporary` in the place of the regular file `target` in one step, on stable storage when it
+    /// returns. Mode, owner where permitted, and extended attributes of `target` go over first.
     virtual void replace(const FilePath& target, const FilePath& temporary) = 0;
-    /// Moves an item to a path where nothing is; EEXIST if something is, other than the item itself under another
-    /// spelling. On stable storage when it returns.
+    /// Swaps two items of one volume in one step, on stable storage when it returns: whatever stands at
+    /// `target` at that moment is at `temporary` afterwards, and nothing is overwritten. False, with nothing
+    /// changed, where the file system has no such step; ENOENT if there is nothing at `target`.
+    virtual bool exchange(const FilePath& target, const FilePath& temporary) = 0;
+    /// Mode, owner where permitted, and extended attributes of the regular file `target` go over to
+    /// `temporary`, on stable storage when it returns. Nothing goes over from a target that isn't there.
+    virtual void carryMetadata(const FilePath& target, const FilePath& temporary) = 0;
+    /// Moves an item to a path where nothing is; EEXIST if something is, other than the item itself under
+    /// another spelling. On stable storage when it returns.
     virtual void move(const FilePath& from, const FilePath& to) = 0;
     /// Removes a file or a symbolic link; no failure if there is none.
     virtual void remove(const FilePath& path) = 0;

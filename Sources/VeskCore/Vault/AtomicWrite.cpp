@@ -7,6 +7,7 @@
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Uuid.h"
+#include "VeskCore/Vault/ForeignEdit.h"
 #include "VeskCore/Vault/Vault.h"
 
 namespace vesk {
@@ -97,17 +98,22 @@ private:
     bool isPlaced_ = false;
 };
 
+/// The bytes in a temporary file that already has what is kept of the file in place.
+void fillTemporary(const Temporary& temporary, std::string_view bytes,
+                   const std::optional<FileInfo>& former) {
+    files().writeNew(temporary.path(), bytes);
+    if (!former) return;
+    try {
+        files().setCreationDate(temporary.path(), former->created);
+    } catch (const Error&) {  // a save matters more than a date
+    }
+}
+
 void placeBytes(const FilePath& target, std::string_view bytes, bool mayReplace, bool keepsCreationDate) {
     files().createDirectories(target.parent_path());
     const std::optional<FileInfo> former = mayReplace ? replaceableFile(target) : std::nullopt;
     Temporary temporary(target.parent_path());
-    files().writeNew(temporary.path(), bytes);
-    if (former && keepsCreationDate) {
-        try {
-            files().setCreationDate(temporary.path(), former->created);
-        } catch (const Error&) {  // a save matters more than a date
-        }
-    }
+    fillTemporary(temporary, bytes, keepsCreationDate ? former : std::nullopt);
     if (former) {
         files().replace(target, temporary.path());
     } else {
@@ -120,12 +126,156 @@ void requireUtf8(const FilePath& path, std::string_view text) {
     if (!isValidUtf8(text)) throw VaultWriteError(Kind::encodingFailed, path);
 }
 
+/// The text as the file in place has its line ends; `converted` holds it if it had to change.
+std::string_view withLineEndingsOf(const FilePath& target, std::string_view text, std::string& converted) {
+    if (LineEndings::ofFile(target) == LineEnding::lf) return text;
+    converted = LineEndings::applied(LineEnding::crlf, text);
+    return converted;
+}
+
 /// Also behind a link: a page is read-only under any name.
 FilePath writableTarget(const FilePath& path) {
     AtomicWrite::refuseDocument(path);
     FilePath target = followed(path);
     AtomicWrite::refuseDocument(target);
     return target;
+}
+
+ForeignEdit::Disk diskHolding(std::optional<std::string> text) {
+    if (!text) return {ForeignEdit::Disk::Plain::gone};
+    return {ForeignEdit::Disk::Text{std::move(*text)}};
+}
+
+/// Puts a temporary file in the place of a file that has to hold one certain text. The two are exchanged and
+/// what came out is looked at, so that no moment is left in which a text could be overwritten unseen.
+class Replacement {
+public:
+    Replacement(const FilePath& target, std::string_view bytes, const std::string& expected)
+        : target_(target), ours_(bytes), expected_(expected), temporary_(target.parent_path()) {}
+
+    void run(const FileInfo& former) {
+        fillTemporary(temporary_, ours_, former);
+        try {
+            files().carryMetadata(target_, temporary_.path());
+            if (exchange(std::string(ours_))) {
+                settle();
+            } else {
+                replaceAfterReading();
+            }
+        } catch (const SystemError& error) {
+            if (error.code != ENOENT || files().linkInfo(target_)) throw;
+            throw ForeignEdit::DiskChangedMeanwhile(diskHolding({}));
+        }
+    }
+
+private:
+    static constexpr int maximumRounds = 8;
+    static constexpr int maximumLostRaces = 100;
+
+    /// False where files can't be exchanged. `inHand` is what contents() says before.
+    bool exchange(const std::optional<std::string>& inHand) {
+        try {
+            return files().exchange(target_, temporary_.path());
+        } catch (const Error&) {
+            // The exchange may stand and only not be on stable storage; the temporary file tells.
+            if (contents() == inHand) throw;
+            failure_ = std::current_exception();
+            return true;
+        }
+    }
+
+    /// The smallest window that is left where files can't be exchanged.
+    void replaceAfterReading() {
+        auto now = localText(target_);
+        if (now != expected_) throw ForeignEdit::DiskChangedMeanwhile(diskHolding(std::move(now)));
+        files().replace(target_, temporary_.path());
+        temporary_.placed();
+    }
+
+    /// What the temporary file holds; none if that is no file or can't be read.
+    std::optional<std::string> contents() const {
+        try {
+            const auto info = files().linkInfo(temporary_.path());
+            if (info && info->kind == FileKind::regular) return files().read(temporary_.path(), {});
+        } catch (const Error&) {  // it is put back unread
+        }
+        return {};
+    }
+
+    /// The new text is in place: looks at what came out and lets go of it or puts it back.
+    void settle() {
+        auto cameOut = contents();
+        if (cameOut && textOfFile(*cameOut) == expected_) {
+            if (failure_) std::rethrow_exception(failure_);
+            return;
+        }
+        if (!cameOut) {
+            putBack({});
+            throw SystemError(EINVAL, "write", target_.native());
+        }
+        throw ForeignEdit::DiskChangedMeanwhile(diskHolding(textOfFile(putBack(*cameOut))));
+    }
+
+    /// Exchanges until what went out is what was put in, so that the last text that came stands in the file.
+    /// Returns what the file then holds.
+    std::string putBack(std::optional<std::string> inHand) {
+        std::optional<std::string> inPlace = std::string(ours_);
+        for (int round = 0; round < maximumRounds; ++round) {
+            try {
+                if (!exchange(inHand)) break;
+            } catch (...) {
+                keepAside();
+                throw;
+            }
+            auto cameOut = contents();
+            if (cameOut && cameOut == inPlace) {
+                if (*cameOut != ours_) keepAside();
+                return inHand.value_or(std::string());
+            }
+            inPlace = std::exchange(inHand, std::move(cameOut));
+        }
+        keepAside();
+        return inPlace.value_or(std::string());
+    }
+
+    /// A text of others stays as a copy beside the file, at worst under its hidden name.
+    void keepAside() noexcept {
+        temporary_.placed();
+        const FilePath folder = target_.parent_path();
+        const auto isTaken = [&](const std::string& name) {
+            return files().linkInfo(folder / name).has_value();
+        };
+        for (int attempt = 0; attempt < maximumLostRaces; ++attempt) {
+            try {
+                files().move(temporary_.path(),
+                             folder / ForeignEdit::conflictCopyPath(target_.filename().native(), isTaken));
+                return;
+            } catch (const SystemError& error) {
+                if (error.code != EEXIST) return;
+            } catch (...) {
+                return;
+            }
+        }
+    }
+
+    const FilePath& target_;
+    std::string_view ours_;
+    const std::string& expected_;
+    Temporary temporary_;
+    std::exception_ptr failure_;
+};
+
+/// The text at a name that has to be free.
+void placeWhereNothingIs(const FilePath& target, std::string_view text) {
+    try {
+        placeBytes(target, text, false, false);
+    } catch (const SystemError& error) {
+        if (error.code != EEXIST) throw;
+        auto found = localText(target);
+        // A link that leads nowhere holds the name without a text.
+        if (!found && files().linkInfo(target)) throw;
+        throw ForeignEdit::DiskChangedMeanwhile(diskHolding(std::move(found)));
+    }
 }
 
 template <class Body>
@@ -246,9 +396,18 @@ WaitStep waitStep(UbiquityState status, bool sawLocalCopy, Seconds elapsed, Seco
 void writeText(const FilePath& path, std::string_view text) {
     const FilePath target = writableTarget(path);
     requireUtf8(path, text);
-    const bool usesCrlf = LineEndings::ofFile(target) == LineEnding::crlf;
-    const std::string converted = usesCrlf ? LineEndings::applied(LineEnding::crlf, text) : std::string();
-    placeBytes(target, usesCrlf ? std::string_view(converted) : text, true, true);
+    std::string converted;
+    placeBytes(target, withLineEndingsOf(target, text, converted), true, true);
+}
+
+void replaceText(const FilePath& path, std::string_view text, const std::optional<std::string>& expected) {
+    const FilePath target = writableTarget(path);
+    requireUtf8(path, text);
+    if (!expected) return placeWhereNothingIs(target, text);
+    const auto former = replaceableFile(target);
+    if (!former) throw ForeignEdit::DiskChangedMeanwhile(diskHolding({}));
+    std::string converted;
+    Replacement(target, withLineEndingsOf(target, text, converted), *expected).run(*former);
 }
 
 void writeData(const FilePath& path, std::string_view data) {
@@ -328,6 +487,10 @@ void writeText(const FilePath& path, std::string_view text) {
 
 void writeText(const FilePath& path, std::string_view text, bool coordinated) {
     coordinatedWrite(path, coordinated, [&] { AtomicWrite::writeText(path, text); });
+}
+
+void replaceText(const FilePath& path, std::string_view text, const std::optional<std::string>& expected) {
+    coordinatedWrite(path, needsCoordination(path), [&] { AtomicWrite::replaceText(path, text, expected); });
 }
 
 void writeData(const FilePath& path, std::string_view data) {

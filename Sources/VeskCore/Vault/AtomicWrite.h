@@ -72,7 +72,12 @@ WaitStep waitStep(UbiquityState status, bool sawLocalCopy, Seconds elapsed, Seco
 /// Replaces or makes the file in one durable step, keeping its line endings, creation date, mode, owner and
 /// extended attributes. A symbolic link is followed to its target. On failure the file is as it was.
 void writeText(const FilePath& path, std::string_view text);
-/// The same for bytes: no line-ending work, no creation date.
+/// The same only while the file holds `expected`, as read() gives it; none stands for "nothing there".
+/// Otherwise throws ForeignEdit::DiskChangedMeanwhile with what is there, and the file holds that as if
+/// nothing had been tried. Other programs may write at any moment: no text of theirs is overwritten unseen.
+/// One that can't be put back where it was stands beside the file as a conflict copy.
+void replaceText(const FilePath& path, std::string_view text, const std::optional<std::string>& expected);
+/// writeText() for bytes: no line-ending work, no creation date.
 void writeData(const FilePath& path, std::string_view data);
 /// Makes a file that was not there, in the same durable way. SystemError with EEXIST if the name is taken,
 /// also by another process in the last moment: what holds it is never overwritten.
@@ -95,6 +100,8 @@ std::optional<std::string> read(const FilePath& path);
 std::optional<std::string> readForSave(const FilePath& path);
 void writeText(const FilePath& path, std::string_view text);
 void writeText(const FilePath& path, std::string_view text, bool coordinated);
+/// AtomicWrite's, for a file that has to hold `expected`.
+void replaceText(const FilePath& path, std::string_view text, const std::optional<std::string>& expected);
 void writeData(const FilePath& path, std::string_view data);
 /// AtomicWrite's, for a name that has to be free.
 void createText(const FilePath& path, std::string_view text);

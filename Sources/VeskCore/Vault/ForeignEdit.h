@@ -1,7 +1,8 @@
-// What a save does when the file on disk is no longer what the editor loaded. Text is never lost: neither the user's typing
-// nor the other device's version. Pure: reads, writes and existence tests are handed in.
+// What a save does when the file on disk is no longer what the editor loaded. Text is never lost: neither the
+// user's typing nor the other device's version. Pure: reads, writes and existence tests are handed in.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -13,10 +14,15 @@
 
 #include "VeskCore/Support/Error.h"
 
+namespace vesk {
+class Json;
+}
+
 namespace vesk::ForeignEdit {
 
 inline constexpr std::string_view conflictMarker = "(conflict from another device";
 inline constexpr std::string_view recoveredMarker = "(recovered";
+inline constexpr std::array<std::string_view, 3> reminderKeys = {"remind", "repeat", "priority"};
 
 /// What stands at a path.
 struct Disk {
@@ -70,7 +76,8 @@ struct Outcome {
     bool operator==(const Outcome&) const = default;
 };
 
-/// The other version is safe in its copy, the note still holds `preservedText`, and the user's text is unsaved.
+/// The other version is safe in its copy, the note still holds `preservedText`, and the user's text is
+/// unsaved.
 class CopyKeptButSaveFailed : public Error {
 public:
     CopyKeptButSaveFailed(std::string copy, std::string preserved, std::string reason)
@@ -81,8 +88,8 @@ public:
     std::string underlying;  ///< the description of what failed
 };
 
-/// Thrown by a write that finds, at the moment it would replace the file, another text there than the save had read. The
-/// file holds `found` as if nothing had been tried; the save decides anew against it.
+/// Thrown by a write that finds, at the moment it would replace the file, another text there than the save
+/// had read. The file holds `found` as if nothing had been tried; the save decides anew against it.
 class DiskChangedMeanwhile : public Error {
 public:
     explicit DiskChangedMeanwhile(Disk now) : found(std::move(now)) {}
@@ -98,6 +105,9 @@ struct ReminderKeyChange {
     bool removesReminder() const;
     /// The text with the change made; the text itself, to the byte, if nothing differs.
     std::string applied(std::string_view text) const;
+    /// {"written": {key: scalar}, "removed": [key]}
+    Json json() const;
+    static std::optional<ReminderKeyChange> fromJson(const Json& json);
     bool operator==(const ReminderKeyChange&) const = default;
 };
 
@@ -121,7 +131,8 @@ public:
     };
 
     void arrived(std::string_view path);
-    /// A move that is told twice in a row (by the application, then by the watcher) counts once.
+    /// A move that is told again (by the application, later by the watcher) counts once, unless something has
+    /// come to `from` since.
     void moved(std::string_view from, std::string_view to);
     void trashed(std::string_view path);
 
@@ -143,16 +154,17 @@ private:
     bool follows_ = true;
 };
 
-/// The effects of a save. `write` gets what the save has read at that path, so that the file can be exchanged only for
-/// what was looked at; it may throw DiskChangedMeanwhile.
+/// The effects of a save. `write` gets what the save has read at that path, so that the file can be exchanged
+/// only for what was looked at; it may throw DiskChangedMeanwhile.
 struct Effects {
     std::function<Disk(const std::string& path)> readDisk;
     std::function<void(const std::string& text, const std::string& path, const Disk& expected)> write;
     std::function<bool(const std::string& path)> exists;
 };
 
-/// Saves `text` at `path`. `baseline` is the text that the editor last knew the note to hold; none if it never had a
-/// trustworthy copy. Throws what reading and writing throw, and CopyKeptButSaveFailed.
+/// Saves `text` at `path`. A text that comes in while it writes is decided about anew, a few times at most.
+/// `baseline` is the text that the editor last knew the note to hold; none if it never had a trustworthy
+/// copy. Throws what reading and writing throw, and CopyKeptButSaveFailed.
 Outcome save(const std::string& text, const std::string& path, const std::optional<std::string>& baseline,
              const Effects& effects, const Departures& departures);
 /// The same decision without effects and departures.
@@ -165,9 +177,12 @@ bool isKeptCopy(std::string_view stem);
 std::optional<std::string> originalStem(std::string_view keptCopyStem);
 bool isConflictCopy(std::string_view stem);
 
-/// The merge of a change of reminder keys on one side with any change on the other; none if both changed the rest.
-std::optional<std::string> foldReminderKeys(std::string_view baseline, std::string_view disk, std::string_view incoming);
-/// The change of keys between two texts that are equal without them; none if they differ elsewhere or not at all.
+/// The merge of a change of reminder keys on one side with any change on the other; none if both changed the
+/// rest.
+std::optional<std::string> foldReminderKeys(std::string_view baseline, std::string_view disk,
+                                            std::string_view incoming);
+/// The change of keys between two texts that are equal without them; none if they differ elsewhere or not at
+/// all.
 std::optional<ReminderKeyChange> reminderKeyChange(std::string_view from, std::string_view to);
 /// The three keys' values as emitted scalars.
 std::map<std::string, std::string> reminderKeyValues(std::string_view text);
@@ -181,7 +196,7 @@ struct LeavingDecision {
     std::variant<Owe, Plain> value = Plain::hold;
     bool operator==(const LeavingDecision&) const = default;
 };
-LeavingDecision leavingDecision(const std::optional<std::string>& baseline, std::string_view buffer, bool heldForDownload,
-                                bool background, bool switchingVault);
+LeavingDecision leavingDecision(const std::optional<std::string>& baseline, std::string_view buffer,
+                                bool heldForDownload, bool background, bool switchingVault);
 
 }  // namespace vesk::ForeignEdit
