@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,14 @@ class FileVersions {
 public:
     virtual ~FileVersions() = default;
     /// None or empty without a conflict; in the provider's order.
-    virtual std::vector<std::shared_ptr<FileVersion>> unresolvedConflictVersions(const FilePath& path) const = 0;
+    virtual std::vector<std::shared_ptr<FileVersion>> unresolvedConflictVersions(
+        const FilePath& path) const = 0;
+    /// The items below `root` that may have such versions, for one who asks about many; none if each has to
+    /// be asked for.
+    virtual std::optional<std::set<FilePath>> conflictedItems(const FilePath& root) const {
+        static_cast<void>(root);
+        return {};
+    }
     virtual std::shared_ptr<FileVersion> currentVersion(const FilePath& path) const = 0;
     /// Lets go of every version but the current one; throws.
     virtual void removeOtherVersions(const FilePath& path) = 0;
@@ -38,7 +46,9 @@ public:
 /// A machine whose providers keep no versions.
 class NoFileVersions final : public FileVersions {
 public:
-    std::vector<std::shared_ptr<FileVersion>> unresolvedConflictVersions(const FilePath&) const override { return {}; }
+    std::vector<std::shared_ptr<FileVersion>> unresolvedConflictVersions(const FilePath&) const override {
+        return {};
+    }
     std::shared_ptr<FileVersion> currentVersion(const FilePath&) const override { return nullptr; }
     void removeOtherVersions(const FilePath&) override {}
 };

@@ -52,7 +52,8 @@ public:
     std::vector<NoteConflict> scan(const Vault& vault) const;
     std::optional<NoteConflict> conflict(const FilePath& path, std::string_view relativePath) const;
     /// Throws; the versions stay unresolved when it does.
-    void resolve(const NoteConflict& conflict, const ConflictResolution& resolution, const Vault& vault) const;
+    void resolve(const NoteConflict& conflict, const ConflictResolution& resolution,
+                 const Vault& vault) const;
 
     struct KeepBothResult {
         struct Kept {
@@ -64,11 +65,12 @@ public:
         bool operator==(const KeepBothResult&) const = default;
     };
     /// Writes every version beside the note, or none if one can't be read yet.
-    KeepBothResult keepBothKeepingVersions(const FilePath& path, std::string_view relativePath, const Vault& vault) const;
+    KeepBothResult keepBothKeepingVersions(const FilePath& path, std::string_view relativePath,
+                                           const Vault& vault) const;
 
     /// `index` counts devices from 1.
-    static std::string keepBothCopyPath(std::string_view path, const std::optional<std::string>& device, int index,
-                                        const std::function<bool(const std::string&)>& isTaken);
+    static std::string keepBothCopyPath(std::string_view path, const std::optional<std::string>& device,
+                                        int index, const std::function<bool(const std::string&)>& isTaken);
 
 private:
     FileVersions& versions_;

@@ -1,8 +1,8 @@
-// Text that could not be saved yet, outside the vault and outliving the process: one small JSON file per unsaved note.
+// Text that could not be saved yet, outside the vault and outliving the process: one small JSON file per
+// unsaved note.
 #pragma once
 
-#include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,7 +15,8 @@
 
 namespace vesk {
 
-/// Per vault and per device. keep() and discard() come from the main thread; the store's lock makes every call safe.
+/// Per vault and per device. keep() and discard() come from the main thread; the store's lock makes every
+/// call safe.
 class HeldTextStore {
 public:
     struct Entry {
@@ -36,6 +37,8 @@ public:
         };
         struct Gone {
             bool inTrash = false;
+            /// What the trashed file holds, if it can be told.
+            std::optional<std::string> trashedText;
             bool operator==(const Gone&) const = default;
         };
         struct NotCurrent {
@@ -67,13 +70,14 @@ public:
     static FilePath directoryFor(const FilePath& vaultRoot);
     /// Touches no disk.
     HeldTextStore(FilePath directory, Clock& clock);
-    ~HeldTextStore();
     HeldTextStore(const HeldTextStore&) = delete;
     HeldTextStore& operator=(const HeldTextStore&) = delete;
 
-    /// Holds a text; true if it lies on the disk now. Never throws: a disk that refuses leaves the text in the editor.
+    /// Holds a text; true if it lies on the disk now. Never throws: a disk that refuses leaves the text in
+    /// the editor. A note that has moved since keeps its file, under its old path as well as its new one.
     bool keep(std::string_view text, std::string_view path, std::string_view owner,
               const std::optional<std::string>& baseline);
+    /// Lets go of what this run holds for the note; the file of an earlier run stays for its recovery.
     void discard(std::string_view path, std::string_view owner);
     void markTrashed(const std::vector<std::string>& paths);
     void moved(std::string_view from, std::string_view to);
@@ -81,27 +85,23 @@ public:
     std::vector<Leftover> leftovers(bool includingThisRun) const;
     void remove(const FilePath& file);
     void discardEverythingKept();
-    /// discardEverythingKept() on every store of this process.
+    /// discardEverythingKept() on every store that this process has made, those of closed vaults included.
     static void discardEverythingKeptThisRun();
 
+    /// What becomes of a leftover. A trashed note's text is let go only if the trashed file holds it.
     static Recovery recovery(const Entry& entry, const NoteOnDisk& note, const Calendar& calendar);
     /// 32 lower-case hexadecimal digits.
     static std::string digest(std::string_view text);
 
-    const FilePath& directory() const { return directory_; }
+    const FilePath& directory() const;
 
 private:
-    struct Held {
-        std::string path, text;
-        bool trashed = false;
-        std::optional<std::string> baseline;
-    };
-    bool writeFile(const FilePath& file, const Held& held) const;
+    /// What this run has kept: outlives the store, so that it can still be let go when the application ends.
+    struct Kept;
+    struct Registry;
 
-    FilePath directory_;
+    std::shared_ptr<Kept> kept_;
     Clock& clock_;
-    mutable std::mutex writtenLock_;
-    std::map<FilePath, Held> written_;
 };
 
 }  // namespace vesk

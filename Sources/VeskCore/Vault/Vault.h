@@ -168,6 +168,8 @@ public:
                                                          std::string_view note);
 
 private:
+    friend class VaultTrash;  // the same checks and free names, for the vault's own trash
+
     /// The address of a relative path; throws VaultWriteError (outsideVault) for one that leaves the vault.
     FilePath insidePath(std::string_view relativePath) const;
     /// The same for a note, which is never the root itself.

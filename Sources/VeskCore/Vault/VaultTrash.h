@@ -1,5 +1,5 @@
-// The vault's own trash: the folder ".trash" at its root. A trashed note stays in the vault, with an attribute that tells
-// where it came from. Any thread; calls block.
+// The vault's own trash: the folder ".trash" at its root. A trashed note stays in the vault, with an
+// attribute that tells where it came from. Any thread; calls block.
 #pragma once
 
 #include <optional>
@@ -37,14 +37,23 @@ public:
     /// Returns the vault-relative path it was restored to.
     std::string restore(const TrashedNote& note) const;
     bool holdsNote(std::string_view path) const;
-    static std::optional<TrashedNote> trashedNote(std::string_view matchingPath, const std::vector<TrashedNote>& list);
+    static std::optional<TrashedNote> trashedNote(std::string_view matchingPath,
+                                                  const std::vector<TrashedNote>& list);
     /// Puts text that has nowhere else to go in the trash, as the note at `path` would lie there.
     std::string keepInTrash(std::string_view text, std::string_view path) const;
+    /// The text of the trashed note that was at `path`; none if the trash doesn't hold it or its bytes can't
+    /// be had.
+    std::optional<std::string> trashedText(std::string_view path) const;
+    /// keepInTrash() for text that a trashed note may not have got any more: nothing is written if the
+    /// trashed file holds it. Returns the path written.
+    std::optional<std::string> keepMissingText(std::string_view text, std::string_view path) const;
     void empty() const;
     /// "Delete 3 notes and 1 other item forever?"
     static std::string emptyPrompt(const std::vector<TrashedNote>& notes, int otherItems);
 
 private:
+    FilePath restoreTarget(const TrashedNote& note) const;
+
     Vault vault_;
 };
 
