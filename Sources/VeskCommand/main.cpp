@@ -52,7 +52,8 @@ int main(int argc, char** argv) {
         .add_option("--vault", context.vaultOption,
                     "The folder of notes; else VESK_VAULT, else the last one used")
         ->type_name("DIR");
-    program.require_subcommand(1);
+    // One is needed all the same; asked for below, so that a word that is no command is named in the message.
+    program.require_subcommand(0, 1);
     program.fallthrough();
     program.footer("Exit status: 0 done, 1 failed with a message on standard error, 2 wrong usage.");
     command::addNoteCommands(program, context);
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
 
     try {
         program.parse(argc, argv);
+        if (program.get_subcommands().empty()) throw CLI::RequiredError("A command");
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : wrongUsage;
     } catch (const std::exception&) {

@@ -1,0 +1,33 @@
+// Runs the program as a person's shell would, with a home of its own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Support/Scratch.h"
+
+namespace vesk::test {
+
+struct Ran {
+    int status = 0;  ///< exit status, or 128 + the signal that ended it
+    std::string out, err;
+};
+
+/// A scratch home (data, settings) and a scratch vault.
+class Program {
+public:
+    ScratchFolder home, vault;
+
+    /// Runs `vesk --vault <vault> arguments…` to its end with `input` on standard input.
+    Ran run(const std::vector<std::string>& arguments, const std::string& input = "") const;
+    /// The same without --vault, with more of the environment ("NAME=value") and another current folder.
+    Ran runPlain(const std::vector<std::string>& arguments, const std::string& input = "",
+                 const std::vector<std::string>& environment = {},
+                 const std::filesystem::path& folder = "/") const;
+    /// Starts it and kills it after so many microseconds, as a power cut would.
+    void runAndKill(const std::vector<std::string>& arguments, const std::string& input,
+                    int microseconds) const;
+    std::filesystem::path indexFile() const;
+};
+
+}  // namespace vesk::test
