@@ -99,6 +99,18 @@ std::vector<ConflictName> readings(std::string_view fileName) {
     return copyNames(stem(fileName), extension);
 }
 
+/// What the name tells beside the files of its folder, sorted: of several readings the one with the longest
+/// name of a note that is there.
+std::optional<ConflictName> readingAmong(const std::vector<std::string>& sortedNames,
+                                         std::string_view fileName) {
+    auto all = readings(fileName);
+    for (auto name = all.rbegin(); name != all.rend(); ++name) {
+        if (std::binary_search(sortedNames.begin(), sortedNames.end(), name->original))
+            return std::move(*name);
+    }
+    return {};
+}
+
 /// The nearest folder above that is a vault; none if there is no such folder.
 std::optional<FilePath> vaultAbove(const FileSystem& files, const FilePath& path) {
     for (FilePath folder = path.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
@@ -209,14 +221,12 @@ std::vector<std::shared_ptr<FileVersion>> ConflictFileVersions::unresolvedConfli
     std::sort(names.begin(), names.end());
     std::vector<std::shared_ptr<FileVersion>> versions;
     for (const std::string& fileName : names) {
-        for (ConflictName& name : readings(fileName)) {
-            if (name.original != path.filename().native()) continue;
-            const auto info = files_.linkInfo(folder / fileName);
-            if (!info || info->kind != FileKind::regular) break;
-            versions.push_back(
-                std::make_shared<ConflictFileVersion>(files_, folder / fileName, std::move(name), timeZone_));
-            break;
-        }
+        auto name = readingAmong(names, fileName);
+        if (!name || name->original != path.filename().native()) continue;
+        const auto info = files_.linkInfo(folder / fileName);
+        if (!info || info->kind != FileKind::regular) continue;
+        versions.push_back(
+            std::make_shared<ConflictFileVersion>(files_, folder / fileName, std::move(*name), timeZone_));
     }
     return versions;
 }

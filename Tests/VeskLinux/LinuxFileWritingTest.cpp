@@ -234,5 +234,23 @@ TEST_F(LinuxFileWritingTest, MakesFoldersAndRemovesFiles) {
     EXPECT_EQ(folder.list(), (std::vector<std::string>{"file", "real"}));
 }
 
+TEST_F(LinuxFileWritingTest, ExchangesTwoFilesAndCarriesNothingOver) {
+    folder.write("note.md", "old");
+    folder.write(".tmp", "new");
+    ASSERT_EQ(::chmod((folder / "note.md").c_str(), 0640), 0);
+    ASSERT_EQ(::chmod((folder / ".tmp").c_str(), 0600), 0);
+    if (!files.exchange(folder / "note.md", folder / ".tmp"))
+        GTEST_SKIP() << "no exchange on this file system";
+    EXPECT_EQ(folder.read("note.md"), "new");
+    EXPECT_EQ(folder.read(".tmp"), "old");
+    EXPECT_EQ(statusOf(folder / "note.md").st_mode & 07777, 0600u);
+    files.carryMetadata(folder / ".tmp", folder / "note.md");
+    EXPECT_EQ(statusOf(folder / "note.md").st_mode & 07777, 0640u);
+    EXPECT_EQ(folder.read("note.md"), "new");
+    EXPECT_EQ(errorOf([&] { files.exchange(folder / "absent.md", folder / ".tmp"); }), ENOENT);
+    EXPECT_EQ(errorOf([&] { files.carryMetadata(folder / "note.md", folder / "absent"); }), ENOENT);
+    EXPECT_EQ(folder.list(), (std::vector<std::string>{".tmp", "note.md"}));
+}
+
 }  // namespace
 }  // namespace vesk::test
