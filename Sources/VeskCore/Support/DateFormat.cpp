@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <unicode/gregocal.h>
+#include <unicode/rbnf.h>
 #include <unicode/smpdtfmt.h>
 
 #include <chrono>
@@ -73,6 +74,19 @@ std::string formatted(const icu::DateFormat& format, TimePoint time) {
     format.format(icuDate(time), text);
     std::string result;
     return text.toUTF8String(result);
+}
+
+icu::Locale icuLocale(std::string_view name) {
+    return icu::Locale::createCanonical(std::string(name).c_str());
+}
+
+/// The time by a format of the user's locale, which is taken over; ISO 8601 without one (ICU's locale data is
+/// missing).
+std::string inLocale(icu::DateFormat* owned, TimePoint time, std::string_view timeZone) {
+    std::unique_ptr<icu::DateFormat> format(owned);
+    if (!format) return iso8601(time);
+    format->adoptTimeZone(icu::TimeZone::createTimeZone(icuText(timeZone)));
+    return formatted(*format, time);
 }
 
 /// Reads the fields of a date one after the other; after a failure every further read fails.
@@ -318,12 +332,38 @@ const std::string& deviceTimeZone() {
 }
 
 std::string mediumDateShortTime(TimePoint time, std::string_view timeZone, std::string_view locale) {
-    std::unique_ptr<icu::DateFormat> format(
-        icu::DateFormat::createDateTimeInstance(icu::DateFormat::kMedium, icu::DateFormat::kShort,
-                                                icu::Locale::createCanonical(std::string(locale).c_str())));
-    if (!format) return iso8601(time);  // without ICU's locale data
-    format->adoptTimeZone(icu::TimeZone::createTimeZone(icuText(timeZone)));
-    return formatted(*format, time);
+    return inLocale(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kMedium, icu::DateFormat::kShort,
+                                                            icuLocale(locale)),
+                    time, timeZone);
+}
+
+std::string shortTime(TimePoint time, std::string_view timeZone, std::string_view locale) {
+    auto* format = icu::DateFormat::createTimeInstance(icu::DateFormat::kShort, icuLocale(locale));
+    return replaceAll(inLocale(format, time, timeZone), "\u202F", " ");
+}
+
+std::string weekdayName(TimePoint time, std::string_view timeZone, std::string_view locale) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto format = std::make_unique<icu::SimpleDateFormat>("EEEE", icuLocale(locale), status);
+    return inLocale(U_SUCCESS(status) ? format.release() : nullptr, time, timeZone);
+}
+
+std::string localisedDate(TimePoint time, std::string_view skeleton, std::string_view timeZone,
+                          std::string_view locale) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto* format = icu::DateFormat::createInstanceForSkeleton(icuText(replaceAll(skeleton, " ", "")),
+                                                              icuLocale(locale), status);
+    return inLocale(format, time, timeZone);
+}
+
+std::string ordinal(int number, std::string_view locale) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::RuleBasedNumberFormat format(icu::URBNF_ORDINAL, icuLocale(locale), status);
+    if (U_FAILURE(status)) return fmt::format("{}", number);
+    icu::UnicodeString text;
+    format.format(static_cast<std::int32_t>(number), text);
+    std::string result;
+    return text.toUTF8String(result);
 }
 
 }  // namespace vesk

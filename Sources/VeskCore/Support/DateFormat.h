@@ -41,4 +41,15 @@ const std::string& deviceTimeZone();
 /// A date as the user reads it, in a locale's medium date and short time style.
 std::string mediumDateShortTime(TimePoint time, std::string_view timeZone, std::string_view locale);
 
+/// The time of day in a locale's short style; the narrow blank that some put before "PM" is a plain one.
+std::string shortTime(TimePoint time, std::string_view timeZone, std::string_view locale);
+/// "Wednesday" in the locale's language.
+std::string weekdayName(TimePoint time, std::string_view timeZone, std::string_view locale);
+/// The fields of a skeleton (UTS #35), such as "d MMM", in the order and with the signs that the locale gives
+/// them.
+std::string localisedDate(TimePoint time, std::string_view skeleton, std::string_view timeZone,
+                          std::string_view locale);
+/// "28th" in the locale's ordinal style.
+std::string ordinal(int number, std::string_view locale);
+
 }  // namespace vesk

@@ -167,6 +167,14 @@ TimePoint date(const DateComponents& components, const Calendar& calendar) {
     return U_SUCCESS(status) ? joined(millis) : distantPast();
 }
 
+TimePoint dateOrNextExisting(const DateComponents& components, const Calendar& calendar) {
+    auto& gregorianCalendar = gregorian(calendar);
+    gregorianCalendar.setSkippedWallTimeOption(UCAL_WALLTIME_NEXT_VALID);
+    auto result = date(components, calendar);
+    gregorianCalendar.setSkippedWallTimeOption(UCAL_WALLTIME_LAST);
+    return result;
+}
+
 TimePoint startOfDay(TimePoint time, const Calendar& calendar) {
     auto day = components(time, calendar);
     day.hour = day.minute = day.second = 0;

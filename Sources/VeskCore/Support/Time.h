@@ -67,6 +67,8 @@ DateComponents components(TimePoint time, const Calendar& calendar);
 /// The moment of a date and time; a time in the gap of a clock change moves on by the gap, one that comes
 /// twice is the first. Values out of range roll over (day 31 of April is 1 May).
 TimePoint date(const DateComponents& components, const Calendar& calendar);
+/// The same, but for a time in the gap the first moment behind it.
+TimePoint dateOrNextExisting(const DateComponents& components, const Calendar& calendar);
 /// The first moment of the day: later than 00:00 where a clock change takes midnight away.
 TimePoint startOfDay(TimePoint time, const Calendar& calendar);
 enum class CalendarUnit { second, minute, hour, day, week, month, year };
