@@ -1,5 +1,6 @@
-// A reminder is two properties of a note, so that it travels with the file. The pure logic around them: reading and
-// writing, phrases, repeats, and the plan that reconciles reminders with pending notifications. Any thread.
+// A reminder is two properties of a note, so that it travels with the file. The pure logic around them:
+// reading and writing, phrases, repeats, and the plan that reconciles reminders with pending notifications.
+// Any thread.
 #pragma once
 
 #include <cstddef>
@@ -97,12 +98,19 @@ struct ActionOutcome {
     bool operator==(const ActionOutcome&) const = default;
 };
 
+/// Identifiers of requests begin with one of these; any other request belongs to somebody else.
+inline constexpr std::string_view reminderPrefix = "remind:", snoozePrefix = "snooze:";
+std::string snoozeIdentifier(std::string_view path);
+/// The fields of a request that fires once.
+CalendarFields calendarFields(TimePoint date, const Calendar& calendar);
+
 std::optional<TimePoint> date(std::string_view text, const Calendar& calendar);
 std::string format(TimePoint date, const Calendar& calendar);
 std::optional<TimePoint> reminder(std::string_view noteText, const Calendar& calendar);
 std::optional<Repeat> repeatRule(std::string_view noteText);
 std::optional<std::string> rawRule(std::string_view noteText);
-/// The note with its date set (keeping its repeat, also one that isn't known) or, with none, without its reminder.
+/// The note with its date set (keeping its repeat, also one that isn't known) or, with none, without its
+/// reminder.
 std::string setting(std::optional<TimePoint> date, std::string_view noteText, const Calendar& calendar);
 std::string setting(std::optional<TimePoint> date, std::optional<Repeat> repeat, std::string_view noteText,
                     const Calendar& calendar);
@@ -110,19 +118,23 @@ std::string setting(std::optional<TimePoint> date, std::optional<Repeat> repeat,
 std::string noteTemplate(TimePoint date, const Calendar& calendar);
 std::optional<TimePoint> parse(std::string_view phrase, TimePoint now, const Calendar& calendar,
                                const DateDetector& detector);
-PhraseIntent parseIntent(std::string_view phrase, TimePoint now, const Calendar& calendar, const DateDetector& detector);
+PhraseIntent parseIntent(std::string_view phrase, TimePoint now, const Calendar& calendar,
+                         const DateDetector& detector);
 std::vector<QuickPick> quickPicks(TimePoint now, const Calendar& calendar);
 TimePoint snoozed(TimePoint from, int minutes, const Calendar& calendar);
 TimePoint nextOccurrence(TimePoint anchor, Repeat repeat, TimePoint after, const Calendar& calendar);
-TimePoint effectiveDate(TimePoint date, std::optional<Repeat> repeat, TimePoint now, const Calendar& calendar);
+TimePoint effectiveDate(TimePoint date, std::optional<Repeat> repeat, TimePoint now,
+                        const Calendar& calendar);
 std::vector<Scheduled> requests(const Reminder& reminder, TimePoint now, const Calendar& calendar);
-SchedulePlan schedulePlan(const std::vector<Reminder>& desired, const std::vector<PendingRequest>& pending, TimePoint now,
-                          std::size_t cap, const Calendar& calendar);
+SchedulePlan schedulePlan(const std::vector<Reminder>& desired, const std::vector<PendingRequest>& pending,
+                          TimePoint now, std::size_t cap, const Calendar& calendar);
 ActionOutcome applying(ActionKind kind, std::string_view noteText, TimePoint now, const Calendar& calendar);
 std::string describe(TimePoint date, TimePoint now, const Calendar& calendar, std::string_view locale);
 std::string describe(TimePoint date, std::optional<Repeat> repeat, TimePoint now, const Calendar& calendar,
                      std::string_view locale);
 std::string menuLabel(Repeat repeat, TimePoint date, const Calendar& calendar, std::string_view locale);
+/// The note's first line of prose, at most `maxLength` characters (and never more than 200); empty if it has
+/// none.
 std::string summary(std::string_view noteText, std::size_t maxLength);
 
 }  // namespace NoteReminder
