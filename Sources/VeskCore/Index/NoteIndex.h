@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@
 #include "VeskCore/Index/Sqlite.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Markdown/NoteScan.h"
+#include "VeskCore/Reminders/NoteReminder.h"
 #include "VeskCore/Support/Log.h"
 #include "VeskCore/Support/Time.h"
 #include "VeskCore/Vault/Vault.h"
@@ -148,6 +150,12 @@ public:
     std::vector<std::pair<std::string, std::string>> pendingNotes() const;
     std::vector<std::pair<std::string, std::string>> pendingDocuments() const;
     std::pair<int, int> pendingCounts() const;
+
+    /// The reminders of all notes by the date they next fire on, then by path. A kept copy beside its note
+    /// has none.
+    std::vector<NoteReminder::Reminder> reminders(const Calendar& calendar, TimePoint now) const;
+    /// The paths of the notes that carry a flag.
+    std::set<std::string> flaggedNotes() const;
 
     // Counters; 0 on any failure
     int noteCount() const;
