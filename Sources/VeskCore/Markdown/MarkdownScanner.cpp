@@ -24,9 +24,15 @@ class Line {
 public:
     explicit Line(std::string_view text) : text_(text) {
         if (isAscii(text)) return;
-        begins_.resize(text.size() + 1);
-        for (CharacterCursor cursor(text); !cursor.atEnd(); cursor.next()) begins_[cursor.offset()] = true;
-        begins_[text.size()] = true;
+        begins_.assign(text.size() + 1, true);
+        for (std::size_t at = 0; at < text.size();) {
+            // ASCII is one character a byte, but for what joins its last.
+            const std::size_t ascii = asciiRunEnd(text, at);
+            if (ascii == text.size()) break;
+            if (ascii > at) at = ascii - 1;
+            const std::size_t end = at + characterPrefix(text.substr(at), 1).size();
+            while (++at < end) begins_[at] = false;
+        }
     }
     std::string_view text() const { return text_; }
     std::size_t size() const { return text_.size(); }
@@ -358,7 +364,8 @@ void readMarkdownLinks(const Line& line, NoteScan& into) {
     if (line.text().find("](") == none) return;
     const auto answered = answeredParentheses(line);
     std::size_t bracket = 0;
-    for (std::size_t at = 0; at < line.size();) {
+    const auto text = line.text();
+    for (auto at = text.find('['); at != none; at = text.find('[', at)) {
         if (!line.is(at, '[')) {
             ++at;
             continue;
@@ -369,7 +376,8 @@ void readMarkdownLinks(const Line& line, NoteScan& into) {
         }
         // The first "]" behind; it only moves on.
         bracket = std::max(bracket, at + 1);
-        while (bracket < line.size() && !line.is(bracket, ']')) ++bracket;
+        while (bracket < line.size() && !line.is(bracket, ']'))
+            bracket = std::min(text.find(']', bracket + 1), line.size());
         if (!line.is(bracket + 1, '(') || !answered[bracket + 1]) {
             ++at;
             continue;
@@ -519,7 +527,19 @@ std::optional<NoteScan::TaskItem> parseTask(std::string_view line, int number) {
 }
 
 std::string maskInlineCode(std::string_view text) {
-    if (text.find('`') == none) return std::string(text);
+    auto open = text.find('`');
+    if (open == none) return std::string(text);
+    if (isAscii(text) && text.find("\r\n") == none) {
+        // Every byte is a character here.
+        std::string masked(text);
+        while (open != none) {
+            const auto close = text.find('`', open + 1);
+            const auto length = std::min(close, text.size() - 1) + 1 - open;
+            masked.replace(open, length, length, ' ');
+            open = close == none ? none : text.find('`', close + 1);
+        }
+        return masked;
+    }
     std::string masked;
     masked.reserve(text.size());
     bool inCode = false;

@@ -155,6 +155,32 @@ YAMLValue parse(std::string_view text) {
 
 namespace {
 
+/// As views, so that a list in lists isn't copied at each level.
+std::vector<std::string_view> flowParts(std::string_view text) {
+    std::vector<std::string_view> parts;
+    char quote = 0;
+    std::ptrdiff_t depth = 0;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quote) {
+            if (c == quote) quote = 0;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == '[' || c == '{') {
+            ++depth;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        } else if (c == ',' && depth == 0) {
+            parts.push_back(trimHorizontal(text.substr(start, i - start)));
+            start = i + 1;
+        }
+    }
+    const auto rest = trimHorizontal(text.substr(start));
+    if (!rest.empty()) parts.push_back(rest);
+    return parts;
+}
+
 YAMLValue parseAt(std::string_view text, int depth) {
     using namespace YAMLScalar;
     const auto trimmed = trimHorizontal(text);
@@ -168,7 +194,7 @@ YAMLValue parseAt(std::string_view text, int depth) {
             if (depth == deepestList) return YAMLValue::raw(trimmed);
             std::vector<YAMLValue> items;
             if (!trimHorizontal(inner).empty()) {
-                for (const auto& part : splitFlow(inner)) items.push_back(parseAt(part, depth + 1));
+                for (const auto part : flowParts(inner)) items.push_back(parseAt(part, depth + 1));
             }
             return YAMLValue::list(std::move(items));
         }
@@ -225,28 +251,8 @@ std::string unescapeDoubleQuoted(std::string_view text) {
 }
 
 std::vector<std::string> splitFlow(std::string_view text) {
-    std::vector<std::string> parts;
-    char quote = 0;
-    std::ptrdiff_t depth = 0;
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (quote) {
-            if (c == quote) quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-        } else if (c == '[' || c == '{') {
-            ++depth;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        } else if (c == ',' && depth == 0) {
-            parts.emplace_back(trimHorizontal(text.substr(start, i - start)));
-            start = i + 1;
-        }
-    }
-    const auto rest = trimHorizontal(text.substr(start));
-    if (!rest.empty()) parts.emplace_back(rest);
-    return parts;
+    const auto parts = flowParts(text);
+    return {parts.begin(), parts.end()};
 }
 
 bool needsQuoting(std::string_view text) {
@@ -263,7 +269,8 @@ bool emitsInline(const YAMLValue::List& list) {
     const auto elements = emitElements(list);
     return std::all_of(elements.begin(), elements.end(), [](const std::string& element) {
         // A part stands behind it, so that a quote or bracket that stays open shows.
-        const auto parts = splitFlow(element + ",x");
+        const auto closed = element + ",x";
+        const auto parts = flowParts(closed);
         return parts.size() == 2 && parts.front() == element;
     });
 }
