@@ -190,6 +190,10 @@ bool isSpaceOrNewline(char32_t c) {
 }
 
 std::string_view trimHorizontal(std::string_view text) {
+    const auto isSpace = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+    if (text.empty() || (byteOf(text.front()) < 0x80 && byteOf(text.back()) < 0x80)) return text;
     return trimmedEnd(trimmedStart(text, isHorizontalSpace), isHorizontalSpace);
 }
 
