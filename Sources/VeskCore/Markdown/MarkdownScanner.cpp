@@ -18,45 +18,52 @@ namespace {
 
 constexpr std::size_t excerptCharacters = 200;
 constexpr std::size_t none = std::string_view::npos;
+constexpr std::size_t longestCodePoint = 4;  // bytes
 
-/// A line in which places are bytes and characters are whole: a "[" with an accent is no bracket.
+constexpr bool isAsciiByte(char c) {
+    return static_cast<signed char>(c) >= 0;
+}
+
+/// A line in which places are bytes and characters are whole: a "[" with an accent is no bracket. A sign of
+/// the syntax is ASCII and so a character of its own unless a neighbour outside ASCII joins it; looking
+/// beside the few signs of a line is cheaper than listing all its characters.
 class Line {
 public:
-    explicit Line(std::string_view text) : text_(text) {
-        if (isAscii(text)) return;
-        begins_.assign(text.size() + 1, true);
-        for (std::size_t at = 0; at < text.size();) {
-            // ASCII is one character a byte, but for what joins its last.
-            const std::size_t ascii = asciiRunEnd(text, at);
-            if (ascii == text.size()) break;
-            if (ascii > at) at = ascii - 1;
-            const std::size_t end = at + characterPrefix(text.substr(at), 1).size();
-            while (++at < end) begins_[at] = false;
-        }
-    }
+    explicit Line(std::string_view text) : text_(text) {}
     std::string_view text() const { return text_; }
     std::size_t size() const { return text_.size(); }
-    bool is(std::size_t at, char c) const {
-        return at < size() && text_[at] == c && begins(at) && begins(at + 1);
-    }
+    /// True if the character at the place is `c`, which is ASCII.
+    bool is(std::size_t at, char c) const { return at < size() && text_[at] == c && standsAlone(at); }
     bool isPair(std::size_t at, char c) const { return is(at, c) && is(at + 1, c); }
     std::string_view slice(std::size_t from, std::size_t to) const { return text_.substr(from, to - from); }
-    /// The character that ends at `at`, which is not the start.
-    std::string_view before(std::size_t at) const {
-        std::size_t start = at - 1;
-        while (!begins(start)) --start;
-        return slice(start, at);
+    std::size_t find(char c, std::size_t from) const {
+        auto at = text_.find(c, from);
+        while (at != none && !standsAlone(at)) at = text_.find(c, at + 1);
+        return at;
     }
-    /// The number of characters between two places.
-    std::size_t characters(std::size_t from, std::size_t to) const {
-        return begins_.empty() ? to - from : characterCount(slice(from, to));
+    std::size_t findPair(char c, std::size_t from) const {
+        auto at = find(c, from);
+        while (at != none && !is(at + 1, c)) at = find(c, at + 1);
+        return at;
     }
 
 private:
-    bool begins(std::size_t at) const { return begins_.empty() || begins_[at]; }
+    bool standsAlone(std::size_t at) const {
+        const bool freeBefore = at == 0 || isAsciiByte(text_[at - 1]);
+        const bool freeBehind = at + 1 == size() || isAsciiByte(text_[at + 1]);
+        return (freeBefore && freeBehind) || standsAloneAmongWide(at);
+    }
+    bool standsAloneAmongWide(std::size_t at) const {
+        // The code point behind decides; what follows it may be long.
+        if (CharacterCursor(text_.substr(at, 1 + longestCodePoint)).next().size() > 1) return false;
+        if (at == 0) return true;
+        // Only a code point that joins whatever follows takes a sign in; it does so wherever it stands.
+        std::size_t start = at - 1;
+        while (start > 0 && (static_cast<unsigned char>(text_[start]) & 0xC0) == 0x80) --start;
+        return CharacterCursor(text_.substr(start, at + 1 - start)).next().size() <= at - start;
+    }
 
     std::string_view text_;
-    std::vector<bool> begins_;  // by byte; empty for ASCII, where every byte is a character
 };
 
 bool isLetterCharacter(std::string_view character) {
@@ -165,24 +172,34 @@ std::string withoutLinkSyntax(std::string_view text) {
     return out;
 }
 
-/// Where the inline code of a line lies, in UTF-16 units.
-std::vector<TextRange> codeRanges(std::string_view line) {
-    std::vector<TextRange> ranges;
-    std::size_t unit = 0, open = none;
-    for (CharacterCursor cursor(line); !cursor.atEnd();) {
-        const auto character = cursor.next();
-        const auto start = unit;
-        unit += utf16Length(character);
-        if (character != "`") continue;
-        if (open == none) {
-            open = start;
-        } else {
-            ranges.push_back({open, unit - open});
-            open = none;
-        }
+/// Where the inline code of a line lies, in bytes: from each opening backtick through its closing one, or to
+/// the end.
+std::vector<TextRange> codeStretches(std::string_view text) {
+    const Line line(text);
+    std::vector<TextRange> stretches;
+    for (auto open = line.find('`', 0); open != none;) {
+        const auto close = line.find('`', open + 1);
+        const auto end = close == none ? text.size() : close + 1;
+        stretches.push_back({open, end - open});
+        open = line.find('`', end);
     }
-    if (open != none) ranges.push_back({open, unit - open});
-    return ranges;
+    return stretches;
+}
+
+/// The same stretches in UTF-16 units.
+std::vector<TextRange> inUtf16(std::string_view text, std::vector<TextRange> stretches) {
+    std::size_t byte = 0, unit = 0;
+    const auto unitAt = [&](std::size_t offset) {
+        unit += utf16Length(text.substr(byte, offset - byte));
+        byte = offset;
+        return unit;
+    };
+    for (auto& stretch : stretches) {
+        const auto end = stretch.end();
+        stretch.location = unitAt(stretch.location);
+        stretch.length = unitAt(end) - stretch.location;
+    }
+    return stretches;
 }
 
 constexpr unsigned spaceSign = 1, bracketSign = 2, hashSign = 4, caretSign = 8, codeSign = 16, tagSign = 32,
@@ -333,56 +350,59 @@ bool readLinkText(std::string_view inner, NoteScan::Wikilink& link) {
 }
 
 void readWikilinks(const Line& line, std::size_t lineStart, NoteScan& into) {
-    auto at = line.text().find("[[");
-    if (at == none || line.text().find("]]", at) == none) return;
-    const auto answered = answeredLinks(line);
+    std::vector<bool> answered;               // asked only once links nest
     std::size_t counted = 0, characters = 0;  // places and characters before the last link
-    while ((at = line.text().find("[[", at)) != none) {
-        if (!line.isPair(at, '[')) {
-            ++at;
-            continue;
+    std::size_t closing = 0;                  // the first "]]" behind; it only moves on
+    for (auto at = line.findPair('[', 0); at != none;) {
+        const auto nested = line.findPair('[', at + 2);
+        if (closing < at + 2) closing = line.findPair(']', at + 2);
+        if (closing == none) return;
+        auto close = closing;
+        if (nested < close) {
+            if (answered.empty()) answered = answeredLinks(line);
+            close = answered[at] ? linkEnd(line, at + 2) : none;
         }
-        const auto close = answered[at] ? linkEnd(line, at + 2) : none;
         if (close == none || close == at + 2) {
-            at += 2;
+            at = nested;
             continue;
         }
         NoteScan::Wikilink link;
         link.isEmbed = at > 0 && line.is(at - 1, '!');
         if (readLinkText(line.slice(at + 2, close), link)) {
             const auto begin = link.isEmbed ? at - 1 : at;
-            characters += line.characters(counted, begin);
+            characters += characterCount(line.slice(counted, begin));
             counted = begin;
-            link.range = {lineStart + characters, line.characters(begin, close + 2)};
+            link.range = {lineStart + characters, characterCount(line.slice(begin, close + 2))};
             into.wikilinks.push_back(std::move(link));
         }
-        at = close + 2;
+        at = nested >= close + 2 ? nested : line.findPair('[', close + 2);
     }
 }
 
 void readMarkdownLinks(const Line& line, NoteScan& into) {
     if (line.text().find("](") == none) return;
-    const auto answered = answeredParentheses(line);
-    std::size_t bracket = 0;
-    const auto text = line.text();
-    for (auto at = text.find('['); at != none; at = text.find('[', at)) {
-        if (!line.is(at, '[')) {
-            ++at;
-            continue;
+    std::vector<bool> answered;  // asked only once parentheses nest or stay open
+    const auto closingOf = [&](std::size_t open) {
+        if (answered.empty()) {
+            const auto next = std::min(line.find(')', open + 1), line.find('(', open + 1));
+            if (next != none && line.text()[next] == ')') return next;
+            answered = answeredParentheses(line);
         }
+        return answered[open] ? parenthesisEnd(line, open + 1) : none;
+    };
+    std::size_t bracket = 0;  // the first "]" behind; it only moves on
+    for (auto at = line.find('[', 0); at != none;) {
         if (line.is(at + 1, '[')) {
-            at += 2;
+            at = line.find('[', at + 2);
             continue;
         }
-        // The first "]" behind; it only moves on.
-        bracket = std::max(bracket, at + 1);
-        while (bracket < line.size() && !line.is(bracket, ']'))
-            bracket = std::min(text.find(']', bracket + 1), line.size());
-        if (!line.is(bracket + 1, '(') || !answered[bracket + 1]) {
-            ++at;
+        if (bracket <= at) bracket = line.find(']', at + 1);
+        if (bracket == none) return;
+        const auto close = line.is(bracket + 1, '(') ? closingOf(bracket + 1) : none;
+        if (close == none) {
+            at = line.find('[', at + 1);
             continue;
         }
-        const auto close = parenthesisEnd(line, bracket + 2);
         auto url = line.slice(bracket + 2, close);
         if (const auto caption = url.find(" \""); caption != none) url = url.substr(0, caption);
         if (!url.empty()) {
@@ -390,7 +410,7 @@ void readMarkdownLinks(const Line& line, NoteScan& into) {
                                           .url = std::string(url),
                                           .isImage = at > 0 && line.is(at - 1, '!')});
         }
-        at = close + 1;
+        at = line.find('[', close + 1);
     }
 }
 
@@ -403,9 +423,18 @@ bool opensTagBehind(std::string_view character) {
 template <typename Take>
 void readTags(const Line& line, Take take) {
     const auto text = line.text();
+    CharacterCursor walk(text);  // goes on only to a sign that more than ASCII stands before
+    const auto opensTag = [&](std::size_t at) {
+        if (at == 0) return true;
+        if (isAsciiByte(text[at - 1]) && line.is(at - 1, text[at - 1]))
+            return opensTagBehind(text.substr(at - 1, 1));
+        std::string_view before;
+        while (walk.offset() < at) before = walk.next();
+        return opensTagBehind(before);
+    };
     for (auto at = text.find('#'); at != none; at = text.find('#', at)) {
         const auto start = at + 1;
-        if (!line.is(at, '#') || (at > 0 && !opensTagBehind(line.before(at)))) {
+        if (!line.is(at, '#') || !opensTag(at)) {
             at = start;
             continue;
         }
@@ -527,41 +556,30 @@ std::optional<NoteScan::TaskItem> parseTask(std::string_view line, int number) {
 }
 
 std::string maskInlineCode(std::string_view text) {
-    auto open = text.find('`');
-    if (open == none) return std::string(text);
-    if (isAscii(text) && text.find("\r\n") == none) {
-        // Every byte is a character here.
-        std::string masked(text);
-        while (open != none) {
-            const auto close = text.find('`', open + 1);
-            const auto length = std::min(close, text.size() - 1) + 1 - open;
-            masked.replace(open, length, length, ' ');
-            open = close == none ? none : text.find('`', close + 1);
-        }
-        return masked;
-    }
     std::string masked;
     masked.reserve(text.size());
-    bool inCode = false;
-    for (CharacterCursor cursor(text); !cursor.atEnd();) {
-        const auto character = cursor.next();
-        if (character == "`") {
-            inCode = !inCode;
-            masked += ' ';
-        } else if (inCode) {
-            masked += ' ';
-        } else {
-            masked += character;
-        }
+    std::size_t at = 0;
+    for (const auto& code : codeStretches(text)) {
+        masked.append(text, at, code.location - at);
+        masked.append(characterCount(text.substr(code.location, code.length)), ' ');
+        at = code.end();
     }
-    return masked;
+    return masked.append(text, at);
 }
 
 std::string maskInlineCodeAndMarkup(std::string_view text) {
     const auto units = utf16(text);
-    const auto code = text.find('`') == none ? std::vector<TextRange>() : codeRanges(text);
+    const auto code = inUtf16(text, codeStretches(text));
     const auto markup = HTMLSpans::scan(units, units.size(), code).mask;
     if (markup.empty()) return maskInlineCode(text);
+    if (isAscii(text) && text.find('\r') == none) {
+        // Bytes, units and characters are the same here.
+        std::string masked(text);
+        for (const auto* ranges : {&code, &markup}) {
+            for (const auto& range : *ranges) masked.replace(range.location, range.length, range.length, ' ');
+        }
+        return masked;
+    }
     std::vector<bool> marked(units.size(), false);
     for (const auto* ranges : {&code, &markup}) {
         for (const auto& range : *ranges) {

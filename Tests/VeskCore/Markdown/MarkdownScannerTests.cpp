@@ -126,6 +126,7 @@ TEST(MarkdownScanner, ReadsTags) {
         {"##a #a#b", {"a"}},
         {"#über #日本 #e\u0301t #①x", {"über", "日本", "e\u0301t", "①x"}},
         {"#\u0301a a\u0301#b \u0301#c", {"c"}},
+        {"\u0600(#a \u0600 #b é#c 😀#d\u3000#e", {"e"}},
         {"#a😀b", {"a"}},
         {"`#a` <span title=' #b'> #c </span>", {"c"}},
         {"## #a", {}},
@@ -195,6 +196,8 @@ TEST(MarkdownScanner, ReadsBlockIdentifiers) {
 TEST(MarkdownScanner, MasksByCharacter) {
     EXPECT_EQ(MarkdownScanner::maskInlineCode("a`b\u0301😀`c`d"), "a    c  ");
     EXPECT_EQ(MarkdownScanner::maskInlineCode("a`\u0301b`c"), "a`\u0301b  ");
+    EXPECT_EQ(MarkdownScanner::maskInlineCode("\u0600`a`b"), "\u0600`a  ");
+    EXPECT_EQ(MarkdownScanner::maskInlineCode("a\r\n`b\r\nc`"), "a\r\n     ");
     EXPECT_EQ(MarkdownScanner::maskInlineCodeAndMarkup("é<b>😀`<i>é`</b>z"), "é   😀          z");
     EXPECT_EQ(MarkdownScanner::maskInlineCodeAndMarkup("1 < 2 `x`"), "1 < 2    ");
     EXPECT_EQ(MarkdownScanner::maskInlineCodeAndMarkup("a`\u0301<b>`c"), "a`\u0301     ");
