@@ -1,0 +1,73 @@
+#include "VeskCore/Editor/EditorLines.h"
+
+#include <algorithm>
+
+#include "VeskCore/Editor/MarkdownSpans.h"
+#include "VeskCore/Support/Text.h"
+
+namespace vesk::EditorLines {
+
+namespace {
+
+constexpr bool endsLine(char16_t c) {
+    return c == u'\n' || c == u'\r' || c == 0x0085 || c == 0x2028 || c == 0x2029;
+}
+
+template <class Test>
+std::u16string_view trimmedBy(std::u16string_view text, Test test) {
+    while (!text.empty() && test(text.front())) text.remove_prefix(1);
+    while (!text.empty() && test(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+}  // namespace
+
+Line lineFrom(std::u16string_view text, std::size_t start) {
+    std::size_t end = start;
+    while (end < text.size() && !endsLine(text[end])) ++end;
+    std::size_t fullEnd = end;
+    if (end < text.size()) ++fullEnd;
+    if (text.substr(end).starts_with(u"\r\n")) ++fullEnd;
+    return {{start, end - start}, {start, fullEnd - start}};
+}
+
+std::size_t lineStart(std::u16string_view text, std::size_t offset) {
+    std::size_t at = std::min(offset, text.size());
+    while (at > 0) {
+        const bool insideCrLf = text[at - 1] == u'\r' && at < text.size() && text[at] == u'\n';
+        if (endsLine(text[at - 1]) && !insideCrLf) break;
+        --at;
+    }
+    return at;
+}
+
+TextRange lineRange(std::u16string_view text, TextRange range) {
+    range = clipped(range, text);
+    const std::size_t start = lineStart(text, range.location);
+    const std::size_t last = range.empty() ? range.location : range.end() - 1;
+    const std::size_t end = lineFrom(text, lineStart(text, last)).full.end();
+    return {start, end - start};
+}
+
+TextRange clipped(TextRange range, std::u16string_view text) {
+    const std::size_t start = std::min(range.location, text.size());
+    return {start, std::min(range.length, text.size() - start)};
+}
+
+std::u16string_view trimmed(std::u16string_view text) {
+    return trimmedBy(text, [](char16_t c) { return isSpaceOrNewline(c); });
+}
+
+std::u16string_view trimmedBlanks(std::u16string_view text) {
+    return trimmedBy(text, [](char16_t c) { return c == u' ' || c == u'\t'; });
+}
+
+bool beginsWithFence(std::u16string_view trimmedLine) {
+    return trimmedLine.starts_with(u"```") || trimmedLine.starts_with(u"~~~");
+}
+
+bool isFence(std::u16string_view line) {
+    return line.size() <= MarkdownSpans::longLineLimit && beginsWithFence(trimmed(line));
+}
+
+}  // namespace vesk::EditorLines
