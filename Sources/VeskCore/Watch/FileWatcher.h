@@ -3,13 +3,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <set>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -43,12 +39,12 @@ public:
     FilePath path;  ///< the folder that can't be watched
 };
 
-/// Made, started and stopped by the session on the main thread; events are handled and callbacks called on the
-/// watcher's own serial queue. Callbacks only post: one that blocks stalls all further events.
+/// Made, started and stopped by the session on the main thread; events are handled and callbacks called on
+/// the watcher's own serial queue. Callbacks only post: one that blocks stalls all further events.
 class FileWatcher {
 public:
-    FileWatcher(const FilePath& root, Seconds debounce, Seconds ignoreWindow, FileEventSource& source, Background& background,
-                Clock& clock);
+    FileWatcher(const FilePath& root, Seconds debounce, Seconds ignoreWindow, FileEventSource& source,
+                Background& background, Clock& clock);
     ~FileWatcher();
     FileWatcher(const FileWatcher&) = delete;
     FileWatcher& operator=(const FileWatcher&) = delete;
