@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,7 +70,7 @@ public:
 
     const Vault& vault() const { return vault_; }
     NoteIndex& index() { return *index_; }
-    const SearchEngine& search() const { return search_; }
+    const SearchEngine& search() const { return *search_; }
     LocalEmbedding& embedder() { return *embedder_; }
     HeldTextStore& heldText() { return heldText_; }
     ForeignEdit::Departures& departures() { return departures_; }
@@ -137,11 +138,13 @@ public:
     void noteMoved(const std::string& from, const std::string& to);
     void notesMoved(const std::map<std::string, std::string>& moves);
     void notesTrashed(const std::vector<std::string>& paths);
+    /// One that is asked for while one runs follows it, so that it sees everything that was there when asked.
     void rebuildIndex(std::function<void()> done = {});
     void rebuildAfterBulkChange();
     void downloadAllPending();
     void indexDocuments(const std::set<std::string>& paths);
     void documentListReloaded(const std::vector<VaultDocument>& documents);
+    /// `done` is called on a later turn of the main queue, if the session still lives then.
     void searchNotes(std::string query, int limit, std::function<void(std::vector<SearchHit>)> done);
     void notesChanged(const std::vector<std::string>& paths);
     void refreshReminders(bool force);
@@ -154,10 +157,61 @@ private:
     VaultSession(const Vault& vault, const SessionServices& services);
     struct Tasks;
 
+    // SessionIndexing
+    void beginReindex();
+    void reindexEnded(std::optional<ReindexSummary> summary);
+    void refreshStatusLine();
+    void startEmbeddingBackfill();
+    void embeddingEnded(std::uint64_t number);
+    void refreshFlagged();
+
+    // SessionChanges
+    void wireWatcher();
+    void rescanned();
+    void reindexOne(const std::string& path, const std::string* written);
+    bool reindexNote(const std::string& path, const std::string* written);
+    void documentsIndexed(const DocumentIndexQueue::Outcomes& outcomes);
+    void publishRevision();
+    void announce(const std::string& path);
+    void externalChange() const;
+    static bool isNoteLike(std::string_view path);
+    /// Indexes a note's text as the note stands on the disk; throws what the index throws.
+    static void indexText(NoteIndex& index, const Vault& vault, const std::string& path,
+                          const std::string& text, TimePoint now);
+
+    // SessionSaving
+    ForeignEdit::Outcome saveOrKeepCopy(const std::string& text, const std::string& path,
+                                        const std::optional<std::string>& baseline,
+                                        bool waitingForNewerVersion);
+    void noteOutcome(const ForeignEdit::Outcome& outcome, const std::string& path);
+    void recheckAfterEchoWindow(const std::string& path, const std::string& wrote);
+    void recheckEnded(const std::string& path, std::uint64_t number, bool differs);
+    void versionRound(const std::string& path);
+    void versionLooked(const std::string& path, std::uint64_t number, bool here);
+
+    // SessionPolling
+    void parkPending(const std::string& path);
+    void removePending(const std::set<std::string>& paths);
+    struct Arrivals;
+    static Arrivals indexArrivals(const std::vector<std::string>& paths, const Vault& vault, NoteIndex& index,
+                                  const Clock& clock, const std::stop_token& stop);
+    void startPendingPoll();
+    void pendingRound();
+    void pendingArrived(const Arrivals& arrivals);
+    void startDocumentPoll();
+    void documentRound();
+
+    // SessionRecovery
+    void recoverHeldText();
+    void recover(const HeldTextStore::Leftover& leftover);
+    void recoverCopy(const HeldTextStore::Leftover& leftover, const HeldTextStore::Recovery::Copy& copy);
+    HeldTextStore::NoteOnDisk noteOnDisk(const HeldTextStore::Entry& entry) const;
+    void sweepTemporaryFiles();
+
     Vault vault_;
     SessionServices services_;
     std::shared_ptr<NoteIndex> index_;
-    SearchEngine search_;
+    std::shared_ptr<const SearchEngine> search_;
     std::unique_ptr<FileWatcher> watcher_;
     std::shared_ptr<LocalEmbedding> embedder_;
     HeldTextStore heldText_;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VeskCore/Platform/FileSystem.h"
@@ -39,6 +40,7 @@ class EditorHandle {
 public:
     std::function<std::vector<std::string>()> retryHeld;           ///< names still held after the try
     std::function<std::map<std::string, std::string>()> heldText;  ///< path → text
+    std::function<void()> letGo;                                   ///< the person gave the held text up
 };
 
 enum class LeavingContext { quitting, openingAnotherVault };
@@ -75,7 +77,8 @@ public:
     void flushAllPendingSaves();
     /// Tries every held text again; the names still held.
     std::vector<std::string> saveEverythingHeld();
-    std::map<std::string, std::string> everythingHeld() const;
+    /// Path and text, sorted; one path may come from two editors.
+    std::vector<std::pair<std::string, std::string>> everythingHeld() const;
     /// Lets go of all held text, also in the stores of this run: the person chose so.
     void forgetEverythingHeld();
     /// Calls `safe` with true when leaving loses nothing, or nothing that the person didn't choose to lose.

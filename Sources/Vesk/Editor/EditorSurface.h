@@ -17,6 +17,7 @@
 #include "VeskCore/Support/Executors.h"
 #include "VeskCore/Support/Observable.h"
 #include "VeskCore/Support/TextRange.h"
+#include "VeskCore/Vault/AtomicWrite.h"
 #include "VeskCore/Vault/ForeignEdit.h"
 
 namespace vesk {
@@ -117,7 +118,9 @@ public:
 
     // What the person does
 
-    /// The whole buffer after a keystroke. A change of a note that isn't loaded is not accepted: false.
+    /// The whole buffer after a keystroke. A change of a note that isn't loaded is not accepted: false. Where
+    /// the text isn't as a file gives it back (line ends as CR LF, a byte order mark) it is shown anew as it
+    /// is.
     bool edit(std::string text);
     void load(const std::string& path);
     /// Leaves the note: what was typed is saved first.
@@ -128,18 +131,33 @@ public:
 
     /// When the session's disk revision changes, or, unannounced, when the application comes to the front.
     void followDisk(bool evenIfUnannounced);
-    /// The application itself moved the shown note.
+    /// The application itself moved a note or folder: what is known of its notes goes with them.
     void follow(const std::string& from, const std::string& to);
 
 private:
     EditorSurface(std::shared_ptr<VaultSession> session, EditorBridge& bridge,
                   const SessionServices& services);
+    void begin(const std::string& path);
     void loaded(const std::string& text, const std::string& path);
+    void download(const std::string& path);
+    void downloaded(const FreshRead& fresh, const std::string& path);
+    void failed(std::string message);
+    void adopt(const DiskLook& look, const std::string& path);
+    /// Another text in the place of the shown one, the selection mapped.
+    void replaceText(const std::string& text);
+    void leave();
     void write(const std::string& text, const std::string& path, bool waitingForNewerVersion);
+    void keepUnlessTrashed(const ForeignEdit::Outcome& outcome, const std::string& text,
+                           const std::string& path);
     void record(const ForeignEdit::Outcome& outcome, const std::string& text, const std::string& path);
-    void show(std::optional<SaveNotice> notice, const std::optional<std::string>& ifUnsavedFor);
+    void takeOver(const std::string& disk, const std::string& text, const std::string& path);
+    void followShown(const std::string& from, const std::string& to);
+    void show(std::optional<SaveNotice> next, const std::optional<std::string>& ifUnsavedFor);
     void hold(const std::string& text, const std::string& path);
     std::vector<std::string> retryHeldBeforeLeaving();
+    bool isLoaded() const {
+        return state.get().value == decltype(LoadState::value)(LoadState::Plain::loaded);
+    }
 
     std::shared_ptr<VaultSession> session_;
     EditorBridge& bridge_;
@@ -150,6 +168,8 @@ private:
     std::optional<std::string> loadedPath_;
     Ledger ledger_;
     int loadToken_ = 0;
+    int lookToken_ = 0;  ///< of looks at the disk, whose answers may overtake each other
+    TaskHandle reading_;
     std::vector<Subscription> subscriptions_;
 };
 

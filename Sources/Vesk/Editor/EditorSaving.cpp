@@ -1,0 +1,224 @@
+// The editor's side of saving: what each outcome means for the text on screen, and text that can't be saved.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "Vesk/Editor/EditorSurface.h"
+#include "VeskCore/Support/Match.h"
+#include "VeskCore/Support/PathText.h"
+#include "VeskCore/Support/Text.h"
+#include "VeskCore/Vault/VaultTrash.h"
+
+namespace vesk {
+
+namespace {
+
+using Outcome = ForeignEdit::Outcome;
+
+bool endsInTrash(const Outcome& outcome) {
+    if (const auto* followed = std::get_if<Outcome::FollowedMove>(&outcome.value))
+        return endsInTrash(*followed->inner);
+    const auto* plain = std::get_if<Outcome::Plain>(&outcome.value);
+    return plain && *plain == Outcome::Plain::noteTrashed;
+}
+
+/// Where the text of a save at `path` lies after it.
+std::string placeAfter(const Outcome& outcome, const std::string& path) {
+    if (const auto* followed = std::get_if<Outcome::FollowedMove>(&outcome.value))
+        return placeAfter(*followed->inner, followed->to);
+    const auto* kept = std::get_if<Outcome::KeptAsCopy>(&outcome.value);
+    return kept ? kept->copyPath : path;
+}
+
+std::string nameOf(std::string_view path) {
+    return decodedText(std::string(stem(path)));
+}
+
+}  // namespace
+
+void EditorSurface::write(const std::string& text, const std::string& path, bool waitingForNewerVersion) {
+    std::optional<std::string> baseline;
+    if (const auto known = ledger_.baselines.find(path); known != ledger_.baselines.end())
+        baseline = known->second;
+    std::string place = path;
+    std::optional<SaveNotice> trouble;
+    try {
+        const auto outcome = session_->saveEditorText(text, path, baseline, waitingForNewerVersion);
+        if (text != baseline) keepUnlessTrashed(outcome, text, path);
+        ledger_.unsaved.erase(path);
+        session_->heldText().discard(path, ledger_.id);
+        record(outcome, text, path);
+        show(std::nullopt, path);
+        place = placeAfter(outcome, path);
+        if (loadedPath_ == path && olderCopyPath.get() == path) olderCopyPath.set(std::nullopt);
+        saved.send(path, text, outcome);
+    } catch (const ForeignEdit::CopyKeptButSaveFailed& error) {
+        ledger_.baselines.insert_or_assign(path, error.preservedText);
+        trouble = SaveNotice{path, SaveNotice::Failed{error.description()}};
+    } catch (const NewerVersionDownloading& error) {
+        trouble = SaveNotice{path, SaveNotice::Waiting{error.description()}};
+    } catch (const std::exception&) {
+        trouble = SaveNotice{path, SaveNotice::Failed{describe(std::current_exception())}};
+    }
+    if (trouble) {
+        hold(text, path);
+        show(std::move(trouble), std::nullopt);
+    }
+    if (loadedPath_ == place) ledger_.seenRevision = session_->diskRevisionOf(place);
+}
+
+/// Text for a note in the trash stays with the note: what the trashed file doesn't hold goes beside it.
+void EditorSurface::keepUnlessTrashed(const Outcome& outcome, const std::string& text,
+                                      const std::string& path) {
+    if (!endsInTrash(outcome)) return;
+    const auto moved = session_->departures().destination(path);
+    VaultTrash(session_->vault()).keepMissingText(text, moved.value_or(path));
+}
+
+void EditorSurface::record(const Outcome& outcome, const std::string& text, const std::string& path) {
+    const auto baseline = [&](const std::string& at, const std::string& value) {
+        ledger_.baselines.insert_or_assign(at, value);
+    };
+    match(
+        outcome, [&](const Outcome::DiskWins& disk) { takeOver(disk.text, text, path); },
+        [&](const Outcome::Merged& merged) { takeOver(merged.text, text, path); },
+        [&](const Outcome::KeptBoth& kept) {
+            baseline(path, text);
+            show(SaveNotice{path, SaveNotice::KeptBoth{kept.copyPath}}, std::nullopt);
+        },
+        [&](const Outcome::FollowedMove& followed) {
+            // The shown text is at its new place before the inner outcome may replace it.
+            followShown(path, followed.to);
+            if (const auto own = ledger_.baselines.find(path); own != ledger_.baselines.end())
+                baseline(followed.to, std::string(own->second));
+            record(*followed.inner, text, followed.to);
+            if (const auto there = ledger_.baselines.find(followed.to); there != ledger_.baselines.end())
+                baseline(path, std::string(there->second));
+            const auto& inner = followed.inner->value;
+            if (std::holds_alternative<Outcome::KeptBoth>(inner) ||
+                std::holds_alternative<Outcome::KeptAsCopy>(inner))
+                return;
+            show(SaveNotice{path, SaveNotice::Followed{followed.to}}, std::nullopt);
+        },
+        [&](const Outcome::KeptAsCopy& kept) {
+            baseline(path, text);
+            baseline(kept.copyPath, text);
+            followShown(path, kept.copyPath);
+            show(SaveNotice{path, SaveNotice::Recovered{kept.copyPath}}, std::nullopt);
+        },
+        [&](Outcome::Plain plain) {
+            if (plain != Outcome::Plain::noteTrashed) baseline(path, text);
+        });
+}
+
+/// The note holds `disk` now, not the text that was saved.
+void EditorSurface::takeOver(const std::string& disk, const std::string& text, const std::string& path) {
+    if (loadedPath_ != path) {
+        ledger_.baselines.insert_or_assign(path, disk);
+        return;
+    }
+    // A buffer that has moved on keeps its baseline, so that its own save meets the other text anew.
+    if (text_ != text || coordinator_.hasUnsavedEdit()) return;
+    ledger_.baselines.insert_or_assign(path, disk);
+    if (disk != text_) replaceText(disk);
+}
+
+/// On a later turn, so that the notice of the note being left outlives the load of the next.
+void EditorSurface::show(std::optional<SaveNotice> next, const std::optional<std::string>& ifUnsavedFor) {
+    services_.mainQueue.post([weak = weak_from_this(), next = std::move(next), ifUnsavedFor] {
+        auto surface = weak.lock();
+        if (!surface) return;
+        if (ifUnsavedFor) {
+            const auto& present = surface->notice.get();
+            const bool unsaved = present && present->notePath == *ifUnsavedFor &&
+                                 (std::holds_alternative<SaveNotice::Failed>(present->kind) ||
+                                  std::holds_alternative<SaveNotice::Waiting>(present->kind));
+            if (!unsaved) return;
+        }
+        surface->notice.setIfChanged(next);
+    });
+}
+
+void EditorSurface::dismissNotice() {
+    notice.setIfChanged(std::nullopt);
+}
+
+void EditorSurface::hold(const std::string& text, const std::string& path) {
+    ledger_.unsaved.insert_or_assign(path, text);
+    std::optional<std::string> baseline;
+    if (const auto known = ledger_.baselines.find(path); known != ledger_.baselines.end())
+        baseline = known->second;
+    session_->heldText().keep(text, path, ledger_.id, baseline);
+    // While it holds text the handle keeps the surface, which is all that can save it.
+    auto self = weak_from_this().lock();
+    if (!self) return;
+    handle_->retryHeld = [self] { return self->retryHeldBeforeLeaving(); };
+    handle_->heldText = [self] { return self->ledger_.unsaved; };
+    handle_->letGo = [self] { self->ledger_.unsaved.clear(); };
+    bridge_.hold(handle_);
+}
+
+std::vector<std::string> EditorSurface::retryHeldBeforeLeaving() {
+    const auto held = ledger_.unsaved;
+    for (const auto& entry : held) write(entry.second, entry.first, false);
+    std::vector<std::string> names;
+    for (const auto& entry : ledger_.unsaved) names.emplace_back(stem(entry.first));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void EditorSurface::retrySave() {
+    const auto present = notice.get();
+    if (!present || !(std::holds_alternative<SaveNotice::Failed>(present->kind) ||
+                      std::holds_alternative<SaveNotice::Waiting>(present->kind)))
+        return;
+    const std::string path = present->notePath;
+    if (loadedPath_ == path && isLoaded()) return write(std::string(text_), path, true);
+    if (const auto held = ledger_.unsaved.find(path); held != ledger_.unsaved.end())
+        write(std::string(held->second), path, true);
+}
+
+EditorSurface::Banner EditorSurface::banner(const SaveNotice& notice, bool noteIsShown) {
+    const auto name = nameOf(notice.notePath);
+    const auto retry = [&] { return std::vector<std::string>{noteIsShown ? "Try Again" : "Open Note"}; };
+    return match(
+        notice.kind,
+        [&](const SaveNotice::KeptBoth& kept) -> Banner {
+            return {fmt::format("“{}” also changed on another device", name),
+                    "Nothing was lost. Your text is in the note, and the other version is beside it as " +
+                        nameOf(kept.copyPath),
+                    {"Show Other Version", "Dismiss"}};
+        },
+        [&](const SaveNotice::Failed& failure) -> Banner {
+            return {fmt::format("Couldn't save “{}”", name),
+                    failure.message +
+                        " Your text is still here. Vesk tries again the next time you type, or "
+                        "now with Try Again.",
+                    retry()};
+        },
+        [&](const SaveNotice::Waiting& waiting) -> Banner {
+            return {fmt::format("Waiting for iCloud before saving “{}”", name),
+                    waiting.message +
+                        (noteIsShown ? " Your text is safe here, and is saved against the newer version when "
+                                       "it arrives."
+                                     : " Your text is kept in Vesk, and goes back into the note when you "
+                                       "open it."),
+                    retry()};
+        },
+        [&](const SaveNotice::Followed& followed) -> Banner {
+            return {
+                fmt::format("“{}” was moved or renamed while you were typing", name),
+                fmt::format("Nothing was lost. Your text went with it, to “{}”", decodedText(followed.to)),
+                {"Show Note", "Dismiss"}};
+        },
+        [&](const SaveNotice::Recovered& recovered) -> Banner {
+            return {fmt::format("“{}” was moved or deleted elsewhere while you were typing", name),
+                    fmt::format("Nothing was lost. It isn't brought back where it was; your text is kept as "
+                                "“{}”",
+                                nameOf(recovered.copyPath)),
+                    {"Show Note", "Dismiss"}};
+        });
+}
+
+}  // namespace vesk
