@@ -1,6 +1,7 @@
 // What every command is given: the seams, the vault and how to answer.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -10,6 +11,8 @@
 
 #include "VeskCommand/Terminal.h"
 #include "VeskCore/Platform/Bookmarks.h"
+#include "VeskCore/Platform/FileEvents.h"
+#include "VeskCore/Platform/FileVersions.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -42,6 +45,8 @@ struct CommandContext {
     const Bookmarks& bookmarks;
     SecretStore& secrets;
     SentenceEmbeddingSource& embeddings;
+    FileVersions& fileVersions;
+    std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
     std::stop_token stop;
 
     std::string vaultOption;  ///< --vault

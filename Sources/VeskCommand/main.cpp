@@ -6,7 +6,9 @@
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskLinux/ConflictFileVersions.h"
 #include "VeskLinux/FileUserDefaults.h"
+#include "VeskLinux/InotifyEventSource.h"
 #include "VeskLinux/Interrupts.h"
 #include "VeskLinux/LinuxFileSystem.h"
 #include "VeskLinux/PathBookmarks.h"
@@ -35,6 +37,7 @@ int main(int argc, char** argv) {
     PathBookmarks bookmarks(files);
     SecretServiceStore secrets;
     NoSentenceEmbeddings embeddings;
+    ConflictFileVersions versions(files, Calendar::system().timeZone);
 
     command::CommandContext context{.clock = clock,
                                     .log = log,
@@ -42,6 +45,12 @@ int main(int argc, char** argv) {
                                     .bookmarks = bookmarks,
                                     .secrets = secrets,
                                     .embeddings = embeddings,
+                                    .fileVersions = versions,
+                                    .fileEvents =
+                                        [&log](const Vault& vault) {
+                                            return std::make_unique<InotifyEventSource>(
+                                                vault.perDeviceDirectory(), Vault::ignoredDirectories(), log);
+                                        },
                                     .stop = interrupts.token(),
                                     .vaultOption = {}};
 
@@ -61,6 +70,8 @@ int main(int argc, char** argv) {
     command::addIndexCommands(program, context);
     command::addSearchCommands(program, context);
     command::addInspectCommands(program, context);
+    command::addSessionCommands(program, context);
+    command::addSafetyCommands(program, context);
     command::addKeyCommands(program, context);
     command::addGenerateCommand(program);
 

@@ -43,6 +43,12 @@ void EditorCoordinator::flushSave() {
     onSave_(text);
 }
 
+EditorBridge::~EditorBridge() {
+    // A handle keeps its editor alive as long as it holds text.
+    const auto handles = std::exchange(handles_, {});
+    for (const auto& handle : handles) *handle = {};
+}
+
 void EditorBridge::add(EditorCoordinator& coordinator) {
     coordinators_.push_back(&coordinator);
 }

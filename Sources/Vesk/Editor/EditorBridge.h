@@ -69,6 +69,9 @@ public:
 class EditorBridge {
 public:
     explicit EditorBridge(LeavingPrompt& prompt) : prompt_(prompt) {}
+    ~EditorBridge();
+    EditorBridge(const EditorBridge&) = delete;
+    EditorBridge& operator=(const EditorBridge&) = delete;
 
     void add(EditorCoordinator& coordinator);
     void remove(EditorCoordinator& coordinator);
