@@ -16,10 +16,11 @@ void addIndexCommands(CLI::App& program, CommandContext& context);     // index 
 void addSearchCommands(CLI::App& program,
                        CommandContext& context);  // search retrieve tags tasks links unresolved
 void addInspectCommands(CLI::App& program, CommandContext& context);  // inspect …
-void addSessionCommands(CLI::App& program, CommandContext& context);  // session save watch
+void addSessionCommands(CLI::App& program, CommandContext& context);  // session
+void addSaveCommands(CLI::App& program, CommandContext& context);     // save watch
 void addSafetyCommands(CLI::App& program,
                        CommandContext& context);  // trash held conflicts remind reminders flag
-void addKeyCommands(CLI::App& program, CommandContext& context);      // key …
+void addKeyCommands(CLI::App& program, CommandContext& context);  // key …
 void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

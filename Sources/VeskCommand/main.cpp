@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
     command::addSearchCommands(program, context);
     command::addInspectCommands(program, context);
     command::addSessionCommands(program, context);
+    command::addSaveCommands(program, context);
     command::addSafetyCommands(program, context);
     command::addKeyCommands(program, context);
     command::addGenerateCommand(program);
