@@ -13,7 +13,8 @@ class DateDetector {
 public:
     virtual ~DateDetector() = default;
     /// The first date that the text names, seen from `now`; none if it names none that can be read.
-    virtual std::optional<TimePoint> firstDate(std::string_view text, TimePoint now, const Calendar& calendar) const = 0;
+    virtual std::optional<TimePoint> firstDate(std::string_view text, TimePoint now,
+                                               const Calendar& calendar) const = 0;
 };
 
 }  // namespace vesk

@@ -43,8 +43,8 @@ public:
     virtual ~FileEventStream() = default;
     /// False if the folder can't be watched.
     virtual bool start() = 0;
-    /// No event is delivered after it returns, but one that its queue is running. Leaves the state from which a later
-    /// stream resumes.
+    /// No event is delivered after it returns, but one that its queue is running. Leaves the state from which
+    /// a later stream resumes.
     virtual void stop() = 0;
 };
 
@@ -54,9 +54,11 @@ public:
     virtual ~FileEventSource() = default;
     /// The id of the latest event of a folder.
     virtual std::uint64_t currentEventID(const FilePath& root) = 0;
-    /// A stream of events below `root` (its real path), delivered in batches on `queue`. With a resume id what changed
-    /// since is told first, as ordinary events. None if it can't be made. `queue` outlives the stream.
-    virtual std::unique_ptr<FileEventStream> stream(const FilePath& root, std::uint64_t sinceEventID, SerialQueue& queue,
+    /// A stream of events below `root` (its real path), delivered in batches on `queue`. With a resume id
+    /// what changed since is told first, as ordinary events. None if it can't be made. `queue` outlives the
+    /// stream.
+    virtual std::unique_ptr<FileEventStream> stream(const FilePath& root, std::uint64_t sinceEventID,
+                                                    SerialQueue& queue,
                                                     std::function<void(std::vector<RawEvent>)> deliver) = 0;
 };
 

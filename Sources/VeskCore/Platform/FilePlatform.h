@@ -1,6 +1,6 @@
 // The one process-wide installation: files, coordination and ubiquity, which stand behind static functions
-// (AtomicWrite, CoordinatedIO, UbiquityStatus, Vault). A program's main installs it before any thread starts; a test
-// replaces it for its own length.
+// (AtomicWrite, CoordinatedIO, UbiquityStatus, Vault). A program's main installs it before any thread starts;
+// a test replaces it for its own length.
 #pragma once
 
 #include "VeskCore/Platform/FileCoordination.h"
@@ -18,8 +18,8 @@ struct FilePlatform {
     static const FilePlatform& current();
 };
 
-/// Installs for its own lifetime and puts the former installation back after it. Borrows the three objects. Not
-/// while other threads use the files.
+/// Installs for its own lifetime and puts the former installation back after it. Borrows the three objects.
+/// Not while other threads use the files.
 class FilePlatformInstallation {
 public:
     explicit FilePlatformInstallation(FilePlatform platform);

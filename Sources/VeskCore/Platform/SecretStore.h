@@ -16,8 +16,8 @@ public:
     std::string detail;
 };
 
-/// Secrets by service and account. Every call may block on a prompt to unlock the store. Never on a list, never in a
-/// log. Throws SecretStoreError when the store can't be reached or refuses.
+/// Secrets by service and account. Every call may block on a prompt to unlock the store. Never on a list,
+/// never in a log. Throws SecretStoreError when the store can't be reached or refuses.
 class SecretStore {
 public:
     virtual ~SecretStore() = default;

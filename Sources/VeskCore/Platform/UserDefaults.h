@@ -9,8 +9,8 @@
 
 namespace vesk {
 
-/// Safe on any thread. Writing lasts: what set() wrote is there at the next start. A failure to store is logged and
-/// the value holds for this run.
+/// Safe on any thread. Writing lasts: what set() wrote is there at the next start. A failure to store is
+/// logged and the value holds for this run.
 class UserDefaults {
 public:
     virtual ~UserDefaults() = default;

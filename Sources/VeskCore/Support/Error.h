@@ -32,8 +32,8 @@ public:
     std::string subject;    ///< the path concerned, raw bytes
 };
 
-/// The description() of a vesk::Error, else what() of a std::exception, else "Unknown error". Meant for use in
-/// a catch block: `describe(std::current_exception())`.
+/// The description() of a vesk::Error, else what() of a std::exception, else "Unknown error". Meant for use
+/// in a catch block: `describe(std::current_exception())`.
 std::string describe(const std::exception_ptr& error);
 
 }  // namespace vesk

@@ -7,12 +7,13 @@
 
 namespace vesk::VectorMath {
 
-/// The cosine of two vectors, each element widened to double before it is multiplied and summed. 0 if they are
-/// empty, differ in length, or either has no length.
+/// The cosine of two vectors, each element widened to double before it is multiplied and summed. 0 if they
+/// are empty, differ in length, or either has no length.
 double cosine(std::span<const float> a, std::span<const float> b);
 
-/// The cosine of a prepared query with many vectors at the speed of memory. Picks the widest instruction set the
-/// processor has, once. Sums in single precision with several accumulators: equal to cosine() within 1e-6.
+/// The cosine of a prepared query with many vectors at the speed of memory. Picks the widest instruction set
+/// the processor has, once. Sums in single precision with several accumulators: equal to cosine() within
+/// 1e-6.
 class CosineScan {
 public:
     explicit CosineScan(std::span<const float> query);
