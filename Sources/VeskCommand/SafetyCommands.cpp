@@ -1,8 +1,11 @@
 // What is kept for the person: the trash, held text, conflict versions, reminders and flags.
 #include <fmt/core.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
+#include <filesystem>
 
+#include "Vesk/VaultSession.h"
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
 #include "VeskCommand/JsonForm.h"
@@ -15,7 +18,10 @@
 #include "VeskCore/Vault/AtomicWrite.h"
 #include "VeskCore/Vault/ConflictResolver.h"
 #include "VeskCore/Vault/HeldTextStore.h"
+#include "VeskCore/Vault/SyncDiagnostics.h"
+#include "VeskCore/Vault/SyncProvider.h"
 #include "VeskCore/Vault/VaultTrash.h"
+#include "VeskCore/Vault/VaultWalk.h"
 
 namespace vesk::command {
 namespace {
@@ -59,9 +65,61 @@ void restore(const CommandContext& context, const std::string& path) {
     context.out.line(printable(restored));
 }
 
+void emptyTrash(const CommandContext& context, bool sure) {
+    const VaultTrash trash(context.vault());
+    const auto [notes, others] = trash.trashedNotes();
+    if (notes.empty() && others == 0) return context.out.line("The trash is empty.");
+    if (!sure) throw CommandError(VaultTrash::emptyPrompt(notes, others) + " Say so with --yes.");
+    trash.empty();
+}
+
+HeldTextStore heldTextOf(const CommandContext& context, const Vault& vault) {
+    return HeldTextStore(HeldTextStore::directoryFor(vault.root()), context.clock);
+}
+
+/// The recovery that every opening of the vault begins with.
+void recoverHeld(const CommandContext& context) {
+    const Vault vault = context.vault();
+    RunLoop loop;
+    ThreadPool pool(1);
+    const auto events = context.fileEvents(vault);
+    const auto session = VaultSession::make(vault, {.clock = context.clock,
+                                                    .mainQueue = loop,
+                                                    .background = pool,
+                                                    .log = context.log,
+                                                    .defaults = context.defaults,
+                                                    .fileEvents = *events,
+                                                    .fileVersions = context.fileVersions,
+                                                    .embeddings = context.embeddings,
+                                                    .calendar = Calendar::system()});
+    session->start();
+    const auto told = session->heldTextWarnings();
+    session->stop();
+    for (const auto& copy : session->recoveredHeldText()) context.out.line(printable(copy.copy));
+    for (const auto& warning : told)
+        context.remark(warning.title + (warning.detail.empty() ? "" : ": " + warning.detail));
+    const auto left = heldTextOf(context, vault).leftovers(true);
+    if (!left.empty())
+        throw CommandError(fmt::format("The text of “{}” has to wait until its note can be read.",
+                                       printable(left.front().entry.relativePath)));
+}
+
+void discardHeld(const CommandContext& context, const std::string& typed) {
+    const Vault vault = context.vault();
+    const auto path = context.notePath(vault, typed);
+    auto store = heldTextOf(context, vault);
+    bool found = false;
+    for (const auto& leftover : store.leftovers(true)) {
+        if (leftover.entry.relativePath != path) continue;
+        store.remove(leftover.file);
+        found = true;
+    }
+    if (!found) throw CommandError(fmt::format("Nothing is held for “{}”.", printable(path)));
+}
+
 void held(const CommandContext& context) {
     const Vault vault = context.vault();
-    const HeldTextStore store(HeldTextStore::directoryFor(vault.root()), context.clock);
+    const auto store = heldTextOf(context, vault);
     Json::Array list;
     for (const auto& leftover : store.leftovers(true)) {
         const auto& entry = leftover.entry;
@@ -94,6 +152,35 @@ void conflicts(const CommandContext& context) {
     if (context.json) context.answer(Json(std::move(list)));
 }
 
+/// Settles one note's conflict, or every one.
+void resolveConflicts(const CommandContext& context, const std::string& typed, const std::string& keep) {
+    const Vault vault = context.vault();
+    const auto wanted = typed.empty() ? std::string() : context.notePath(vault, typed);
+    using Plain = ConflictResolution::Plain;
+    const ConflictResolution resolution = keep == "current" ? ConflictResolution{Plain::keepCurrent}
+                                          : keep == "both"
+                                              ? ConflictResolution{Plain::keepBoth}
+                                              : ConflictResolution{ConflictResolution::KeepOther{keep}};
+    const ConflictResolver resolver(context.fileVersions);
+    vault.ensureSupportDirectory();  // by which its trash is found
+    bool found = false;
+    for (const auto& conflict : resolver.scan(vault)) {
+        if (!wanted.empty() && conflict.relativePath != wanted) continue;
+        if (const auto* other = std::get_if<ConflictResolution::KeepOther>(&resolution.value)) {
+            if (std::none_of(conflict.others.begin(), conflict.others.end(),
+                             [&](const auto& version) { return version.identifier == other->identifier; }))
+                continue;
+        }
+        found = true;
+        resolver.resolve(conflict, resolution, vault);
+        context.notesChanged(vault, {conflict.relativePath});
+        context.out.line(printable(conflict.relativePath));
+    }
+    if (!found &&
+        (!wanted.empty() || std::holds_alternative<ConflictResolution::KeepOther>(resolution.value)))
+        throw CommandError("There is no such conflict.");
+}
+
 /// Puts `changed` in the place of what was read, which nobody may have changed meanwhile.
 void rewrite(const CommandContext& context, const Vault& vault, const std::string& path,
              const std::string& before, const std::string& changed) {
@@ -109,15 +196,40 @@ std::string textOf(const Vault& vault, const std::string& path) {
     return *text;
 }
 
+/// What the two buttons of a reminder's notification do.
+void actOnReminder(const CommandContext& context, const Vault& vault, const std::string& path,
+                   NoteReminder::ActionKind kind) {
+    using Outcome = NoteReminder::ActionOutcome;
+    const auto text = textOf(vault, path);
+    const auto calendar = Calendar::system();
+    match(
+        NoteReminder::applying(kind, text, context.clock.now(), calendar),
+        [&](const Outcome::Write& write) {
+            rewrite(context, vault, path, text, write.text);
+            if (const auto date = NoteReminder::reminder(write.text, calendar))
+                context.out.line(NoteReminder::format(*date, calendar));
+        },
+        [&](const Outcome::LocalSnooze&) {
+            throw CommandError(fmt::format("“{}” repeats, so its date stays: it is snoozed where it rings.",
+                                           printable(path)));
+        },
+        [&](const Outcome::Nothing&) {
+            throw CommandError(fmt::format("“{}” has no reminder.", printable(path)));
+        });
+}
+
 void remind(const CommandContext& context, const std::string& typed, const std::string& phrase,
             const std::string& repeat) {
     using Intent = NoteReminder::PhraseIntent;
     const Vault vault = context.vault();
     const auto path = context.notePath(vault, typed);
+    if (phrase == "done") return actOnReminder(context, vault, path, NoteReminder::ActionKind::done);
+    if (phrase == "snooze") return actOnReminder(context, vault, path, NoteReminder::ActionKind::snooze);
     const auto text = textOf(vault, path);
     const auto calendar = Calendar::system();
-    const auto intent =
-        NoteReminder::parseIntent(phrase, context.clock.now(), calendar, EnglishDateDetector());
+    const auto intent = phrase == "off" ? Intent{Intent::Plain::remove}
+                                        : NoteReminder::parseIntent(phrase, context.clock.now(), calendar,
+                                                                    EnglishDateDetector());
     std::optional<NoteReminder::Repeat> rule;
     if (!repeat.empty()) {
         rule = NoteReminder::repeatFrom(repeat);
@@ -164,6 +276,43 @@ void flag(const CommandContext& context, const std::string& typed, bool on) {
     rewrite(context, vault, path, text, NotePriority::setting(on, text));
 }
 
+std::string systemName() {
+    utsname names{};
+    if (::uname(&names) != 0) return "Linux";
+    return fmt::format("{} {} {}", names.sysname, names.release, names.machine);
+}
+
+std::optional<std::int64_t> freeBytes(const Vault& vault) {
+    std::error_code failed;
+    const auto space = std::filesystem::space(vault.root(), failed);
+    if (failed) return {};
+    return static_cast<std::int64_t>(space.available);
+}
+
+void syncReport(const CommandContext& context) {
+    const Vault vault = context.vault();
+    const auto provider = detectSyncProvider(vault.root());
+    SyncDiagnostics report{.generatedAt = context.clock.now(), .build = VESK_VERSION, .system = systemName()};
+    report.vaultPath = vault.root().native();
+    report.provider = displayName(provider);
+    report.reachesICloud = provider == SyncProvider::iCloudDrive;
+    SyncDiagnostics::Walk walk{.trigger = std::string(rawValue(SyncTrigger::pull)),
+                               .at = context.clock.now()};
+    walk.freeBefore = freeBytes(vault);
+    const auto listing = VaultWalk::walk(vault, DownloadAsk::nothing, DownloadAsk::nothing, context.clock);
+    walk.walk = walk.pass = listing.duration.count();
+    walk.notes = static_cast<int>(listing.notes.size());
+    walk.stubs = listing.stubCount;
+    walk.freeAfter = freeBytes(vault);
+    report.lastWalk = std::move(walk);
+    report.passes[std::string(rawValue(SyncTrigger::pull))] = 1;
+    report.log.recordPass(SyncTrigger::pull, {}, {}, listing.notes.size(), {}, listing.duration.count(), true,
+                          listing.takenAt);
+    for (const auto& conflict : vault.conflictFiles())
+        report.log.note("conflict file", conflict.native(), context.clock.now());
+    context.out.print(report.reportText(Calendar::system().timeZone));
+}
+
 }  // namespace
 
 void addSafetyCommands(CLI::App& program, CommandContext& context) {
@@ -173,13 +322,26 @@ void addSafetyCommands(CLI::App& program, CommandContext& context) {
         return path;
     };
     {
-        auto* trash = addCommand(program, "trash", "The vault's own trash",
-                                 "  vesk trash put Old.md\n  vesk trash restore Old.md\n  vesk trash list");
-        trash->require_subcommand(1);
+        auto* trash =
+            addCommand(program, "trash", "Put a note in the vault's own trash, or see to what is in it",
+                       "  vesk trash Old.md\n  vesk trash restore Old.md\n  vesk trash list\n"
+                       "  vesk trash put list");
+        trash->require_subcommand(0, 1);
+        auto note = std::make_shared<std::string>();
+        trash->add_option("NOTE", *note, "The note's path in the vault");
+        trash->callback([&context, trash, note] {
+            if (!trash->get_subcommands().empty()) return;
+            if (note->empty()) throw CLI::RequiredError("A note or what to do");
+            putInTrash(context, *note);
+        });
         auto* list = trash->add_subcommand("list", "What is in it, newest first");
         answersWithData(list, context);
         list->callback([&context] { listTrash(context); });
-        auto* put = trash->add_subcommand("put", "Put a note in it");
+        auto* empty = trash->add_subcommand("empty", "Delete all that is in it for ever");
+        auto sure = std::make_shared<bool>(false);
+        empty->add_flag("--yes", *sure, "Without this nothing is deleted");
+        empty->callback([&context, sure] { emptyTrash(context, *sure); });
+        auto* put = trash->add_subcommand("put", "Put a note in it, whatever its name");
         put->callback(
             [&context, path = withPath(put, "The note's path in the vault")] { putInTrash(context, *path); });
         auto* back = trash->add_subcommand("restore", "Put a note back where it came from");
@@ -188,25 +350,46 @@ void addSafetyCommands(CLI::App& program, CommandContext& context) {
         });
     }
     {
-        auto* command =
-            addCommand(program, "held", "List the text that could not be saved yet", "  vesk held --json");
+        auto* command = addCommand(program, "held", "List the text that could not be saved yet, or see to it",
+                                   "  vesk held --json\n  vesk held recover\n  vesk held discard Plan.md");
         answersWithData(command, context);
-        command->callback([&context] { held(context); });
+        command->require_subcommand(0, 1);
+        command->callback([&context, command] {
+            if (command->get_subcommands().empty()) held(context);
+        });
+        auto* recover = command->add_subcommand("recover", "Bring back what an earlier run could not save");
+        recover->callback([&context] { recoverHeld(context); });
+        auto* discard = command->add_subcommand("discard", "Let go of what is held for a note");
+        discard->callback([&context, path = withPath(discard, "The note's path in the vault")] {
+            discardHeld(context, *path);
+        });
     }
     {
-        auto* command = addCommand(program, "conflicts", "List the notes with versions of other devices",
-                                   "  vesk conflicts --json");
+        auto* command =
+            addCommand(program, "conflicts", "List the notes with versions of other devices, or settle them",
+                       "  vesk conflicts --json\n  vesk conflicts resolve\n"
+                       "  vesk conflicts resolve Plan.md --keep current");
         answersWithData(command, context);
-        command->callback([&context] { conflicts(context); });
+        command->require_subcommand(0, 1);
+        command->callback([&context, command] {
+            if (command->get_subcommands().empty()) conflicts(context);
+        });
+        auto* resolve = command->add_subcommand("resolve", "Settle the conflict of a note, or of all");
+        auto path = std::make_shared<std::string>();
+        auto keep = std::make_shared<std::string>("both");
+        resolve->add_option("PATH", *path, "The note's path in the vault; all notes without it");
+        resolve->add_option("--keep", *keep, "both, current, or the identifier of another version")
+            ->type_name("WHICH");
+        resolve->callback([&context, path, keep] { resolveConflicts(context, *path, *keep); });
     }
     {
         auto* command = addCommand(program, "remind", "Set a note's reminder, or remove it",
                                    "  vesk remind Bills.md 'tomorrow 9am' --repeat monthly\n"
-                                   "  vesk remind Bills.md never");
+                                   "  vesk remind Bills.md off\n  vesk remind Bills.md done");
         auto path = withPath(command, "The note's path in the vault");
         auto phrase = std::make_shared<std::string>();
         auto repeat = std::make_shared<std::string>();
-        command->add_option("WHEN", *phrase, "A date, or “never”")->required();
+        command->add_option("WHEN", *phrase, "A date, “off”, “done” or “snooze”")->required();
         command->add_option("--repeat", *repeat, "daily, weekdays, weekly, monthly or yearly");
         command->callback([&context, path, phrase, repeat] { remind(context, *path, *phrase, *repeat); });
     }
@@ -223,6 +406,12 @@ void addSafetyCommands(CLI::App& program, CommandContext& context) {
         auto off = std::make_shared<bool>(false);
         command->add_flag("--off", *off, "Take the flag away");
         command->callback([&context, path, off] { flag(context, *path, !*off); });
+    }
+    {
+        auto* command = addCommand(program, "sync-report",
+                                   "Report where the vault lies and what its synchronisation has been doing",
+                                   "  vesk sync-report");
+        command->callback([&context] { syncReport(context); });
     }
 }
 

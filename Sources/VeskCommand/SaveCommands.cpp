@@ -78,6 +78,26 @@ Json changeJson(const FileChange& change) {
     return json;
 }
 
+std::string changeLine(const FileChange& change) {
+    const auto path = printable(change.relativePath);
+    return match(
+        change.kind,
+        [&](const FileChange::Kind::Renamed& renamed) {
+            return "renamed  " + printable(renamed.fromRelativePath) + " → " + path;
+        },
+        [&](FileChange::Kind::Plain kind) {
+            switch (kind) {
+                case FileChange::Kind::Plain::created:
+                    return "created  " + path;
+                case FileChange::Kind::Plain::modified:
+                    return "modified " + path;
+                case FileChange::Kind::Plain::deleted:
+                    return "deleted  " + path;
+            }
+            return path;
+        });
+}
+
 /// Tells what happens to the vault's files until it is interrupted.
 void watch(const CommandContext& context) {
     const Vault vault = context.vault();
@@ -86,17 +106,23 @@ void watch(const CommandContext& context) {
     ThreadPool pool(2);
     const auto events = context.fileEvents(vault);
     FileWatcher watcher(vault.root(), Seconds{0.3}, Seconds{2.0}, *events, pool, context.clock);
-    const auto tell = [&](const Json& line) {
+    const auto say = [&](const std::string& line) {
         loop.post([&context, line] {
-            context.out.line(line.dump());
+            context.out.line(line);
             std::fflush(stdout);
         });
     };
+    const auto tell = [&](const Json& line) { say(line.dump()); };
     watcher.onChange = [&](const std::vector<FileChange>& changes) {
-        for (const auto& change : changes) tell(changeJson(change));
+        if (context.json) tell(Json::object({{"batch", changes.size()}}));
+        for (const auto& change : changes) context.json ? tell(changeJson(change)) : say(changeLine(change));
+        if (!context.json) say("");
     };
-    watcher.onRescanRequired = [&] { tell(Json::object({{"kind", "rescan"}})); };
-    watcher.onTrashChange = [&] { tell(Json::object({{"kind", "trash"}})); };
+    const auto note = [&](const char* kind) {
+        context.json ? tell(Json::object({{"kind", kind}})) : say(kind);
+    };
+    watcher.onRescanRequired = [&] { note("rescan"); };
+    watcher.onTrashChange = [&] { note("trash"); };
     watcher.start({});
     const std::stop_callback interrupted(context.stop, [&] { loop.quit(); });
     loop.run();
@@ -148,8 +174,9 @@ void addSaveCommands(CLI::App& program, CommandContext& context) {
     saving->add_option("--baseline", *baseline, "The text that the editor loaded")->type_name("FILE");
     saving->callback([&context, path, baseline] { save(context, *path, *baseline); });
 
-    auto* watching = addCommand(program, "watch", "Tell what changes in the vault, one JSON line for each",
-                                "  vesk watch | jq -r .path");
+    auto* watching = addCommand(program, "watch", "Tell what changes in the vault, a line for each change",
+                                "  vesk watch\n  vesk watch --json | jq -r .path");
+    answersWithData(watching, context);
     watching->callback([&context] { watch(context); });
 }
 

@@ -48,8 +48,11 @@ int main(int argc, char** argv) {
                                     .fileVersions = versions,
                                     .fileEvents =
                                         [&log](const Vault& vault) {
+                                            // What happens in the trash is told too.
+                                            auto unseen = Vault::ignoredDirectories();
+                                            unseen.erase(".trash");
                                             return std::make_unique<InotifyEventSource>(
-                                                vault.perDeviceDirectory(), Vault::ignoredDirectories(), log);
+                                                vault.perDeviceDirectory(), std::move(unseen), log);
                                         },
                                     .stop = interrupts.token(),
                                     .vaultOption = {}};
