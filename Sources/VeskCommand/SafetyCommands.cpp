@@ -100,7 +100,7 @@ void recoverHeld(const CommandContext& context) {
         context.remark(warning.title + (warning.detail.empty() ? "" : ": " + warning.detail));
     const auto left = heldTextOf(context, vault).leftovers(true);
     if (!left.empty())
-        throw CommandError(fmt::format("The text of “{}” has to wait until its note can be read.",
+        throw CommandError(fmt::format("Text is still held for “{}”; the next start tries again.",
                                        printable(left.front().entry.relativePath)));
 }
 
