@@ -11,19 +11,31 @@
 namespace vesk::test {
 namespace {
 
-struct Child {
-    pid_t pid = 0;
-    int in = -1, out = -1, err = -1;
-};
+void feed(int descriptor, const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const auto wrote = write(descriptor, text.data() + at, text.size() - at);
+        if (wrote <= 0) break;
+        at += static_cast<std::size_t>(wrote);
+    }
+    close(descriptor);
+}
 
-Child start(const Program& program, const std::vector<std::string>& arguments,
-            const std::vector<std::string>& environment, const std::filesystem::path& folder) {
+int wait(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+Child Program::start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+                     const std::filesystem::path& folder) const {
     int in[2], out[2], err[2];
     if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC))
         throw std::runtime_error("pipe");
-    std::vector<std::string> variables{"HOME=" + program.home.path().string(),
-                                       "XDG_DATA_HOME=" + (program.home / "data").string(),
-                                       "XDG_CONFIG_HOME=" + (program.home / "config").string(),
+    std::vector<std::string> variables{"HOME=" + home.path().string(),
+                                       "XDG_DATA_HOME=" + (home / "data").string(),
+                                       "XDG_CONFIG_HOME=" + (home / "config").string(),
                                        "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
                                        "TZ=UTC",
                                        "LC_ALL=C.UTF-8",
@@ -51,23 +63,6 @@ Child start(const Program& program, const std::vector<std::string>& arguments,
     return {pid, in[1], out[0], err[0]};
 }
 
-void feed(int descriptor, const std::string& text) {
-    for (std::size_t at = 0; at < text.size();) {
-        const auto wrote = write(descriptor, text.data() + at, text.size() - at);
-        if (wrote <= 0) break;
-        at += static_cast<std::size_t>(wrote);
-    }
-    close(descriptor);
-}
-
-int wait(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-}  // namespace
-
 Ran Program::run(const std::vector<std::string>& arguments, const std::string& input) const {
     std::vector<std::string> words{"--vault", vault.path().string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -78,7 +73,7 @@ Ran Program::runPlain(const std::vector<std::string>& arguments, const std::stri
                       const std::vector<std::string>& environment,
                       const std::filesystem::path& folder) const {
     signal(SIGPIPE, SIG_IGN);
-    const auto child = start(*this, arguments, environment, folder);
+    const auto child = start(arguments, environment, folder);
     feed(child.in, input);
     Ran ran;
     pollfd ends[] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
@@ -107,7 +102,7 @@ void Program::runAndKill(const std::vector<std::string>& arguments, const std::s
     signal(SIGPIPE, SIG_IGN);
     std::vector<std::string> words{"--vault", vault.path().string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    const auto child = start(*this, words, {}, "/");
+    const auto child = start(words);
     feed(child.in, input);
     usleep(static_cast<useconds_t>(microseconds));
     kill(child.pid, SIGKILL);

@@ -1,6 +1,8 @@
 // Runs the program as a person's shell would, with a home of its own.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -11,6 +13,12 @@ namespace vesk::test {
 struct Ran {
     int status = 0;  ///< exit status, or 128 + the signal that ended it
     std::string out, err;
+};
+
+/// A process that was started, with the other ends of its standard streams; the caller closes and awaits.
+struct Child {
+    pid_t pid = 0;
+    int in = -1, out = -1, err = -1;
 };
 
 /// A scratch home (data, settings) and a scratch vault.
@@ -24,6 +32,9 @@ public:
     Ran runPlain(const std::vector<std::string>& arguments, const std::string& input = "",
                  const std::vector<std::string>& environment = {},
                  const std::filesystem::path& folder = "/") const;
+    /// Starts `vesk arguments…` without waiting.
+    Child start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
+                const std::filesystem::path& folder = "/") const;
     /// Starts it and kills it after so many microseconds, as a power cut would.
     void runAndKill(const std::vector<std::string>& arguments, const std::string& input,
                     int microseconds) const;
