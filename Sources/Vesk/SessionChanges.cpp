@@ -21,6 +21,10 @@ void leniently(Work work) {
     }
 }
 
+/// With more changes at once the main thread would stand still for long: a full reindex in the background,
+/// which reads only what is new, takes their place.
+constexpr std::size_t bulkChanges = 100;
+
 /// What one batch of changes comes to.
 struct Batch {
     std::vector<std::string> notes;
@@ -35,16 +39,17 @@ bool VaultSession::isNoteLike(std::string_view path) {
 
 void VaultSession::apply(const std::vector<FileChange>& changes) {
     Batch batch;
+    const bool isBulk = changes.size() > bulkChanges;
     const auto appeared = [&](const std::string& path) {
         if (isNoteLike(path)) {
-            reindexNote(path, nullptr);
+            if (!isBulk) reindexNote(path, nullptr);
             batch.notes.push_back(path);
         } else {
             batch.documents.insert(path);
         }
     };
     const auto left = [&](const std::string& path) {
-        leniently([&] { index_->removeNote(path); });
+        if (!isBulk) leniently([&] { index_->removeNote(path); });
         if (!isNoteLike(path)) batch.removedDocuments.insert(path);
     };
     for (const auto& change : changes) {
@@ -80,7 +85,11 @@ void VaultSession::apply(const std::vector<FileChange>& changes) {
         documentChanges.send(batch.removedDocuments);
     }
     indexDocuments(batch.documents);
-    refreshReminders(false);
+    if (isBulk) {
+        rebuildIndex();
+    } else {
+        refreshReminders(false);
+    }
     refreshConflicts();
     notesChanged(batch.notes);
     changed.send();

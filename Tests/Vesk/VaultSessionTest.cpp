@@ -64,6 +64,23 @@ TEST_F(VaultSessionTest, TurnsFileChangesIntoIndexChanges) {
     EXPECT_EQ(session->diskRevisionOf("a.md"), revision);
 }
 
+TEST_F(VaultSessionTest, TakesVeryManyChangesInTheBackground) {
+    vault().write("gone.md", "gone");
+    vault().write("old.md", "moved");
+    open();
+    for (int i = 0; i < 300; ++i) foreign("n" + std::to_string(i) + ".md", "text" + std::to_string(i));
+    std::filesystem::remove(vault() / "gone.md");
+    tell(vault() / "gone.md", FileEventFlag::itemRemoved);
+    foreignMove("old.md", "new.md");
+    pass(1);
+    EXPECT_EQ(indexed("n0.md"), "text0");
+    EXPECT_EQ(indexed("n299.md"), "text299");
+    EXPECT_EQ(indexed("gone.md"), "-");
+    EXPECT_EQ(indexed("new.md"), "moved");
+    EXPECT_EQ(session->departures().destination("old.md"), "new.md");
+    EXPECT_EQ(session->status.get(), "301 notes · " + std::string(displayName(SyncProvider::none)));
+}
+
 TEST_F(VaultSessionTest, RaisesEveryRevisionWhenEventsWereLost) {
     vault().write("a.md", "one");
     open();
