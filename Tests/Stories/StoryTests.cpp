@@ -33,6 +33,7 @@ using Files = std::map<std::string, std::string>;  // path → contents
 
 constexpr int answerTimeout = 30000;  // milliseconds
 constexpr int storiesAtOnce = 12;
+constexpr int stormEdits = 30;
 
 std::string contents(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -195,27 +196,50 @@ private:
         program_.vault.write(path, text);
         require(text);
     }
-    /// Adds to the text that is there, as one that read it: what came between is not overwritten.
-    void deviceEdits() {
-        const auto path = anyNote();
+    /// Adds to the text that is there, as one that read it: what came between is not overwritten. Returns
+    /// what the file then held; empty if it is not there.
+    std::string addOnDevice(const std::string& path, const std::string& added) const {
         const auto file = program_.vault / path;
         const auto temporary = program_.vault / ".device.tmp";
         for (int attempt = 0; attempt < 100; ++attempt) {
             const std::string before = contents(file);
-            if (before.empty()) return;
-            const std::string after = before + word("device") + "\n";
+            if (before.empty()) return {};
+            const std::string after = before + added + "\n";
             std::ofstream(temporary, std::ios::binary) << after;
             if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) != 0)
-                return;
+                return {};
             if (contents(temporary) == before) {
                 fs::remove(temporary);
-                require(after);
-                tell("device edits " + path);
-                return;
+                return after;
             }
             if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) != 0)
-                return;
+                return {};
         }
+        return {};
+    }
+    void deviceEdits() {
+        const auto path = anyNote();
+        require(addOnDevice(path, word("device")));
+        tell("device edits " + path);
+    }
+    /// The device writes again and again while the note is being saved.
+    void saveInAStorm(Session& session) {
+        if (shownPath_.empty()) return;
+        type(session);
+        const auto path = shownPath_;
+        const auto name = word("storm");
+        std::vector<std::string> written;
+        std::thread storm([&] {
+            for (int i = 0; i < stormEdits; ++i)
+                written.push_back(addOnDevice(path, name + "." + std::to_string(i)));
+        });
+        for (int i = 0; i < 3; ++i) {
+            take(session.ask({{"do", "flush"}}));
+            type(session);
+        }
+        storm.join();
+        for (const auto& text : written) require(text);
+        tell("a storm over " + path);
     }
     void deviceMoves() {
         const auto from = anyNote();
@@ -337,6 +361,9 @@ private:
                     break;
                 case 10:
                     take(session.ask({{"do", "flush"}}));
+                    break;
+                case 11:
+                    saveInAStorm(session);
                     break;
                 default:
                     type(session);
