@@ -191,6 +191,19 @@ bool isNumber(char32_t codePoint) {
     return category == U_DECIMAL_DIGIT_NUMBER || category == U_LETTER_NUMBER || category == U_OTHER_NUMBER;
 }
 
+bool isWordCharacter(char32_t codePoint) {
+    constexpr std::uint32_t wordCategories = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK | U_GC_PC_MASK;
+    const auto unit = static_cast<UChar32>(codePoint);
+    return (U_GET_GC_MASK(unit) & wordCategories) != 0 || u_hasBinaryProperty(unit, UCHAR_JOIN_CONTROL) != 0;
+}
+
+bool joinsCharacterBefore(char32_t codePoint) {
+    if (codePoint < 0x300) return false;
+    const int breakClass =
+        u_getIntPropertyValue(static_cast<UChar32>(codePoint), UCHAR_GRAPHEME_CLUSTER_BREAK);
+    return breakClass == U_GCB_EXTEND || breakClass == U_GCB_ZWJ || breakClass == U_GCB_SPACING_MARK;
+}
+
 bool containsLetterOrNumber(std::string_view text) {
     for (std::size_t offset = 0; offset < text.size();) {
         const char32_t codePoint = nextCodePoint(text, offset);
