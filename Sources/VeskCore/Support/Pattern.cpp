@@ -50,6 +50,7 @@ public:
 
     /// Moves to the next match; false at the end and when a limit is reached.
     bool find() { return U_SUCCESS(status_) && matcher_->find(status_) != 0 && U_SUCCESS(status_); }
+    bool reachedALimit() const { return U_FAILURE(status_); }
 
     Pattern::Match match() {
         Pattern::Match found;
@@ -115,6 +116,40 @@ std::optional<Pattern> Pattern::compile(std::string_view expression, Case caseMo
     return Pattern(std::shared_ptr<const Compiled>(std::move(compiled)));
 }
 
+std::optional<std::string> Pattern::fault(std::string_view expression) {
+    UParseError where;
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::RegexPattern> compiled(
+        icu::RegexPattern::compile(unicodeString(expression), 0, where, status));
+    if (U_SUCCESS(status)) return std::nullopt;
+    const auto words = [&]() -> std::string {
+        switch (static_cast<int>(status)) {
+            case U_REGEX_MISMATCHED_PAREN:
+                return "a parenthesis has no partner";
+            case U_REGEX_MISSING_CLOSE_BRACKET:
+                return "a “[” isn't closed";
+            case U_REGEX_BAD_ESCAPE_SEQUENCE:
+                return "a “\\” stands before something it has no meaning with";
+            case U_REGEX_RULE_SYNTAX:
+                return "a sign stands where it has no meaning";
+            case U_REGEX_BAD_INTERVAL:
+                return "there is no count between “{” and “}”";
+            case U_REGEX_MAX_LT_MIN:
+            case U_REGEX_INVALID_RANGE:
+                return "a range runs backwards";
+            case U_REGEX_INVALID_BACK_REF:
+                return "it refers to a group that isn't there";
+            case U_REGEX_LOOK_BEHIND_LIMIT:
+                return "what it looks back for may be of any length";
+            case U_REGEX_PROPERTY_SYNTAX:
+                return "a property's name isn't known";
+            default:
+                return "it is no regular expression";
+        }
+    }();
+    return where.offset > 0 ? words + " (character " + std::to_string(where.offset) + ")" : words;
+}
+
 Pattern::~Pattern() = default;
 Pattern::Pattern(const Pattern&) = default;
 Pattern::Pattern(Pattern&&) noexcept = default;
@@ -140,6 +175,27 @@ std::size_t Pattern::matchCount(std::u16string_view text) const {
     Run run(*compiled_->pattern, text);
     while (run.find()) ++count;
     return count;
+}
+
+Pattern::Found Pattern::allMatches(std::u16string_view text, std::optional<TextRange> range) const {
+    Found found;
+    Run run(*compiled_->pattern, text, range);
+    while (run.find()) found.matches.push_back(run.match());
+    found.complete = !run.reachedALimit();
+    return found;
+}
+
+std::size_t Pattern::groupCount() const {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(status));
+    return matcher && U_SUCCESS(status) ? static_cast<std::size_t>(matcher->groupCount()) : 0;
+}
+
+std::optional<std::size_t> Pattern::groupNamed(std::string_view name) const {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::int32_t number = compiled_->pattern->groupNumberFromName(unicodeString(name), status);
+    if (U_FAILURE(status) || number <= 0) return std::nullopt;
+    return static_cast<std::size_t>(number);
 }
 
 bool Pattern::occursIn(std::string_view text) const {

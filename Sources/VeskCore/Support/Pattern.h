@@ -23,6 +23,8 @@ public:
     /// None if the expression does not compile.
     static std::optional<Pattern> compile(std::string_view expression, Case caseMode = Case::sensitive,
                                           bool multiline = false);
+    /// Why an expression that a user typed does not compile, as a part of a sentence; none if it does.
+    static std::optional<std::string> fault(std::string_view expression);
     ~Pattern();
     Pattern(const Pattern&);
     Pattern(Pattern&&) noexcept;
@@ -40,6 +42,15 @@ public:
     std::vector<Match> matches(std::u16string_view text, std::optional<TextRange> range = {}) const;
     std::optional<Match> firstMatch(std::u16string_view text, std::optional<TextRange> range = {}) const;
     std::size_t matchCount(std::u16string_view text) const;
+    struct Found {
+        std::vector<Match> matches;
+        bool complete = true;  ///< false when the time limit ended the list
+    };
+    Found allMatches(std::u16string_view text, std::optional<TextRange> range = {}) const;
+
+    std::size_t groupCount() const;
+    /// The number of a named group.
+    std::optional<std::size_t> groupNamed(std::string_view name) const;
 
     // The same on UTF-8, for callers that only ask whether, or for the text of a group.
     bool occursIn(std::string_view text) const;

@@ -283,8 +283,9 @@ CaselessHaystack::CaselessHaystack(std::u16string_view text) : length_(text.size
     });
 }
 
-std::optional<TextRange> CaselessHaystack::find(std::u16string_view needle, std::size_t from) const {
-    if (needle.empty() || from >= length_) return std::nullopt;
+template <typename Accepts>
+void CaselessHaystack::search(std::u16string_view needle, std::size_t from, Accepts accepts) const {
+    if (needle.empty() || from >= length_) return;
     std::u16string wanted;
     wanted.reserve(needle.size());
     foldEach(needle, [&](std::size_t, std::u16string_view units) { wanted += units; });
@@ -302,11 +303,39 @@ std::optional<TextRange> CaselessHaystack::find(std::u16string_view needle, std:
         start = static_cast<std::size_t>(std::lower_bound(origins_.begin(), origins_.end(), from) -
                                          origins_.begin());
     }
-    const std::size_t found = Searcher(wanted).find(
-        folded_, start, [&](std::size_t at) { return isEdge(at) && isEdge(at + wanted.size()); });
-    if (found == std::u16string_view::npos) return std::nullopt;
-    const std::size_t location = originOf(found);
-    return TextRange{location, originOf(found + wanted.size()) - location};
+    Searcher(wanted).find(folded_, start, [&](std::size_t at) {
+        if (!isEdge(at) || !isEdge(at + wanted.size())) return false;
+        const std::size_t location = originOf(at);
+        return accepts(TextRange{location, originOf(at + wanted.size()) - location});
+    });
+}
+
+std::optional<TextRange> CaselessHaystack::find(std::u16string_view needle, std::size_t from) const {
+    std::optional<TextRange> found;
+    search(needle, from, [&](TextRange range) {
+        found = range;
+        return true;
+    });
+    return found;
+}
+
+std::vector<TextRange> CaselessHaystack::all(std::u16string_view needle) const {
+    std::vector<TextRange> found;
+    search(needle, 0, [&](TextRange range) {
+        found.push_back(range);
+        return false;
+    });
+    return found;
+}
+
+std::vector<TextRange> occurrences(std::u16string_view text, std::u16string_view needle) {
+    std::vector<TextRange> found;
+    if (needle.empty()) return found;
+    Searcher(needle).find(text, 0, [&](std::size_t at) {
+        found.push_back({at, needle.size()});
+        return false;
+    });
+    return found;
 }
 
 bool containsIgnoringCase(std::string_view text, std::string_view needle) {

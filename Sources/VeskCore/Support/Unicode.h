@@ -38,6 +38,10 @@ bool canonicallyEqual(std::string_view left, std::string_view right);
 /// Equal without regard to case, under canonical equivalence.
 bool equalsIgnoringCase(std::string_view left, std::string_view right);
 
+/// All places where `needle` stands, overlapping ones too, in order and in linear time. None for an empty
+/// one.
+std::vector<TextRange> occurrences(std::u16string_view text, std::u16string_view needle);
+
 /// A text prepared for repeated caseless searches. Matches are found on the case-folded form and mapped back
 /// to UTF-16 offsets of the text, never splitting a code point.
 class CaselessHaystack {
@@ -45,8 +49,14 @@ public:
     explicit CaselessHaystack(std::u16string_view text);
     /// The first occurrence at or after `from`, in UTF-16 units of the text; none for an empty needle.
     std::optional<TextRange> find(std::u16string_view needle, std::size_t from = 0) const;
+    /// All of them, overlapping ones too, in order and in linear time.
+    std::vector<TextRange> all(std::u16string_view needle) const;
 
 private:
+    /// Calls `accepts(range)` for each occurrence from a folded offset on, until it is true.
+    template <typename Accepts>
+    void search(std::u16string_view needle, std::size_t from, Accepts accepts) const;
+
     std::u16string folded_;
     std::vector<std::uint32_t> origins_;  // folded offset → offset in the text; empty when they are the same
     std::size_t length_ = 0;
