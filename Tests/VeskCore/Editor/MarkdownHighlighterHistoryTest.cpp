@@ -115,6 +115,8 @@ private:
     std::u16string document() {
         std::u16string result;
         if (pick(2)) result = u"---\n";
+        if (pick(4) == 0) result += u"---\n";
+        if (pick(2)) result += u"\n# AB\n";
         for (std::size_t i = pick(40); i > 0; --i) result += piece();
         return result;
     }
@@ -158,7 +160,7 @@ private:
 
 TEST(MarkdownHighlighterHistory, StylesEditsAsItStylesTheWhole) {
     const char* asked = std::getenv("VESK_HIGHLIGHTER_EDITS");
-    const auto edits = static_cast<std::size_t>(parseInteger(asked ? asked : "30000").value_or(0));
+    const auto edits = static_cast<std::size_t>(parseInteger(asked ? asked : "20000").value_or(0));
     constexpr std::size_t each = 500;
     for (std::uint64_t seed = 1; seed <= (edits + each - 1) / each; ++seed) {
         if (!History(seed).run(each)) return;

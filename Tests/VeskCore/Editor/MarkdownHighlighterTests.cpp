@@ -290,6 +290,11 @@ TEST(MarkdownHighlighter, LeavesALongLineAsItIs) {
     EXPECT_EQ(note.all(), "[```12345" + std::string(4992, 'x') + "\\n] [*]hidden [a]italic [*]hidden [\\n]");
     note.storage.edit({3, 1}, u"");
     EXPECT_EQ(note.all(), "[```2345" + std::string(4992, 'x') + "\\n]mono faint [*a*\\n]mono");
+
+    Note ended(u"*a*" + std::u16string(4996, u'x') + u"\r\n");  // one unit too many
+    EXPECT_EQ(ended.storage.runs().size(), 1U);
+    ended.storage.edit({5000, 0}, u"x");
+    EXPECT_EQ(ended.all().substr(0, 24), "[*]hidden [a]italic [*]h") << "the CR ends the line alone";
 }
 
 }  // namespace
