@@ -93,6 +93,7 @@ std::vector<std::string> abandonedFiles(const Vault& vault, const Clock& clock, 
 }  // namespace
 
 void VaultSession::recoverHeldText() {
+    heldText_.takeUpUnfinished(abandonedAfter);
     for (const auto& leftover : heldText_.leftovers(false)) {
         try {
             recover(leftover);

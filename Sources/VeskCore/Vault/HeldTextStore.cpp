@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t digestDigits = 32;
 constexpr std::string_view fileExtension = ".json";
+constexpr std::string_view temporaryPrefix = ".vesk-tmp-";
 /// Thousands of years from now: what a date in a damaged file counts as at most.
 constexpr double latestSavedAt = 1e11;
 
@@ -144,6 +145,17 @@ HeldTextStore::HeldTextStore(FilePath directory, Clock& clock)
     registry.stores.push_back(kept_);
 }
 
+/// A store that holds nothing any more has nothing to be let go of when the application ends.
+HeldTextStore::~HeldTextStore() {
+    {
+        const std::lock_guard lock(kept_->writtenLock);
+        if (!kept_->written.empty()) return;
+    }
+    Registry& registry = Registry::shared();
+    const std::lock_guard lock(registry.registryLock);
+    std::erase(registry.stores, kept_);
+}
+
 const FilePath& HeldTextStore::directory() const {
     return kept_->directory;
 }
@@ -235,6 +247,22 @@ void HeldTextStore::remove(const FilePath& file) {
                       [&](const auto& record) { return record.first.filename() == file.filename(); });
     }
     removeQuietly(file);
+}
+
+void HeldTextStore::takeUpUnfinished(Seconds age) {
+    try {
+        for (const std::string& name : files().list(kept_->directory)) {
+            const FilePath file = kept_->directory / name;
+            const auto info = name.starts_with(temporaryPrefix) ? files().linkInfo(file) : std::nullopt;
+            if (!info || clock_.now() - info->modified <= age) continue;
+            if (decoded(files().read(file))) {
+                files().move(file, kept_->directory / (digest(name) + std::string(fileExtension)));
+            } else {
+                files().remove(file);
+            }
+        }
+    } catch (const Error&) {  // the next start tries again
+    }
 }
 
 void HeldTextStore::discardEverythingKept() {

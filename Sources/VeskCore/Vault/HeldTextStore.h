@@ -70,6 +70,7 @@ public:
     static FilePath directoryFor(const FilePath& vaultRoot);
     /// Touches no disk.
     HeldTextStore(FilePath directory, Clock& clock);
+    ~HeldTextStore();
     HeldTextStore(const HeldTextStore&) = delete;
     HeldTextStore& operator=(const HeldTextStore&) = delete;
 
@@ -84,6 +85,9 @@ public:
     /// Oldest first. Without `includingThisRun` only what earlier runs left.
     std::vector<Leftover> leftovers(bool includingThisRun) const;
     void remove(const FilePath& file);
+    /// What a crash left half-way in the folder for longer than `age`: a whole text becomes a leftover,
+    /// anything less goes.
+    void takeUpUnfinished(Seconds age);
     void discardEverythingKept();
     /// discardEverythingKept() on every store that this process has made, those of closed vaults included.
     static void discardEverythingKeptThisRun();
