@@ -278,6 +278,20 @@ void placeWhereNothingIs(const FilePath& target, std::string_view text) {
     }
 }
 
+/// A move that fails last, on its way to stable storage, stands all the same: the file is whole under one
+/// name or the other, and those who asked have to know it by the new one.
+void moveItem(const FilePath& from, const FilePath& to) {
+    const auto item = files().linkInfo(from);
+    try {
+        files().move(from, to);
+    } catch (const SystemError&) {
+        const auto arrived = files().linkInfo(to);
+        if (!item || !arrived || arrived->fileID != item->fileID || arrived->device != item->device ||
+            files().linkInfo(from))
+            throw;
+    }
+}
+
 template <class Body>
 void coordinatedWrite(const FilePath& path, bool coordinated, Body body) {
     AtomicWrite::refuseDocument(path);
@@ -511,9 +525,9 @@ void move(const FilePath& from, const FilePath& to) {
 
 void move(const FilePath& from, const FilePath& to, bool coordinated) {
     if (coordinated) {
-        coordination().move(from, to, [&] { files().move(from, to); });
+        coordination().move(from, to, [&] { moveItem(from, to); });
     } else {
-        files().move(from, to);
+        moveItem(from, to);
     }
 }
 
