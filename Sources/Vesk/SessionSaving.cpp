@@ -19,39 +19,51 @@ bool stillDownloading(const VaultWriteError& error) {
     return error.kind == VaultWriteError::Kind::notCurrent;
 }
 
-/// True if the file no longer holds what was written, as far as that can be told.
-bool differsFromWritten(const FilePath& file, const std::string& wrote) {
-    if (needsDownload(UbiquityStatus::of(file))) return true;
+}  // namespace
+
+/// What became of a file that this session wrote, or tried to write, once its events are told again.
+enum class VaultSession::Echo { alone, changed, gone };
+
+/// As far as that can be told. A write that failed has written nothing that is known.
+VaultSession::Echo VaultSession::echoOf(const Vault& vault, const FilePath& file,
+                                        const std::optional<std::string>& wrote) {
     try {
+        if (!vault.isNameTaken(file)) return Echo::gone;
+        if (!wrote || needsDownload(UbiquityStatus::of(file))) return Echo::changed;
         const auto text = CoordinatedIO::read(file);
-        return text && *text != LineEndings::normalized(wrote);
+        return text && *text != LineEndings::normalized(*wrote) ? Echo::changed : Echo::alone;
     } catch (const Error&) {
-        return false;
+        return Echo::alone;
     }
 }
-
-}  // namespace
 
 void VaultSession::write(const std::string& text, const FilePath& path, const ForeignEdit::Disk* expected) {
     using Disk = ForeignEdit::Disk;
     watcher_->ignore(path);
-    if (expected) {
-        match(
-            *expected, [&](const Disk::Text& found) { CoordinatedIO::replaceText(path, text, found.text); },
-            [&](Disk::Plain found) {
-                switch (found) {
-                    case Disk::Plain::unreadable:
-                        CoordinatedIO::writeText(path, text);
-                        return;
-                    case Disk::Plain::gone:
-                        CoordinatedIO::replaceText(path, text, std::nullopt);
-                        return;
-                }
-            });
-    } else {
-        CoordinatedIO::writeText(path, text);
-    }
     const auto relativePath = vault_.relativePath(path);
+    try {
+        if (expected) {
+            match(
+                *expected,
+                [&](const Disk::Text& found) { CoordinatedIO::replaceText(path, text, found.text); },
+                [&](Disk::Plain found) {
+                    switch (found) {
+                        case Disk::Plain::unreadable:
+                            CoordinatedIO::writeText(path, text);
+                            return;
+                        case Disk::Plain::gone:
+                            CoordinatedIO::replaceText(path, text, std::nullopt);
+                            return;
+                    }
+                });
+        } else {
+            CoordinatedIO::writeText(path, text);
+        }
+    } catch (...) {
+        // The watcher is deaf to the path all the same, whatever others do to it meanwhile.
+        if (relativePath) recheckAfterEchoWindow(*relativePath, std::nullopt);
+        throw;
+    }
     if (!relativePath) return;
     reindexOne(*relativePath, &text);
     notesChanged({*relativePath});
@@ -59,7 +71,7 @@ void VaultSession::write(const std::string& text, const FilePath& path, const Fo
     if (isNoteLike(*relativePath) && onNoteWritten) onNoteWritten(*relativePath);
 }
 
-void VaultSession::recheckAfterEchoWindow(const std::string& path, const std::string& wrote) {
+void VaultSession::recheckAfterEchoWindow(const std::string& path, const std::optional<std::string>& wrote) {
     if (tasks_->stopped) return;
     auto& check = tasks_->echoWindowChecks[path];
     check.cancel();
@@ -71,21 +83,29 @@ void VaultSession::recheckAfterEchoWindow(const std::string& path, const std::st
             auto& due = session->tasks_->echoWindowChecks[path];
             due.job = session->services_.background.run(
                 Priority::utility, [&mainQueue = session->services_.mainQueue, weak, path, wrote, number,
-                                    file = session->vault_.absolutePath(path)](const std::stop_token& stop) {
+                                    vault = session->vault_](const std::stop_token& stop) {
                     if (stop.stop_requested()) return;
-                    const bool differs = differsFromWritten(file, wrote);
-                    postTo(mainQueue, weak, [path, number, differs](VaultSession& back) {
-                        back.recheckEnded(path, number, differs);
+                    const auto echo = echoOf(vault, vault.absolutePath(path), wrote);
+                    postTo(mainQueue, weak, [path, number, echo](VaultSession& back) {
+                        back.recheckEnded(path, number, echo);
                     });
                 });
         });
 }
 
-void VaultSession::recheckEnded(const std::string& path, std::uint64_t number, bool differs) {
+void VaultSession::recheckEnded(const std::string& path, std::uint64_t number, Echo echo) {
     const auto check = tasks_->echoWindowChecks.find(path);
     if (check == tasks_->echoWindowChecks.end() || check->second.number != number) return;
     tasks_->echoWindowChecks.erase(check);
-    if (differs) announce(path);
+    switch (echo) {
+        case Echo::alone:
+            return;
+        case Echo::changed:
+            return announce(path);
+        case Echo::gone:
+            // Nobody told: the watcher took its going for the echo of the write.
+            return apply({{vault_.absolutePath(path), path, {FileChange::Kind::Plain::deleted}}});
+    }
 }
 
 ForeignEdit::Outcome VaultSession::saveEditorText(const std::string& text, const std::string& path,

@@ -184,8 +184,10 @@ private:
                                         const std::optional<std::string>& baseline,
                                         bool waitingForNewerVersion);
     void noteOutcome(const ForeignEdit::Outcome& outcome, const std::string& path);
-    void recheckAfterEchoWindow(const std::string& path, const std::string& wrote);
-    void recheckEnded(const std::string& path, std::uint64_t number, bool differs);
+    enum class Echo;
+    static Echo echoOf(const Vault& vault, const FilePath& file, const std::optional<std::string>& wrote);
+    void recheckAfterEchoWindow(const std::string& path, const std::optional<std::string>& wrote);
+    void recheckEnded(const std::string& path, std::uint64_t number, Echo echo);
     void versionRound(const std::string& path);
     void versionLooked(const std::string& path, std::uint64_t number, bool here);
 
