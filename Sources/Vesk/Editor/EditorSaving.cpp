@@ -38,10 +38,10 @@ std::string nameOf(std::string_view path) {
 }  // namespace
 
 void EditorSurface::write(const std::string& text, const std::string& path, bool waitingForNewerVersion) {
-    std::optional<std::string> baseline;
-    if (const auto known = ledger_.baselines.find(path); known != ledger_.baselines.end())
-        baseline = known->second;
+    const auto baseline = baselineOf(path);
     std::string place = path;
+    const bool isShown = loadedPath_ == path;
+    bool arrivesAtShown = false;
     std::optional<SaveNotice> trouble;
     try {
         const auto outcome = session_->saveEditorText(text, path, baseline, waitingForNewerVersion);
@@ -51,6 +51,7 @@ void EditorSurface::write(const std::string& text, const std::string& path, bool
         record(outcome, text, path);
         show(std::nullopt, path);
         place = placeAfter(outcome, path);
+        arrivesAtShown = !isShown && place != path;
         if (loadedPath_ == path && olderCopyPath.get() == path) olderCopyPath.set(std::nullopt);
         saved.send(path, text, outcome);
     } catch (const ForeignEdit::CopyKeptButSaveFailed& error) {
@@ -60,12 +61,29 @@ void EditorSurface::write(const std::string& text, const std::string& path, bool
         trouble = SaveNotice{path, SaveNotice::Waiting{error.description()}};
     } catch (const std::exception&) {
         trouble = SaveNotice{path, SaveNotice::Failed{describe(std::current_exception())}};
+        // What failed last may have been only the way to stable storage: what stands in the file then is no
+        // other device's text.
+        if (holdsNow(text, path)) ledger_.baselines.insert_or_assign(path, text);
     }
     if (trouble) {
         hold(text, path);
         show(std::move(trouble), std::nullopt);
     }
-    if (loadedPath_ == place) ledger_.seenRevision = session_->diskRevisionOf(place);
+    // Another note's text that came to the place of the shown one is news to it.
+    if (loadedPath_ == place && !arrivesAtShown) ledger_.seenRevision = session_->diskRevisionOf(place);
+}
+
+std::optional<std::string> EditorSurface::baselineOf(const std::string& path) const {
+    const auto known = ledger_.baselines.find(path);
+    return known == ledger_.baselines.end() ? std::nullopt : std::optional(known->second);
+}
+
+bool EditorSurface::holdsNow(const std::string& text, const std::string& path) const {
+    try {
+        return CoordinatedIO::readForSave(session_->vault().absolutePath(path)) == text;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 /// Text for a note in the trash stays with the note: what the trashed file doesn't hold goes beside it.
@@ -89,12 +107,21 @@ void EditorSurface::record(const Outcome& outcome, const std::string& text, cons
         },
         [&](const Outcome::FollowedMove& followed) {
             // The shown text is at its new place before the inner outcome may replace it.
+            const bool isOpenThere = loadedPath_ == followed.to || ledger_.unsaved.contains(followed.to);
+            const auto openThere = baselineOf(followed.to);
             followShown(path, followed.to);
-            if (const auto own = ledger_.baselines.find(path); own != ledger_.baselines.end())
-                baseline(followed.to, std::string(own->second));
+            if (const auto own = baselineOf(path)) baseline(followed.to, *own);
             record(*followed.inner, text, followed.to);
-            if (const auto there = ledger_.baselines.find(followed.to); there != ledger_.baselines.end())
-                baseline(path, std::string(there->second));
+            if (const auto there = baselineOf(followed.to)) baseline(path, *there);
+            // A note that is edited at the new path too was read before this text came: its own save has to
+            // meet this text as another's.
+            if (isOpenThere) {
+                if (openThere) {
+                    baseline(followed.to, *openThere);
+                } else {
+                    ledger_.baselines.erase(followed.to);
+                }
+            }
             const auto& inner = followed.inner->value;
             if (std::holds_alternative<Outcome::KeptBoth>(inner) ||
                 std::holds_alternative<Outcome::KeptAsCopy>(inner))
@@ -146,10 +173,7 @@ void EditorSurface::dismissNotice() {
 
 void EditorSurface::hold(const std::string& text, const std::string& path) {
     ledger_.unsaved.insert_or_assign(path, text);
-    std::optional<std::string> baseline;
-    if (const auto known = ledger_.baselines.find(path); known != ledger_.baselines.end())
-        baseline = known->second;
-    session_->heldText().keep(text, path, ledger_.id, baseline);
+    session_->heldText().keep(text, path, ledger_.id, baselineOf(path));
     // While it holds text the handle keeps the surface, which is all that can save it.
     auto self = weak_from_this().lock();
     if (!self) return;

@@ -147,6 +147,8 @@ private:
     void replaceText(const std::string& text);
     void leave();
     void write(const std::string& text, const std::string& path, bool waitingForNewerVersion);
+    std::optional<std::string> baselineOf(const std::string& path) const;
+    bool holdsNow(const std::string& text, const std::string& path) const;
     void keepUnlessTrashed(const ForeignEdit::Outcome& outcome, const std::string& text,
                            const std::string& path);
     void record(const ForeignEdit::Outcome& outcome, const std::string& text, const std::string& path);
