@@ -1,0 +1,99 @@
+// Random histories of a vault: whatever happens, no typed text is lost and none that others brought.
+//
+// The ordinary run plays a few thousand short histories. VESK_SIMULATION_STEPS=10000000 plays on until so
+// many steps are done, from VESK_SIMULATION_SEED on, and prints how far it has come.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "Simulation/Story.h"
+#include "Support/Scratch.h"
+
+namespace vesk::simulation {
+namespace {
+
+constexpr int ordinaryStories = 1200, actionsEach = 60;
+
+std::uint64_t setting(const char* name, std::uint64_t usual) {
+    const char* given = std::getenv(name);
+    return given && *given ? std::strtoull(given, nullptr, 10) : usual;
+}
+
+TEST(Simulation, LosesNoTextInAnyHistory) {
+    const test::ScratchFolder folder;
+    const std::uint64_t steps = setting("VESK_SIMULATION_STEPS", ordinaryStories * actionsEach);
+    const int mostFaults = static_cast<int>(setting("VESK_SIMULATION_FAULTS", 1));
+    std::uint64_t done = 0, calls = 0;
+    int faults = 0;
+    for (std::uint64_t seed = setting("VESK_SIMULATION_SEED", 1); done < steps && faults < mostFaults;
+         ++seed) {
+        const auto story = storyOf(seed, actionsEach);
+        const auto run = play(story, folder.path().native());
+        done += story.actions.size();
+        calls += run.calls;
+        if (!run.fault) continue;
+        ++faults;
+        const auto shorter = shrunk(story, [&](const Story& candidate) {
+            return play(candidate, folder.path().native()).fault.has_value();
+        });
+        const auto last = play(shorter, folder.path().native(), true);
+        ADD_FAILURE() << "seed " << seed << ": " << *run.fault << "\n"
+                      << rowOf(shorter) << "\n"
+                      << last.fault.value_or("(not in the shorter story)");
+    }
+    std::printf("%llu steps, %llu file-system calls\n", static_cast<unsigned long long>(done),
+                static_cast<unsigned long long>(calls));
+}
+
+struct Row {
+    const char* name;
+    Story story;
+};
+
+// Each of these once broke the promise.
+TEST(Simulation, KeepsThePromiseWhereItWasOnceBroken) {
+    const Row rows[] = {
+        {"a crash while text is put into the held-text store leaves half a file there",
+         {{.devices = 1},
+          {{Do::fillVault, 1},
+           {Do::type},
+           {Do::crashSoon},
+           {Do::rename},
+           {Do::type, 1},
+           {Do::wait, 8},
+           {Do::crashSoon, 2, 1},
+           {Do::rename, 1, 2}}}},
+        {"text held for a note that was moved is saved at its new place, where the note is open with other "
+         "text",
+         {{.devices = 1},
+          {{Do::move, 0, 1},
+           {Do::type},
+           {Do::fillVault, 1},
+           {Do::localMove, 0, 2},
+           {Do::wait, 1},
+           {Do::select},
+           {Do::type},
+           {Do::select, 1},
+           {Do::type},
+           {Do::wait, 3}}}},
+        {"a save fails only on its way to stable storage, and the next one meets its text as another's",
+         {{.devices = 1}, {{Do::failSoon, 3, 1}, {Do::type}, {Do::wait, 8}, {Do::type}}}},
+        {"a rename fails only on its way to stable storage, and the note is looked for at its old name",
+         {{.devices = 1}, {{Do::trash}, {Do::type}, {Do::failSoon, 5, 1}, {Do::rename}, {Do::type}}}},
+        {"a note is moved by another program right after its save, and the index keeps its old path",
+         {{.devices = 1, .hasIndex = true}, {{Do::type}, {Do::wait, 8}, {Do::localMove, 0, 2}}}},
+        {"a conflict copy stands though its write failed late, and the index never hears of it",
+         {{.devices = 1, .hasIndex = true},
+          {{Do::type, 2}, {Do::failSoon, 8, 1}, {Do::intrude, 5}, {Do::wait, 8}}}},
+    };
+    const test::ScratchFolder folder;
+    for (const auto& row : rows) {
+        const auto run = play(row.story, folder.path().native());
+        EXPECT_FALSE(run.fault) << row.name << ": " << *run.fault;
+    }
+}
+
+}  // namespace
+}  // namespace vesk::simulation
