@@ -34,6 +34,14 @@ std::optional<Note> noteAt(const Vault& vault, std::string_view path) {
 
 }  // namespace
 
+void requireNote(const std::string& path) {
+    AtomicWrite::refuseDocument(FilePath(path));
+    if (Vault::indexedKind(path) != IndexedKind::note) {
+        throw CommandError(fmt::format(
+            "“{}” isn't a note: a note's name ends in .md, .markdown, .mdown or .txt.", printable(path)));
+    }
+}
+
 Vault CommandContext::namedVault() const {
     if (!vaultOption.empty()) return Vault(absolute(vaultOption));
     if (const char* variable = std::getenv("VESK_VAULT"); variable && *variable)

@@ -37,6 +37,9 @@ private:
     std::string words_;
 };
 
+/// Throws for a path that names no note: CommandError, or VaultWriteError for a saved page or stylesheet.
+void requireNote(const std::string& path);
+
 /// Borrowed from main, which fills it in before a command runs.
 struct CommandContext {
     Clock& clock;

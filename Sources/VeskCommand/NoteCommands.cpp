@@ -65,14 +65,6 @@ std::string textOf(const Vault& vault, const std::string& path) {
     return *text;
 }
 
-void requireNote(const std::string& path) {
-    AtomicWrite::refuseDocument(FilePath(path));
-    if (Vault::indexedKind(path) != IndexedKind::note) {
-        throw CommandError(fmt::format(
-            "“{}” isn't a note: a note's name ends in .md, .markdown, .mdown or .txt.", printable(path)));
-    }
-}
-
 /// Text that came through a pipe, as a note holds it.
 std::string noteText() {
     return LineEndings::normalized(decodedText(readStandardInput()));

@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
     command::addSessionCommands(program, context);
     command::addSaveCommands(program, context);
     command::addSafetyCommands(program, context);
+    command::addFormatCommand(program, context);
     command::addKeyCommands(program, context);
     command::addGenerateCommand(program);
 

@@ -151,9 +151,14 @@ std::optional<TextEdit> TextDraft::finish() const {
     const std::size_t prefix = commonPrefix(before, now_);
     const std::u16string_view after(now_);
     const std::size_t suffix = commonSuffix(before.substr(prefix), after.substr(prefix));
+    // What is left of a line may join the ends around it to one.
+    const auto splits = [&](std::size_t offset) { return offset > 0 && text({offset - 1, 2}) == u"\r\n"; };
+    std::size_t start = selection_.location, end = selection_.end();
+    if (splits(start)) --start;
+    if (splits(end)) end = selection_.empty() ? start : end + 1;
     return TextEdit{{changed_.location + prefix, changed_.length - prefix - suffix},
                     std::u16string(after.substr(prefix, after.size() - prefix - suffix)),
-                    selection_};
+                    {start, end - start}};
 }
 
 TextRange TextDraft::snapped(std::u16string_view text, TextRange selection) {
