@@ -2,6 +2,7 @@
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
+#include "VeskCommand/Inspection.h"
 #include "VeskCommand/JsonForm.h"
 #include "VeskCore/Index/Chunker.h"
 #include "VeskCore/Markdown/MarkdownScanner.h"
@@ -10,11 +11,8 @@
 #include "VeskCore/Vault/AtomicWrite.h"
 
 namespace vesk::command {
-namespace {
 
-/// A file's bytes: by its path from the current folder, else by its path in the vault if there is one. "-" is
-/// standard input.
-std::string bytesOf(const CommandContext& context, const std::string& typed) {
+std::string inspectedBytes(const CommandContext& context, const std::string& typed) {
     if (typed == "-") return readStandardInput();
     auto& files = *FilePlatform::current().files;
     std::error_code ignored;
@@ -30,19 +28,22 @@ std::string bytesOf(const CommandContext& context, const std::string& typed) {
     return files.read(here);
 }
 
-FrontmatterDoc docOf(const CommandContext& context, const std::string& typed) {
-    return FrontmatterDoc(LineEndings::normalized(decodedText(bytesOf(context, typed))));
-}
-
-void addInspection(CLI::App* inspect, CommandContext& context, const std::string& name,
-                   const std::string& description, const std::string& example,
-                   const std::function<Json(const std::string& file)>& answer) {
-    auto* command = addCommand(*inspect, name, description, example);
+CLI::App* addInspection(CLI::App& inspect, CommandContext& context, const std::string& name,
+                        const std::string& description, const std::string& example,
+                        const std::function<Json(const std::string& file)>& answer) {
+    auto* command = addCommand(inspect, name, description, example);
     auto file = std::make_shared<std::string>();
     command->add_option("FILE", *file, "A file, with or without a vault; - for standard input")->required();
     auto json = std::make_shared<bool>(false);
     command->add_flag("--json", *json, "What inspections print anyway");
     command->callback([&context, answer, file] { context.answer(answer(*file)); });
+    return command;
+}
+
+namespace {
+
+FrontmatterDoc docOf(const CommandContext& context, const std::string& typed) {
+    return FrontmatterDoc(LineEndings::normalized(decodedText(inspectedBytes(context, typed))));
 }
 
 }  // namespace
@@ -51,25 +52,26 @@ void addInspectCommands(CLI::App& program, CommandContext& context) {
     auto* inspect = addCommand(program, "inspect", "What the readers see in one file, as JSON",
                                "  vesk inspect scan Note.md");
     inspect->require_subcommand(1);
-    addInspection(inspect, context, "scan", "Links, tags, headings, tasks and words of a note's body",
+    addInspection(*inspect, context, "scan", "Links, tags, headings, tasks and words of a note's body",
                   "  vesk inspect scan Note.md", [&context](const std::string& file) {
                       return toJson(MarkdownScanner::scan(docOf(context, file).body(), true));
                   });
-    addInspection(inspect, context, "frontmatter", "The slots of a note's properties and its body",
+    addInspection(*inspect, context, "frontmatter", "The slots of a note's properties and its body",
                   "  vesk inspect frontmatter Note.md",
                   [&context](const std::string& file) { return toJson(docOf(context, file)); });
     addInspection(
-        inspect, context, "chunks", "The passages that a note is cut into", "  vesk inspect chunks Note.md",
+        *inspect, context, "chunks", "The passages that a note is cut into", "  vesk inspect chunks Note.md",
         [&context](const std::string& file) { return toJson(Chunker::chunks(docOf(context, file).body())); });
-    addInspection(inspect, context, "html", "The text that the index takes from a saved page",
+    addInspection(*inspect, context, "html", "The text that the index takes from a saved page",
                   "  vesk inspect html Page.html", [&context](const std::string& file) {
-                      return toJson(HTMLText::extract(HTMLText::decode(bytesOf(context, file)), true));
+                      return toJson(HTMLText::extract(HTMLText::decode(inspectedBytes(context, file)), true));
                   });
-    addInspection(
-        inspect, context, "css", "The text that the index takes from a stylesheet",
-        "  vesk inspect css style.css", [&context](const std::string& file) {
-            return Json::object({{"text", CSSText::indexable(HTMLText::decode(bytesOf(context, file)))}});
-        });
+    addInspection(*inspect, context, "css", "The text that the index takes from a stylesheet",
+                  "  vesk inspect css style.css", [&context](const std::string& file) {
+                      return Json::object(
+                          {{"text", CSSText::indexable(HTMLText::decode(inspectedBytes(context, file)))}});
+                  });
+    addEditorInspections(*inspect, context);
 }
 
 }  // namespace vesk::command

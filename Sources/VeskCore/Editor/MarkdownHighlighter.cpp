@@ -261,6 +261,7 @@ void MarkdownHighlighter::didProcessEditing(AttributedText& storage, TextRange e
 
     const TextRange range = restyleRange(lines, edit.oldLength, text);
     if (lastTitle_) lastTitle_ = edit.moved(*lastTitle_);
+    const auto formerTitle = lastTitle_;
     highlight(storage, range, false);
     const auto restyle = [&](std::optional<TextRange> stale) {
         if (!stale) return;
@@ -268,8 +269,8 @@ void MarkdownHighlighter::didProcessEditing(AttributedText& storage, TextRange e
         if (!standing.empty() && !covers(range, standing)) highlight(storage, standing, false);
     };
     if (formerlyRevealed) restyle(edit.moved(*formerlyRevealed));
-    if (const auto title = duplicateTitleRange(text); title != lastTitle_) {
-        restyle(lastTitle_);
+    if (const auto title = duplicateTitleRange(text); title != formerTitle) {
+        restyle(formerTitle);
         restyle(title);
     }
 }

@@ -282,6 +282,17 @@ TEST(MarkdownHighlighter, HidesAFirstHeadingThatRepeatsTheTitle) {
         << "level 2 is no title";
 }
 
+TEST(MarkdownHighlighter, ShowsTheFormerTitleWhenTheFrontmatterBreaks) {
+    Note note(u"---\n# t\n---\n# t\n");
+    note.highlighter.titleHeading = "t";
+    note.restyle();
+    EXPECT_EQ(note.all(), "[---\\n# t\\n---\\n]faint [# t\\n]hidden");
+    note.storage.edit({0, 4}, u"");
+    EXPECT_EQ(note.all(), "[# ]26 bold faint [t\\n]26 bold [---\\n]faint [# ]hidden [t\\n]26 bold");
+    note.moveCaret(4);
+    EXPECT_EQ(note.all(), "[# t\\n]hidden [---\\n]faint [# ]hidden [t\\n]26 bold");
+}
+
 TEST(MarkdownHighlighter, LeavesALongLineAsItIs) {
     const std::u16string fill(4992, u'x');
     Note note(u"```" + fill + u"\n*a*\n");  // 4,996 units with the end
