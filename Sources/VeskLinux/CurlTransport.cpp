@@ -1,7 +1,6 @@
 #include "VeskLinux/CurlTransport.h"
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -12,6 +11,7 @@
 #include <optional>
 
 #include "VeskCore/Support/Text.h"
+#include "VeskLinux/CurlLibrary.h"
 
 namespace vesk {
 
@@ -23,21 +23,22 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 constexpr std::size_t maxHeaderBytes = std::size_t{256} << 10;
 constexpr std::size_t pooledHandles = 4;
 
-template <auto function>
-struct Cleanup {
-    template <class T>
-    void operator()(T* handle) const {
-        function(handle);
-    }
-};
-using Easy = std::unique_ptr<CURL, Cleanup<&curl_easy_cleanup>>;
-using Multi = std::unique_ptr<CURLM, Cleanup<&curl_multi_cleanup>>;
-using Url = std::unique_ptr<CURLU, Cleanup<&curl_url_cleanup>>;
-
-void startLibrary() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+const CurlLibrary& library() {
+    return CurlLibrary::shared();
 }
+
+struct UrlCleanup {
+    void operator()(CURLU* url) const { library().urlCleanup(url); }
+};
+struct EasyCleanup {
+    void operator()(CURL* easy) const { library().easyCleanup(easy); }
+};
+struct MultiCleanup {
+    void operator()(CURLM* multi) const { library().multiCleanup(multi); }
+};
+using Url = std::unique_ptr<CURLU, UrlCleanup>;
+using Easy = std::unique_ptr<CURL, EasyCleanup>;
+using Multi = std::unique_ptr<CURLM, MultiCleanup>;
 
 /// The strings of a request's headers, in libcurl's own list.
 class HeaderList {
@@ -45,9 +46,9 @@ public:
     HeaderList() = default;
     HeaderList(const HeaderList&) = delete;
     HeaderList& operator=(const HeaderList&) = delete;
-    ~HeaderList() { curl_slist_free_all(list_); }
+    ~HeaderList() { library().slistFreeAll(list_); }
     void add(const std::string& line) {
-        auto* longer = curl_slist_append(list_, line.c_str());
+        auto* longer = library().slistAppend(list_, line.c_str());
         if (!longer) throw HttpError(Kind::badRequest);
         list_ = longer;
     }
@@ -59,9 +60,9 @@ private:
 
 std::string urlPart(CURLU* url, CURLUPart part) {
     char* text = nullptr;
-    if (curl_url_get(url, part, &text, 0) != CURLUE_OK) return {};
+    if (library().urlGet(url, part, &text, 0) != CURLUE_OK) return {};
     std::string copy(text);
-    curl_free(text);
+    library().free(text);
     return copy;
 }
 
@@ -187,7 +188,7 @@ HttpError failure(CURLcode code) {
         case CURLE_SSL_ISSUER_ERROR:
         case CURLE_SSL_INVALIDCERTSTATUS:
         case CURLE_SSL_ENGINE_INITFAILED:
-            return HttpError(Kind::tls, curl_easy_strerror(code));
+            return HttpError(Kind::tls, library().easyStrerror(code));
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_UNSUPPORTED_PROTOCOL:  // an answer in HTTP/0.9, which is any bytes at all
         case CURLE_HTTP2:
@@ -202,7 +203,7 @@ HttpError failure(CURLcode code) {
 
 template <class T>
 void set(CURL* easy, CURLoption option, T value) {
-    if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw HttpError(Kind::badRequest);
+    if (library().easySetopt(easy, option, value) != CURLE_OK) throw HttpError(Kind::badRequest);
 }
 
 long milliseconds(Duration duration) {
@@ -228,9 +229,9 @@ public:
                 return last;
             }
         }
-        Multi fresh(curl_multi_init());
+        Multi fresh(library().multiInit());
         if (!fresh) throw HttpError(Kind::badRequest);
-        curl_multi_setopt(fresh.get(), CURLMOPT_MAXCONNECTS, 4L);
+        library().multiSetopt(fresh.get(), CURLMOPT_MAXCONNECTS, 4L);
         return fresh;
     }
     void putBack(Multi multi) {
@@ -263,7 +264,7 @@ namespace {
 class Transfer {
 public:
     Transfer(CURLM* multi, const HttpRequest& request, Exchange& exchange)
-        : multi_(multi), easy_(curl_easy_init()) {
+        : multi_(multi), easy_(library().easyInit()) {
         if (!easy_) throw HttpError(Kind::badRequest);
         exchange.maxBody = request.maxBody;
         exchange.lastActivity = std::chrono::steady_clock::now();
@@ -291,16 +292,16 @@ public:
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
     ~Transfer() {
-        if (added_) curl_multi_remove_handle(multi_, easy_.get());
+        if (added_) library().multiRemoveHandle(multi_, easy_.get());
     }
 
     CURL* easy() const { return easy_.get(); }
 
     void address(const HttpRequest& request, const std::string* standInHost, const std::string* standInPort) {
-        url_.reset(curl_url());
+        url_.reset(library().url());
         CURLU* url = url_.get();
         if (!url || hasLineEnd(request.url) ||
-            curl_url_set(url, CURLUPART_URL, request.url.c_str(), 0) != CURLUE_OK) {
+            library().urlSet(url, CURLUPART_URL, request.url.c_str(), 0) != CURLUE_OK) {
             throw HttpError(Kind::badRequest);
         }
         const auto scheme = urlPart(url, CURLUPART_SCHEME);
@@ -311,9 +312,9 @@ public:
             const auto port = urlPart(url, CURLUPART_PORT);
             headers_.add("Host: " + (port.empty() ? host : host + ":" + port));
             direct = true;
-            if (curl_url_set(url, CURLUPART_SCHEME, "http", 0) != CURLUE_OK ||
-                curl_url_set(url, CURLUPART_HOST, standInHost->c_str(), 0) != CURLUE_OK ||
-                curl_url_set(url, CURLUPART_PORT, standInPort->c_str(), 0) != CURLUE_OK) {
+            if (library().urlSet(url, CURLUPART_SCHEME, "http", 0) != CURLUE_OK ||
+                library().urlSet(url, CURLUPART_HOST, standInHost->c_str(), 0) != CURLUE_OK ||
+                library().urlSet(url, CURLUPART_PORT, standInPort->c_str(), 0) != CURLUE_OK) {
                 throw HttpError(Kind::badRequest);
             }
         }
@@ -341,14 +342,14 @@ public:
     }
 
     void start() {
-        if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) throw HttpError(Kind::badRequest);
+        if (library().multiAddHandle(multi_, easy_.get()) != CURLM_OK) throw HttpError(Kind::badRequest);
         added_ = true;
     }
 
     /// None as long as it runs.
     std::optional<CURLcode> result() const {
         int left = 0;
-        while (const auto* message = curl_multi_info_read(multi_, &left)) {
+        while (const auto* message = library().multiInfoRead(multi_, &left)) {
             if (message->msg == CURLMSG_DONE && message->easy_handle == easy_.get())
                 return message->data.result;
         }
@@ -382,10 +383,10 @@ bool deliver(Exchange& exchange, const HttpTransport::Sink& sink) {
 void run(CURLM* multi, const HttpRequest& request, const Transfer& transfer, Exchange& exchange,
          const HttpTransport::Sink& sink, const std::stop_token& stop) {
     const auto deadline = std::chrono::steady_clock::now() + request.totalTimeout;
-    const std::stop_callback wake(stop, [multi] { curl_multi_wakeup(multi); });
+    const std::stop_callback wake(stop, [multi] { library().multiWakeup(multi); });
     for (;;) {
         int running = 0;
-        if (curl_multi_perform(multi, &running) != CURLM_OK) throw HttpError(Kind::interrupted);
+        if (library().multiPerform(multi, &running) != CURLM_OK) throw HttpError(Kind::interrupted);
         if (stop.stop_requested()) throw HttpError(Kind::cancelled);
         if (!deliver(exchange, sink)) return;
         if (stop.stop_requested()) throw HttpError(Kind::cancelled);
@@ -400,7 +401,7 @@ void run(CURLM* multi, const HttpRequest& request, const Transfer& transfer, Exc
         if (now >= due) throw HttpError(Kind::timedOut);
         const auto wait = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
         const int patience = static_cast<int>(std::min<std::chrono::milliseconds::rep>(wait, 1000));
-        if (curl_multi_poll(multi, nullptr, 0, patience, nullptr) != CURLM_OK)
+        if (library().multiPoll(multi, nullptr, 0, patience, nullptr) != CURLM_OK)
             throw HttpError(Kind::interrupted);
     }
 }
@@ -412,7 +413,6 @@ void CurlTransport::send(const HttpRequest& request, const Sink& sink, std::stop
     if (standIn_ && !standIn_->isUsable) {
         throw HttpError(Kind::badRequest, "only a loopback address can stand in for the servers");
     }
-    startLibrary();
     const PipeSignalHeld held;
     Multi multi = pool_->take();
     {
