@@ -10,6 +10,7 @@
 #include "VeskCore/Brain/BrainModel.h"
 #include "VeskCore/Brain/BrainProviderID.h"
 #include "VeskCore/Brain/BrainRequest.h"
+#include "VeskCore/Brain/Choice.h"
 
 namespace vesk {
 
@@ -30,6 +31,12 @@ public:
     /// `cancelled` once `stop` is requested.
     virtual void stream(const BrainRequest& request, const std::string& model, const Sink& sink,
                         std::stop_token stop) const = 0;
+    /// Makes the reply to a closed question into picks; a slot that the model left out has none. Throws
+    /// ChoiceError and BrainError.
+    virtual ChoiceAnswer choose(const ChoiceQuestion& question, const std::string& model,
+                                std::stop_token stop) const;
+    /// How many items one choose() takes.
+    virtual int preferredChoiceBatchSize() const { return 20; }
 
     std::string shortDisplayName() const { return std::string(shortName(displayName())); }
 };

@@ -43,6 +43,7 @@ public:
     std::vector<BrainModel> models() const override;
     void stream(const BrainRequest& request, const std::string& model, const Sink& sink,
                 std::stop_token stop) const override;
+    int preferredChoiceBatchSize() const override { return id_ == BrainProviderID::openai ? 20 : 5; }
 
     const std::string& baseURL() const { return baseURL_; }
     const std::string& unreachableAdvice() const { return unreachableAdvice_; }
