@@ -13,6 +13,7 @@
 #include "VeskCore/Platform/Bookmarks.h"
 #include "VeskCore/Platform/FileEvents.h"
 #include "VeskCore/Platform/FileVersions.h"
+#include "VeskCore/Platform/HttpTransport.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -47,6 +48,7 @@ struct CommandContext {
     UserDefaults& defaults;
     const Bookmarks& bookmarks;
     SecretStore& secrets;
+    HttpTransport& transport;
     SentenceEmbeddingSource& embeddings;
     FileVersions& fileVersions;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;

@@ -20,8 +20,9 @@ void addSessionCommands(CLI::App& program, CommandContext& context);  // session
 void addSaveCommands(CLI::App& program, CommandContext& context);     // save watch
 void addSafetyCommands(CLI::App& program,
                        CommandContext& context);  // trash held conflicts remind reminders flag
-void addFormatCommand(CLI::App& program, CommandContext& context);  // format
-void addKeyCommands(CLI::App& program, CommandContext& context);    // key …
+void addFormatCommand(CLI::App& program, CommandContext& context);     // format
+void addKeyCommands(CLI::App& program, CommandContext& context);       // key …
+void addProviderCommands(CLI::App& program, CommandContext& context);  // providers …
 void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

@@ -1,12 +1,14 @@
 // `vesk`: the vault from a terminal. Installs the platform, hands the seams to the commands, turns failures
 // into words and exit statuses: 0 done, 1 failed, 2 wrong usage.
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskLinux/ConflictFileVersions.h"
+#include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/FileUserDefaults.h"
 #include "VeskLinux/InotifyEventSource.h"
 #include "VeskLinux/Interrupts.h"
@@ -36,6 +38,9 @@ int main(int argc, char** argv) {
     FileUserDefaults defaults(FileUserDefaults::defaultLocation(), files, log);
     PathBookmarks bookmarks(files);
     SecretServiceStore secrets;
+    // For trying out a model service of one's own: every request goes there, on this machine alone.
+    const char* standIn = std::getenv("VESK_MODEL_SERVER");
+    CurlTransport transport(standIn ? standIn : "");
     NoSentenceEmbeddings embeddings;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
 
@@ -44,6 +49,7 @@ int main(int argc, char** argv) {
                                     .defaults = defaults,
                                     .bookmarks = bookmarks,
                                     .secrets = secrets,
+                                    .transport = transport,
                                     .embeddings = embeddings,
                                     .fileVersions = versions,
                                     .fileEvents =
@@ -78,6 +84,7 @@ int main(int argc, char** argv) {
     command::addSafetyCommands(program, context);
     command::addFormatCommand(program, context);
     command::addKeyCommands(program, context);
+    command::addProviderCommands(program, context);
     command::addGenerateCommand(program);
 
     try {

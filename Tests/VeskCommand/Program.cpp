@@ -11,6 +11,40 @@
 namespace vesk::test {
 namespace {
 
+/// `words` begin with the program's path.
+Child startWords(const Program& program, std::vector<std::string> words,
+                 const std::vector<std::string>& environment, const std::filesystem::path& folder) {
+    int in[2], out[2], err[2];
+    if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC))
+        throw std::runtime_error("pipe");
+    std::vector<std::string> variables{"HOME=" + program.home.path().string(),
+                                       "XDG_DATA_HOME=" + (program.home / "data").string(),
+                                       "XDG_CONFIG_HOME=" + (program.home / "config").string(),
+                                       "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
+                                       "TZ=UTC",
+                                       "LC_ALL=C.UTF-8",
+                                       "PATH=/usr/bin:/bin"};
+    variables.insert(variables.end(), environment.begin(), environment.end());
+    std::vector<char*> argv, envp;
+    for (auto& word : words) argv.push_back(word.data());
+    for (auto& variable : variables) envp.push_back(variable.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(in[0], 0);
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        if (chdir(folder.c_str()) != 0) _exit(126);
+        execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    return {pid, in[1], out[0], err[0]};
+}
+
 void feed(int descriptor, const std::string& text) {
     for (std::size_t at = 0; at < text.size();) {
         const auto wrote = write(descriptor, text.data() + at, text.size() - at);
@@ -26,54 +60,10 @@ int wait(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-}  // namespace
-
-Child Program::start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-                     const std::filesystem::path& folder) const {
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC))
-        throw std::runtime_error("pipe");
-    std::vector<std::string> variables{"HOME=" + home.path().string(),
-                                       "XDG_DATA_HOME=" + (home / "data").string(),
-                                       "XDG_CONFIG_HOME=" + (home / "config").string(),
-                                       "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
-                                       "TZ=UTC",
-                                       "LC_ALL=C.UTF-8",
-                                       "PATH=/usr/bin:/bin"};
-    variables.insert(variables.end(), environment.begin(), environment.end());
-    std::vector<std::string> words{VESK_PROGRAM};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv, envp;
-    for (auto& word : words) argv.push_back(word.data());
-    for (auto& variable : variables) envp.push_back(variable.data());
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        if (chdir(folder.c_str()) != 0) _exit(126);
-        execve(VESK_PROGRAM, argv.data(), envp.data());
-        _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    return {pid, in[1], out[0], err[0]};
-}
-
-Ran Program::run(const std::vector<std::string>& arguments, const std::string& input) const {
-    std::vector<std::string> words{"--vault", vault.path().string()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return runPlain(words, input);
-}
-
-Ran Program::runPlain(const std::vector<std::string>& arguments, const std::string& input,
-                      const std::vector<std::string>& environment,
-                      const std::filesystem::path& folder) const {
+Ran toItsEnd(const Program& program, const std::vector<std::string>& words, const std::string& input,
+             const std::vector<std::string>& environment, const std::filesystem::path& folder) {
     signal(SIGPIPE, SIG_IGN);
-    const auto child = start(arguments, environment, folder);
+    const auto child = startWords(program, words, environment, folder);
     feed(child.in, input);
     Ran ran;
     pollfd ends[] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
@@ -97,12 +87,44 @@ Ran Program::runPlain(const std::vector<std::string>& arguments, const std::stri
     return ran;
 }
 
+}  // namespace
+
+Child Program::start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+                     const std::filesystem::path& folder) const {
+    std::vector<std::string> words{VESK_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return startWords(*this, words, environment, folder);
+}
+
+Ran Program::run(const std::vector<std::string>& arguments, const std::string& input) const {
+    std::vector<std::string> words{"--vault", vault.path().string()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return runPlain(words, input);
+}
+
+Ran Program::runPlain(const std::vector<std::string>& arguments, const std::string& input,
+                      const std::vector<std::string>& environment,
+                      const std::filesystem::path& folder) const {
+    std::vector<std::string> words{VESK_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return toItsEnd(*this, words, input, environment, folder);
+}
+
+Ran Program::runTraced(const std::string& calls, const std::filesystem::path& trace,
+                       const std::vector<std::string>& arguments,
+                       const std::vector<std::string>& environment) const {
+    std::vector<std::string> words{"/usr/bin/strace", "-f", "-qq",          "-e",
+                                   "trace=" + calls,  "-o", trace.string(), VESK_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return toItsEnd(*this, words, "", environment, "/");
+}
+
 void Program::runAndKill(const std::vector<std::string>& arguments, const std::string& input,
                          int microseconds) const {
     signal(SIGPIPE, SIG_IGN);
-    std::vector<std::string> words{"--vault", vault.path().string()};
+    std::vector<std::string> words{VESK_PROGRAM, "--vault", vault.path().string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    const auto child = start(words);
+    const auto child = startWords(*this, words, {}, "/");
     feed(child.in, input);
     usleep(static_cast<useconds_t>(microseconds));
     kill(child.pid, SIGKILL);

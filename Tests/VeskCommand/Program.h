@@ -32,6 +32,10 @@ public:
     Ran runPlain(const std::vector<std::string>& arguments, const std::string& input = "",
                  const std::vector<std::string>& environment = {},
                  const std::filesystem::path& folder = "/") const;
+    /// The same under strace, which writes the named system calls of all its threads into `trace`.
+    Ran runTraced(const std::string& calls, const std::filesystem::path& trace,
+                  const std::vector<std::string>& arguments,
+                  const std::vector<std::string>& environment = {}) const;
     /// Starts `vesk arguments…` without waiting.
     Child start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
                 const std::filesystem::path& folder = "/") const;
