@@ -15,6 +15,7 @@
 #include "VeskLinux/LinuxFileSystem.h"
 #include "VeskLinux/PathBookmarks.h"
 #include "VeskLinux/SecretServiceStore.h"
+#include "VeskLinux/SentenceModel/SentenceModelSource.h"
 #include "VeskLinux/SystemLog.h"
 
 namespace {
@@ -41,7 +42,7 @@ int main(int argc, char** argv) {
     // For trying out a model service of one's own: every request goes there, on this machine alone.
     const char* standIn = std::getenv("VESK_MODEL_SERVER");
     CurlTransport transport(standIn ? standIn : "");
-    NoSentenceEmbeddings embeddings;
+    SentenceModelSource embeddings;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
 
     command::CommandContext context{.clock = clock,

@@ -146,9 +146,6 @@ TEST(CommandTest, AnswersFromTheIndexAsJson) {
     EXPECT_EQ(program.run({"rename", "b.md", "gamma"}).status, 0);
     EXPECT_EQ(Json::parse(program.run({"links", "gamma.md", "--json"}).out),
               Json::parse(R"({"backlinks": [], "outgoingLinks": []})"));
-    EXPECT_NE(
-        program.run({"search", "semantic words", "--mode", "semantic"}).err.find("semantic search is off"),
-        std::string::npos);
     const auto status = Json::parse(program.run({"status", "--json"}).out);
     EXPECT_EQ(status.string("keywordBackend"), "fts5");
     EXPECT_EQ(status.integer("noteCount"), 2);

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "VeskCore/Index/VeskNLGuard.h"
 #include "VeskCore/Support/BrainError.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
+#include "VeskNLGuard/VeskNLGuard.h"
 
 namespace vesk {
 
@@ -16,14 +16,12 @@ constexpr int toleratedFailures = 7;
 
 constexpr const char* stoppedResponding =
     "On-device semantic search stopped responding and has been switched off for this session. Keyword search "
-    "is "
-    "unaffected. Restarting Vesk re-enables it.";
+    "is unaffected. Restarting Vesk re-enables it.";
 
 std::string noModel(const std::string& language) {
     return "macOS has no text model for " + languageDisplayName(language) +
            ", so semantic search is off for these notes. Everything else in Vesk still works, and keyword "
-           "search is "
-           "unaffected.";
+           "search is unaffected.";
 }
 
 }  // namespace
@@ -63,12 +61,15 @@ std::vector<float> LocalEmbedding::vectorFor(std::string_view text) {
     const auto dimensions = static_cast<std::size_t>(dimensions_);
     std::vector<double> sum(dimensions, 0.0);
     int count = 0;
-    auto parts = sentences(text);
+    std::vector<std::string_view> parts;
+    for (std::string_view part : sentences(text)) {
+        part = trim(part);
+        if (!part.empty()) parts.push_back(part);
+    }
 
     std::lock_guard guard(lock_);
+    expect(parts);
     for (std::string_view part : parts) {
-        part = trim(part);
-        if (part.empty()) continue;
         if (isDisabled()) break;
         auto vector = guardedVector(part);
         if (!vector || vector->size() != dimensions) continue;
@@ -85,11 +86,21 @@ std::vector<float> LocalEmbedding::vectorFor(std::string_view text) {
     return count > 0 ? normalised(sum) : std::vector<float>(dimensions, 0.0F);
 }
 
+void LocalEmbedding::expect(const std::vector<std::string_view>& parts) {
+    try {
+        if (!isDisabled()) embedding_->expect(parts);
+    } catch (...) {  // without the announcement the model takes them one by one
+    }
+}
+
 std::optional<std::vector<double>> LocalEmbedding::guardedVector(std::string_view text) {
     bool threw = false;
     std::vector<double> values(static_cast<std::size_t>(dimensions_));
+    std::string terminated(text);
+    // The guard takes C's strings: what stands behind a NUL is text all the same.
+    std::replace(terminated.begin(), terminated.end(), '\0', ' ');
     std::size_t size =
-        VeskNLSafeVector(embedding_.get(), std::string(text).c_str(), values.data(), values.size(), &threw);
+        VeskNLSafeVector(embedding_.get(), terminated.c_str(), values.data(), values.size(), &threw);
     if (size == 0 && !threw)
         return std::nullopt;  // a text the model can't place says nothing about the model
 

@@ -32,6 +32,7 @@ public:
 
 private:
     std::vector<float> vectorFor(std::string_view text);
+    void expect(const std::vector<std::string_view>& parts);
     std::optional<std::vector<double>> guardedVector(std::string_view text);
     bool isDisabled() const;
 

@@ -5,8 +5,8 @@
 
 #include "Support/Fakes.h"
 #include "VeskCore/Index/LocalEmbedding.h"
-#include "VeskCore/Index/VeskNLGuard.h"
 #include "VeskCore/Support/BrainError.h"
+#include "VeskNLGuard/VeskNLGuard.h"
 
 namespace vesk::test {
 

@@ -1,4 +1,4 @@
-#include "VeskCore/Index/VeskNLGuard.h"
+#include "VeskNLGuard/VeskNLGuard.h"
 
 #include <algorithm>
 
