@@ -5,13 +5,13 @@
 #include <utility>
 
 #include "Vesk/SessionTasks.h"
+#include "VeskCore/Index/EmbeddingBackfill.h"
 #include "VeskCore/Vault/VaultWalk.h"
 
 namespace vesk {
 
 namespace {
 
-constexpr int embeddingBatch = 64;
 /// Progress is shown in steps of this, not for every one of a hundred thousand notes.
 constexpr double progressStep = 0.005;
 
@@ -142,26 +142,13 @@ void VaultSession::startEmbeddingBackfill() {
     }
     tasks_->embedding.job = services_.background.run(
         Priority::background, [&mainQueue = services_.mainQueue, weak = weak_from_this(), index = index_,
-                               embedder = embedder_, provider, number](std::stop_token stop) {
+                               embedder = embedder_, number](std::stop_token stop) {
             try {
-                while (!stop.stop_requested()) {
-                    const auto chunks = index->chunksNeedingEmbedding(provider, embeddingBatch);
-                    if (chunks.empty()) break;
-                    std::vector<std::string> texts;
-                    for (const auto& chunk : chunks) texts.push_back(chunk.text);
-                    auto vectors = embedder->embed(texts, stop);
-                    if (vectors.size() != chunks.size()) break;
-                    std::vector<ChunkEmbedding> embeddings;
-                    for (std::size_t i = 0; i < chunks.size(); ++i) {
-                        if (vectors[i].empty()) continue;
-                        embeddings.push_back({chunks[i].notePath, chunks[i].ordinal, std::move(vectors[i])});
-                    }
-                    if (embeddings.empty()) break;  // the same chunks would come again
-                    index->storeEmbeddings(embeddings, provider);
-                    postTo(mainQueue, weak, [count = static_cast<int>(chunks.size())](VaultSession& session) {
+                EmbeddingBackfill::run(*index, *embedder, stop, [&](int count) {
+                    postTo(mainQueue, weak, [count](VaultSession& session) {
                         session.embeddedChunks.set(session.embeddedChunks + count);
                     });
-                }
+                });
             } catch (const std::exception&) {  // the next start of the backfill goes on from here
             }
             postTo(mainQueue, weak, [number](VaultSession& session) { session.embeddingEnded(number); });

@@ -14,6 +14,7 @@
 #include "VeskCore/Platform/FileEvents.h"
 #include "VeskCore/Platform/FileVersions.h"
 #include "VeskCore/Platform/HttpTransport.h"
+#include "VeskCore/Platform/LanguageRecogniser.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -50,6 +51,7 @@ struct CommandContext {
     SecretStore& secrets;
     HttpTransport& transport;
     SentenceEmbeddingSource& embeddings;
+    LanguageRecogniser& languages;
     FileVersions& fileVersions;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
     std::stop_token stop;

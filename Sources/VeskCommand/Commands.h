@@ -11,8 +11,9 @@ namespace vesk::command {
 struct CommandContext;
 
 void addNoteCommands(CLI::App& program, CommandContext& context);  // list diagnose show new write rename move
-void addPropertyCommands(CLI::App& program, CommandContext& context);  // props set unset
-void addIndexCommands(CLI::App& program, CommandContext& context);     // index status
+void addPropertyCommands(CLI::App& program, CommandContext& context);   // props set unset
+void addIndexCommands(CLI::App& program, CommandContext& context);      // index status
+void addEmbeddingCommands(CLI::App& program, CommandContext& context);  // embed
 void addSearchCommands(CLI::App& program,
                        CommandContext& context);  // search retrieve tags tasks links unresolved
 void addInspectCommands(CLI::App& program, CommandContext& context);  // inspect …

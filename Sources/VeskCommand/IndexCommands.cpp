@@ -2,6 +2,7 @@
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
+#include "VeskCommand/EmbeddingSupport.h"
 #include "VeskCommand/JsonForm.h"
 #include "VeskCore/Index/LocalEmbedding.h"
 #include "VeskCore/Support/DateFormat.h"
@@ -9,7 +10,7 @@
 namespace vesk::command {
 namespace {
 
-void index(const CommandContext& context, bool alwaysProgress) {
+void index(const CommandContext& context, bool alwaysProgress, bool embedsToo) {
     const Vault vault = context.vault();
     auto noteIndex = context.openIndex(vault, false);
     ReindexSummary summary;
@@ -19,8 +20,12 @@ void index(const CommandContext& context, bool alwaysProgress) {
             vault, [&](const IndexProgress& step) { progress.update(step.completed, step.total, step.path); },
             context.stop);
     }
+    const auto embedded =
+        embedsToo ? std::optional(embedWaiting(context, *noteIndex, alwaysProgress)) : std::nullopt;
     if (context.json) {
-        context.answer(toJson(summary));
+        Json answer = toJson(summary);
+        if (embedded) answer.set("embedded", *embedded);
+        context.answer(answer);
         return;
     }
     context.out.line(fmt::format("{} indexed, {} unchanged, {} removed in {:.2f} s", summary.indexed,
@@ -29,6 +34,7 @@ void index(const CommandContext& context, bool alwaysProgress) {
         context.out.line(fmt::format("{} web pages and stylesheets indexed, {} unchanged",
                                      summary.documentsIndexed, summary.documentsUnchanged));
     }
+    if (embedded) context.out.line(fmt::format("{} passages were given their vector", *embedded));
     const auto pending = summary.pending.size() + summary.pendingDocuments.size();
     if (pending > 0) {
         context.out.line(context.out.styled(fmt::format("{} couldn't be read:", pending), Tone::warning));
@@ -54,7 +60,10 @@ void status(const CommandContext& context) {
                      [&](const Row& row) { last = timeFromSecondsSince1970(row.real(0)); });
     const auto pendingNotes = noteIndex->pendingNotes();
     const auto pendingDocuments = noteIndex->pendingDocuments();
-    const int waiting = noteIndex->chunkCount() - noteIndex->embeddedChunkCount();
+    const int waiting = embedding.isConfigured() ? noteIndex->waitingChunkCount(embedding.id())
+                                                 : noteIndex->chunkCount() - noteIndex->embeddedChunkCount();
+    const std::string absence =
+        embedding.isConfigured() ? std::string() : context.embeddings.absenceReason("en");
     if (context.json) {
         context.answer(
             Json::object({{"vault", toJson(vault.root())},
@@ -67,6 +76,7 @@ void status(const CommandContext& context) {
                           {"embeddedChunkCount", noteIndex->embeddedChunkCount()},
                           {"waitingChunkCount", waiting},
                           {"embeddingProvider", embedding.isConfigured() ? Json(embedding.id()) : Json()},
+                          {"embeddingAbsence", absence.empty() ? Json() : Json(absence)},
                           {"lastFullReindex", last ? toJson(*last) : Json()},
                           {"pendingNotes", pendingJson(pendingNotes)},
                           {"pendingDocuments", pendingJson(pendingDocuments)}}));
@@ -80,9 +90,9 @@ void status(const CommandContext& context) {
     row("Search", std::string(displayName(noteIndex->keywordBackend())));
     row("Notes", fmt::format("{}", noteIndex->noteCount()));
     row("Web pages", fmt::format("{}", noteIndex->documentCount()));
-    row("Passages",
-        fmt::format("{}, {} with a vector", noteIndex->chunkCount(), noteIndex->embeddedChunkCount()));
-    row("Sentence model", embedding.isConfigured() ? embedding.id() : std::string("not installed"));
+    row("Passages", fmt::format("{}, {} with a vector, {} waiting for one", noteIndex->chunkCount(),
+                                noteIndex->embeddedChunkCount(), waiting));
+    row("Sentence model", embedding.isConfigured() ? embedding.id() : printable(absence));
     row("Last indexed", last ? mediumDateShortTime(*last, deviceTimeZone(), "en_GB") : std::string("never"));
     for (const auto& [path, reason] : pendingNotes) row("Pending", printable(path) + ": " + reason);
     for (const auto& [path, reason] : pendingDocuments) row("Pending", printable(path) + ": " + reason);
@@ -93,11 +103,13 @@ void status(const CommandContext& context) {
 void addIndexCommands(CLI::App& program, CommandContext& context) {
     {
         auto* command = addCommand(program, "index", "Bring the search index up to date with the notes",
-                                   "  vesk index\n  vesk index --json | jq .indexed");
+                                   "  vesk index\n  vesk index --embed\n  vesk index --json | jq .indexed");
         auto progress = std::make_shared<bool>(false);
+        auto embeds = std::make_shared<bool>(false);
+        command->add_flag("--embed", *embeds, "Give every passage its vector too, for semantic search");
         command->add_flag("--progress", *progress, "Show progress also where standard error is no terminal");
         answersWithData(command, context);
-        command->callback([&context, progress] { index(context, *progress); });
+        command->callback([&context, progress, embeds] { index(context, *progress, *embeds); });
     }
     {
         auto* command =

@@ -8,6 +8,7 @@
 #include "VeskCore/Markdown/MarkdownScanner.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Unicode.h"
 #include "VeskCore/Vault/AtomicWrite.h"
 
 namespace vesk::command {
@@ -72,6 +73,15 @@ void addInspectCommands(CLI::App& program, CommandContext& context) {
                           {{"text", CSSText::indexable(HTMLText::decode(inspectedBytes(context, file)))}});
                   });
     addEditorInspections(*inspect, context);
+    addInspection(inspect, context, "language", "The language that most of a file's text is in",
+                  "  vesk inspect language Note.md", [&context](const std::string& file) {
+                      const auto code = context.languages.dominantLanguage(docOf(context, file).body());
+                          {{"language", code}, {"name", code ? Json(languageDisplayName(*code)) : Json()}});
+    addInspection(
+        inspect, context, "css", "The text that the index takes from a stylesheet",
+        "  vesk inspect css style.css", [&context](const std::string& file) {
+            return Json::object({{"text", CSSText::indexable(HTMLText::decode(bytesOf(context, file)))}});
+        });
 }
 
 }  // namespace vesk::command

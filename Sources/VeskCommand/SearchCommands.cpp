@@ -4,6 +4,7 @@
 
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
+#include "VeskCommand/EmbeddingSupport.h"
 #include "VeskCommand/JsonForm.h"
 #include "VeskCore/Index/LocalEmbedding.h"
 #include "VeskCore/Support/Text.h"
@@ -44,7 +45,7 @@ std::optional<QueryVector> embedded(const CommandContext& context, const std::st
         auto vectors = embedding.embed({query}, context.stop);
         return QueryVector{std::move(vectors.front()), embedding.id()};
     } catch (const Error& failure) {
-        why = failure.description();
+        why = unavailableWords(context, embedding, failure);
         return {};
     }
 }

@@ -7,6 +7,7 @@
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskLinux/Cld2LanguageRecogniser.h"
 #include "VeskLinux/ConflictFileVersions.h"
 #include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/FileUserDefaults.h"
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
     const char* standIn = std::getenv("VESK_MODEL_SERVER");
     CurlTransport transport(standIn ? standIn : "");
     SentenceModelSource embeddings;
+    Cld2LanguageRecogniser languages;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
 
     command::CommandContext context{.clock = clock,
@@ -52,6 +54,7 @@ int main(int argc, char** argv) {
                                     .secrets = secrets,
                                     .transport = transport,
                                     .embeddings = embeddings,
+                                    .languages = languages,
                                     .fileVersions = versions,
                                     .fileEvents =
                                         [&log](const Vault& vault) {
@@ -78,6 +81,7 @@ int main(int argc, char** argv) {
     command::addNoteCommands(program, context);
     command::addPropertyCommands(program, context);
     command::addIndexCommands(program, context);
+    command::addEmbeddingCommands(program, context);
     command::addSearchCommands(program, context);
     command::addInspectCommands(program, context);
     command::addSessionCommands(program, context);

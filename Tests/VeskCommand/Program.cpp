@@ -54,18 +54,8 @@ void feed(int descriptor, const std::string& text) {
     close(descriptor);
 }
 
-int wait(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-Ran toItsEnd(const Program& program, const std::vector<std::string>& words, const std::string& input,
-             const std::vector<std::string>& environment, const std::filesystem::path& folder) {
-    signal(SIGPIPE, SIG_IGN);
-    const auto child = startWords(program, words, environment, folder);
-    feed(child.in, input);
-    Ran ran;
+/// Reads both streams to their ends; sends the signal when `words` first stand in the error stream.
+void drain(const Child& child, Ran& ran, const std::string& words = {}, int signalNumber = 0) {
     pollfd ends[] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
     std::string* texts[] = {&ran.out, &ran.err};
     for (int open = 2; open > 0;) {
@@ -82,7 +72,26 @@ Ran toItsEnd(const Program& program, const std::vector<std::string>& words, cons
                 --open;
             }
         }
+        if (signalNumber != 0 && ran.err.find(words) != std::string::npos) {
+            kill(child.pid, signalNumber);
+            signalNumber = 0;
+        }
     }
+}
+
+int wait(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+Ran toItsEnd(const Program& program, const std::vector<std::string>& words, const std::string& input,
+             const std::vector<std::string>& environment, const std::filesystem::path& folder) {
+    signal(SIGPIPE, SIG_IGN);
+    const auto child = startWords(program, words, environment, folder);
+    feed(child.in, input);
+    Ran ran;
+    drain(child, ran);
     ran.status = wait(child.pid);
     return ran;
 }
@@ -131,6 +140,18 @@ void Program::runAndKill(const std::vector<std::string>& arguments, const std::s
     wait(child.pid);
     close(child.out);
     close(child.err);
+}
+
+Ran Program::runAndSignal(const std::vector<std::string>& arguments, const std::string& words,
+                          int signalNumber) const {
+    std::vector<std::string> all{"--vault", vault.path().string()};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const auto child = start(*this, all, {}, "/");
+    close(child.in);
+    Ran ran;
+    drain(child, ran, words, signalNumber);
+    ran.status = wait(child.pid);
+    return ran;
 }
 
 std::filesystem::path Program::indexFile() const {

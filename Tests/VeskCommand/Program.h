@@ -42,6 +42,9 @@ public:
     /// Starts it and kills it after so many microseconds, as a power cut would.
     void runAndKill(const std::vector<std::string>& arguments, const std::string& input,
                     int microseconds) const;
+    /// Sends a signal as soon as `words` stand in what it says on standard error; runs it to its end.
+    Ran runAndSignal(const std::vector<std::string>& arguments, const std::string& words,
+                     int signalNumber) const;
     std::filesystem::path indexFile() const;
 };
 

@@ -299,6 +299,17 @@ int NoteIndex::embeddedChunkCount() const {
     return implementation_->count("SELECT COUNT(*) FROM chunks WHERE vector IS NOT NULL");
 }
 
+int NoteIndex::waitingChunkCount(std::string_view provider) const {
+    try {
+        return static_cast<int>(implementation_->number(
+            "SELECT COUNT(*) FROM chunks WHERE (vector IS NULL OR embed_provider IS NOT ?) AND NOT " +
+                Vault::sqlIsStylesheet("note_path"),
+            provider));
+    } catch (const IndexError&) {
+        return 0;
+    }
+}
+
 // Embeddings
 
 bool NoteIndex::embeddingProviderChanged(std::string_view id) const {

@@ -162,6 +162,8 @@ public:
     int documentCount() const;
     int chunkCount() const;
     int embeddedChunkCount() const;
+    /// How many passages chunksNeedingEmbedding() has in all.
+    int waitingChunkCount(std::string_view provider) const;
 
     // Embeddings
 
