@@ -73,15 +73,12 @@ void addInspectCommands(CLI::App& program, CommandContext& context) {
                           {{"text", CSSText::indexable(HTMLText::decode(inspectedBytes(context, file)))}});
                   });
     addEditorInspections(*inspect, context);
-    addInspection(inspect, context, "language", "The language that most of a file's text is in",
+    addInspection(*inspect, context, "language", "The language that most of a file's text is in",
                   "  vesk inspect language Note.md", [&context](const std::string& file) {
                       const auto code = context.languages.dominantLanguage(docOf(context, file).body());
+                      return Json::object(
                           {{"language", code}, {"name", code ? Json(languageDisplayName(*code)) : Json()}});
-    addInspection(
-        inspect, context, "css", "The text that the index takes from a stylesheet",
-        "  vesk inspect css style.css", [&context](const std::string& file) {
-            return Json::object({{"text", CSSText::indexable(HTMLText::decode(bytesOf(context, file)))}});
-        });
+                  });
 }
 
 }  // namespace vesk::command
