@@ -87,8 +87,8 @@ void VaultSession::reindexEnded(std::optional<ReindexSummary> summary) {
 
 void VaultSession::refreshStatusLine() {
     if (!tasks_->statusShowsCounts || indexing) return;
-    const std::size_t notes = listedNotes ? VaultWalk::countedNotes(*listedNotes, pendingDownload.get())
-                                          : static_cast<std::size_t>(tasks_->reindexedCount);
+    const std::size_t notes = listedNotes_ ? VaultWalk::countedNotes(*listedNotes_, pendingDownload.get())
+                                           : static_cast<std::size_t>(tasks_->reindexedCount);
     std::string line = fmt::format("{} notes", notes);
     if (const auto pages = tasks_->listedPages.size(); pages > 0) {
         line += fmt::format(" · {} page{}", pages, pages == 1 ? "" : "s");
@@ -97,6 +97,11 @@ void VaultSession::refreshStatusLine() {
     line += fmt::format(" · {}", displayName(vault_.provider()));
     if (tasks_->reEmbedding) line += " · re-embedding";
     status.set(std::move(line));
+}
+
+void VaultSession::setListedNotes(std::vector<std::string> paths) {
+    listedNotes_ = std::move(paths);
+    refreshStatusLine();
 }
 
 void VaultSession::documentListReloaded(const std::vector<VaultDocument>& documents) {

@@ -96,8 +96,8 @@ public:
     std::function<void(const std::string&)> onNoteWritten;
     std::function<void()> onPendingDrained;
 
-    /// Assigned by the workspace after each listing.
-    std::optional<std::vector<std::string>> listedNotes;
+    /// What the workspace's latest listing holds, for the status line.
+    void setListedNotes(std::vector<std::string> paths);
 
     // What held-text recovery did, read once right after start()
 
@@ -219,6 +219,7 @@ private:
     HeldTextStore heldText_;
     DocumentIndexQueue documentIndexQueue_;
     ForeignEdit::Departures departures_;
+    std::optional<std::vector<std::string>> listedNotes_;
     std::vector<RecoveredText> recoveredHeldText_;
     std::vector<ReleasedText> releasedHeldText_;
     std::vector<std::string> heldTextKeptInTrash_;

@@ -20,7 +20,7 @@ TEST_F(VaultSessionTest, CountsWhatIsIndexedListedAndWaiting) {
     open();
     EXPECT_EQ(session->status.get(), "2 notes · " + std::string(displayName(SyncProvider::none)));
 
-    session->listedNotes = Names{"a.md", "b.md", "c.md"};
+    session->setListedNotes({"a.md", "b.md", "c.md"});
     session->documentListReloaded({{.relativePath = "p.html", .path = {}, .kind = IndexedKind::page},
                                    {.relativePath = "s.css", .path = {}, .kind = IndexedKind::stylesheet}});
     EXPECT_EQ(session->status.get(), "3 notes · 1 page · " + std::string(displayName(SyncProvider::none)));

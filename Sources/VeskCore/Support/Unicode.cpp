@@ -408,6 +408,23 @@ int localisedStandardCompare(std::string_view left, std::string_view right, std:
     return order < 0 ? -1 : (order > 0 ? 1 : 0);
 }
 
+std::string localisedSortKey(std::string_view text, std::string_view locale) {
+    std::string key;
+    const icu::Collator* const collator = numericCollator(locale);
+    if (collator != nullptr && fitsIcu(text.size())) {
+        const auto units = icu::UnicodeString::fromUTF8(piece(text));
+        key.resize(text.size() * 2 + 16);
+        const auto capacity = static_cast<std::int32_t>(key.size());
+        auto length = collator->getSortKey(units, reinterpret_cast<std::uint8_t*>(key.data()), capacity);
+        key.resize(static_cast<std::size_t>(length));
+        if (length > capacity)
+            length = collator->getSortKey(units, reinterpret_cast<std::uint8_t*>(key.data()), length);
+    }
+    // The key ends with a zero, so that what follows only breaks ties.
+    key += text;
+    return key;
+}
+
 std::vector<std::string_view> sentences(std::string_view text) {
     if (text.empty()) return {};
     icu::BreakIterator* const iterator = sentenceIterator();

@@ -79,6 +79,9 @@ std::string languageDisplayName(std::string_view languageCode);
 /// root.
 int localisedStandardCompare(std::string_view left, std::string_view right, std::string_view locale = "");
 
+/// Keys that compare, byte by byte, as localisedStandardCompare() compares the texts: for sorting many.
+std::string localisedSortKey(std::string_view text, std::string_view locale = "");
+
 /// Sentences of the text (UAX #29 sentence boundaries), as they stand, in order.
 std::vector<std::string_view> sentences(std::string_view text);
 

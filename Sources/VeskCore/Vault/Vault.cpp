@@ -192,6 +192,26 @@ std::string Vault::moveNote(std::string_view relativePath, std::string_view fold
     return moveItem(from, to);
 }
 
+std::string Vault::createFolder(std::string_view name, std::string_view parent) const {
+    const FilePath directory = folderPath(parent);
+    const std::string wanted = sanitiseFilename(name);
+    for (long number = 1;; ++number) {
+        const std::string tail = number == 1 ? std::string() : fmt::format(" {}", number);
+        const FilePath path = directory / fittingFileName(wanted, tail);
+        if (isNameTaken(path)) continue;
+        files().createDirectories(path);
+        return relativePath(path).value_or(path.filename().native());
+    }
+}
+
+std::string Vault::renameFolder(std::string_view relativePath, std::string_view newName) const {
+    const FilePath from = notePath(relativePath);
+    requireReallyInside(from.parent_path());
+    const FilePath to = from.parent_path() / fittingFileName(sanitiseFilename(newName), "");
+    if (to == from) return std::string(relativePath);
+    return moveItem(from, to);
+}
+
 std::string Vault::sanitiseFilename(std::string_view name) {
     const std::string text = decodedText(std::string(name));
     std::string clean = replaceAll(trim(text), "\r\n", "-");

@@ -136,6 +136,16 @@ public:
     std::string renameNote(std::string_view relativePath, std::string_view newName) const;
     std::string moveNote(std::string_view relativePath, std::string_view folder) const;
 
+    // Folders
+
+    /// Every visible folder, empty or not, in the order of the walk.
+    std::vector<std::string> emptyFolderPaths() const;
+    /// Makes a folder of that name, numbered if it is taken, and returns its relative path.
+    std::string createFolder(std::string_view name, std::string_view parent) const;
+    /// Returns the new relative path; throws VaultWriteError (alreadyExists) if the name is held by another
+    /// item.
+    std::string renameFolder(std::string_view relativePath, std::string_view newName) const;
+
     static std::string sanitiseFilename(std::string_view name);
     /// True for a path that begins with "/" or "~" or has a ".." component.
     static bool leavesVault(std::string_view path);

@@ -254,4 +254,16 @@ int Vault::countEvicted(int limit) const {
     return count;
 }
 
+std::vector<std::string> Vault::emptyFolderPaths() const {
+    std::vector<std::string> folders;
+    files().walk(root_, [&](const WalkEntry& entry) {
+        if (!entry.isDirectory()) return WalkStep::descend;
+        if (entry.name().starts_with('.') || ignoredDirectories().contains(entry.name()))
+            return WalkStep::skip;
+        folders.emplace_back(entry.relativePath());
+        return WalkStep::descend;
+    });
+    return folders;
+}
+
 }  // namespace vesk

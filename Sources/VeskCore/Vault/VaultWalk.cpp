@@ -43,19 +43,6 @@ int request(const VaultWalk::RequestDownload& requestDownload, const FilePath& p
     }
 }
 
-std::vector<std::string> visibleFolders(const Vault& vault) {
-    std::vector<std::string> folders;
-    files().walk(vault.root(), [&](const WalkEntry& entry) {
-        if (!entry.isDirectory()) return WalkStep::descend;
-        if (entry.name().starts_with('.') || Vault::ignoredDirectories().contains(entry.name())) {
-            return WalkStep::skip;
-        }
-        folders.emplace_back(entry.relativePath());
-        return WalkStep::descend;
-    });
-    return folders;
-}
-
 std::set<std::string> asSet(const std::vector<std::string>& paths) {
     return {paths.begin(), paths.end()};
 }
@@ -114,7 +101,7 @@ VaultListing walk(const Vault& vault, DownloadAsk notes, DownloadAsk documents, 
         }
         listing.documentStamps.insert_or_assign(document.relativePath, stamp);
     }
-    listing.folders = visibleFolders(vault);
+    listing.folders = vault.emptyFolderPaths();
     listing.duration = clock.monotonic() - start;
     return listing;
 }

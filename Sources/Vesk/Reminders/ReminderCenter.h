@@ -1,0 +1,72 @@
+// The one place that talks to the notification centre: turns the reminders found in the index into requests,
+// and carries a press on a notification back. What is decided is decided by NoteReminder::schedulePlan.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VeskCore/Platform/NotificationService.h"
+#include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Executors.h"
+#include "VeskCore/Vault/Vault.h"
+
+namespace vesk {
+
+struct ReminderAction {
+    using Kind = NoteReminder::ActionKind;
+    std::string path;
+    Kind kind = Kind::done;
+    bool operator==(const ReminderAction&) const = default;
+};
+
+/// Main thread. Borrows its seams.
+class ReminderCenter {
+public:
+    static constexpr const char* category = "vesk.reminder";
+    static constexpr const char* thread = "vesk.reminders";
+    static constexpr const char* snoozeAction = "vesk.snooze";
+    static constexpr const char* doneAction = "vesk.done";
+    static constexpr const char* pathKey = "path";
+    static constexpr std::size_t cap = 60;
+    static constexpr std::size_t summaryLength = 120;
+
+    ReminderCenter(NotificationService& service, MainQueue& mainQueue, Background& background,
+                   const Clock& clock, Calendar calendar);
+    ~ReminderCenter();
+    ReminderCenter(const ReminderCenter&) = delete;
+    ReminderCenter& operator=(const ReminderCenter&) = delete;
+
+    /// What the person chose at a notification: to open a note, or to act on its reminder.
+    std::function<void(const std::string& path)> onOpen;
+    std::function<void(const ReminderAction& action, TimePoint tappedAt)> onAction;
+
+    /// Once a launch.
+    void requestPermissionIfNeeded();
+    void registerCategory();
+    /// What is wanted from now on. While one plan is applied only the latest waits.
+    void sync(std::vector<NoteReminder::Reminder> reminders, const Vault& vault);
+    void snooze(const std::string& path, TimePoint until, const std::string& title, const std::string& body);
+    void cancelSnooze(const std::string& path);
+
+private:
+    struct Life;
+    void applyLast();
+    void heard(const NotificationResponse& response);
+
+    NotificationService& service_;
+    MainQueue& mainQueue_;
+    Background& background_;
+    const Clock& clock_;
+    Calendar calendar_;
+    bool permissionAsked_ = false;
+    bool applying_ = false, pendingSync_ = false;
+    std::optional<std::pair<std::vector<NoteReminder::Reminder>, Vault>> lastSynced_;
+    std::shared_ptr<Life> life_;  ///< what posts back looks here whether the centre still is
+};
+
+}  // namespace vesk
