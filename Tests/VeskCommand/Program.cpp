@@ -146,7 +146,7 @@ Ran Program::runAndSignal(const std::vector<std::string>& arguments, const std::
                           int signalNumber) const {
     std::vector<std::string> all{"--vault", vault.path().string()};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    const auto child = start(*this, all, {}, "/");
+    const auto child = start(all);
     close(child.in);
     Ran ran;
     drain(child, ran, words, signalNumber);
