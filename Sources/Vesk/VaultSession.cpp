@@ -110,6 +110,7 @@ void VaultSession::wireWatcher() {
     watcher_->onTrashChange = [&mainQueue, weak] {
         postTo(mainQueue, weak, [](VaultSession& session) { session.externalChange(); });
     };
+    watcher_->tellsEveryDeletion = true;  // the index may know the path from its last reindex
     try {
         watcher_->start(parsedEventID(services_.defaults.string(eventIDKey(vault_))));
     } catch (const Error&) {

@@ -189,6 +189,7 @@ struct FileWatcher::State : std::enable_shared_from_this<State> {
     // Copies, so that a callback may drop the watcher. Set while no event is handled.
     std::function<void(std::vector<FileChange>)> onChange;
     std::function<void()> onRescanRequired, onTrashChange;
+    bool tellsEveryDeletion = false;
     const std::unique_ptr<SerialQueue> queue;
 
     mutable std::mutex lock;                                      // guards the next six
@@ -321,7 +322,8 @@ void FileWatcher::State::enqueue(Classified change) {
         pending.emplace(std::move(change.relativePath), Pending{std::move(change.kind), nextPlace++});
         return;
     }
-    if (auto kind = merged(held->second.kind, change.kind, told.contains(change.relativePath))) {
+    if (auto kind = merged(held->second.kind, change.kind,
+                           tellsEveryDeletion || told.contains(change.relativePath))) {
         held->second.kind = std::move(*kind);
     } else {
         pending.erase(held);
@@ -409,15 +411,16 @@ void FileWatcher::start(std::optional<std::uint64_t> sinceEventID) {
         state.isStopped = false;
         ++state.run;
     }
-    state.queue->post(
-        [weak = std::weak_ptr(state_), change = onChange, rescan = onRescanRequired, trash = onTrashChange] {
-            const auto self = weak.lock();
-            if (!self) return;
-            self->resetPending();
-            self->onChange = change;
-            self->onRescanRequired = rescan;
-            self->onTrashChange = trash;
-        });
+    state.queue->post([weak = std::weak_ptr(state_), change = onChange, rescan = onRescanRequired,
+                       trash = onTrashChange, every = tellsEveryDeletion] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->resetPending();
+        self->onChange = change;
+        self->onRescanRequired = rescan;
+        self->onTrashChange = trash;
+        self->tellsEveryDeletion = every;
+    });
     auto stream = state.source.stream(state.rootPath, since, *state.queue,
                                       [weak = std::weak_ptr(state_)](std::vector<RawEvent> events) {
                                           if (const auto self = weak.lock()) self->handle(events);

@@ -53,6 +53,9 @@ public:
     std::function<void(std::vector<FileChange>)> onChange;
     std::function<void()> onRescanRequired;
     std::function<void()> onTrashChange;
+    /// Also those of files that came and went within one window, for one who may know the path from
+    /// elsewhere: a file that a sync service puts in another's place is as young as a new one.
+    bool tellsEveryDeletion = false;
 
     /// Throws FileWatchError. A resume id from the future counts as none.
     void start(std::optional<std::uint64_t> sinceEventID);
