@@ -125,7 +125,11 @@ ForeignEdit::Outcome VaultSession::saveOrKeepCopy(const std::string& text, const
             [this](const std::string& content, const std::string& place, const ForeignEdit::Disk& expected) {
                 write(content, vault_.absolutePath(place), &expected);
             },
-        .exists = [this](const std::string& place) { return vault_.isNameTaken(vault_.absolutePath(place)); },
+        .exists =
+            [this, &path](const std::string& place) {
+                return vault_.isNameTaken(vault_.absolutePath(place)) ||
+                       (place != path && reservedNames_.contains(place));
+            },
     };
     try {
         return ForeignEdit::save(text, path, baseline, effects, ForeignEdit::Departures(departures_));

@@ -132,6 +132,8 @@ public:
     /// that.
     void write(const std::string& text, const FilePath& path, const ForeignEdit::Disk* expected = nullptr);
     void awaitCurrentVersion(const std::string& path);
+    /// A name that an editor's unsaved text is going to take: no copy gets it.
+    void reserveName(const std::string& path) { reservedNames_.insert(path); }
 
     // What the application does to notes
 
@@ -217,6 +219,7 @@ private:
     std::unique_ptr<FileWatcher> watcher_;
     std::shared_ptr<LocalEmbedding> embedder_;
     HeldTextStore heldText_;
+    std::set<std::string, std::less<>> reservedNames_;
     DocumentIndexQueue documentIndexQueue_;
     ForeignEdit::Departures departures_;
     std::optional<std::vector<std::string>> listedNotes_;

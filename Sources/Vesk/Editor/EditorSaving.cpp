@@ -46,8 +46,7 @@ void EditorSurface::write(const std::string& text, const std::string& path, bool
     try {
         const auto outcome = session_->saveEditorText(text, path, baseline, waitingForNewerVersion);
         if (text != baseline) keepUnlessTrashed(outcome, text, path);
-        ledger_.unsaved.erase(path);
-        session_->heldText().discard(path, ledger_.id);
+        letGoOf(path);
         record(outcome, text, path);
         show(std::nullopt, path);
         place = placeAfter(outcome, path);
@@ -173,14 +172,69 @@ void EditorSurface::dismissNotice() {
 
 void EditorSurface::hold(const std::string& text, const std::string& path) {
     ledger_.unsaved.insert_or_assign(path, text);
-    session_->heldText().keep(text, path, ledger_.id, baselineOf(path));
+    session_->heldText().keep(text, path, ownerOf(path), baselineOf(path));
     // While it holds text the handle keeps the surface, which is all that can save it.
     auto self = weak_from_this().lock();
     if (!self) return;
     handle_->retryHeld = [self] { return self->retryHeldBeforeLeaving(); };
     handle_->heldText = [self] { return self->ledger_.unsaved; };
-    handle_->letGo = [self] { self->ledger_.unsaved.clear(); };
+    handle_->letGo = [self] {
+        self->ledger_.unsaved.clear();
+        self->ledger_.owners.clear();
+    };
     bridge_.hold(handle_);
+}
+
+void EditorSurface::letGoOf(const std::string& path) {
+    ledger_.unsaved.erase(path);
+    session_->heldText().discard(path, ownerOf(path));
+    ledger_.owners.erase(path);
+}
+
+const std::string& EditorSurface::ownerOf(const std::string& path) {
+    if (const auto known = ledger_.owners.find(path); known != ledger_.owners.end()) return known->second;
+    const auto isTaken = [&](const std::string& owner) {
+        return std::any_of(ledger_.owners.begin(), ledger_.owners.end(),
+                           [&](const auto& entry) { return entry.second == owner; });
+    };
+    std::string owner = ledger_.id;
+    for (int number = 2; isTaken(owner); ++number) owner = fmt::format("{} {}", ledger_.id, number);
+    return ledger_.owners[path] = std::move(owner);
+}
+
+/// A note has gone from a place that another comes to now. What was typed into it and not saved can't be
+/// saved there any more and becomes a copy.
+void EditorSurface::makeWayFor(const std::string& from, const std::string& to) {
+    const auto isDisplaced = [&](const std::string& path) {
+        return isAtOrBelow(path, to) && !isAtOrBelow(path, from);
+    };
+    if (loadedPath_ && isDisplaced(*loadedPath_) && isLoaded() && baselineOf(*loadedPath_) != text_)
+        ledger_.unsaved.insert_or_assign(*loadedPath_, text_);
+    const auto unsaved = ledger_.unsaved;
+    for (const auto& [path, text] : unsaved) {
+        if (!isDisplaced(path)) continue;
+        const auto copy = ForeignEdit::recoveredCopyPath(path, [&](const std::string& candidate) {
+            try {
+                return ledger_.unsaved.contains(candidate) ||
+                       session_->vault().isNameTaken(session_->vault().absolutePath(candidate));
+            } catch (const Error&) {
+                return false;  // the save looks again
+            }
+        });
+        session_->reserveName(copy);
+        ledger_.unsaved.insert_or_assign(copy, text);
+        followShown(path, copy);
+        write(text, copy, false);
+        if (!ledger_.unsaved.contains(copy)) {
+            show(SaveNotice{path, SaveNotice::Recovered{copy}}, std::nullopt);
+        } else if (!session_->heldText().keep(text, copy, ownerOf(copy), std::nullopt)) {
+            // The store's disk refuses: what it has of the text stays under its old name.
+            ledger_.unsaved.erase(path);
+            continue;
+        }
+        letGoOf(path);
+    }
+    std::erase_if(ledger_.baselines, [&](const auto& entry) { return isDisplaced(entry.first); });
 }
 
 std::vector<std::string> EditorSurface::retryHeldBeforeLeaving() {

@@ -225,8 +225,8 @@ void EditorSurface::followDisk(bool evenIfUnannounced) {
     if (!evenIfUnannounced && revision == ledger_.seenRevision) return;
     ledger_.seenRevision = revision;
     if (coordinator_.hasUnsavedEdit()) return coordinator_.flushSave();
-    const auto baseline = ledger_.baselines.find(path);
-    if (baseline == ledger_.baselines.end() || baseline->second != text_)
+    // Held text may stand in the file by now; it is let go only by a save.
+    if (baselineOf(path) != text_ || ledger_.unsaved.contains(path))
         return write(std::string(text_), path, true);
 
     services_.background.run(
@@ -241,8 +241,7 @@ void EditorSurface::followDisk(bool evenIfUnannounced) {
                     surface->coordinator_.hasUnsavedEdit())
                     return;
                 // What stands in the baseline now was read or written after this look began.
-                const auto known = surface->ledger_.baselines.find(path);
-                if (known == surface->ledger_.baselines.end() || known->second != shown) return;
+                if (surface->baselineOf(path) != shown || surface->ledger_.unsaved.contains(path)) return;
                 surface->adopt(found, path);
             });
         });
@@ -276,8 +275,13 @@ void EditorSurface::replaceText(const std::string& text) {
 
 void EditorSurface::follow(const std::string& from, const std::string& to) {
     if (from == to || from.empty()) return;
+    makeWayFor(from, to);
+    const bool replacesShown =
+        loadedPath_ && isAtOrBelow(*loadedPath_, to) && !isAtOrBelow(*loadedPath_, from);
     rename(ledger_.baselines, from, to);
     rename(ledger_.unsaved, from, to);
+    rename(ledger_.owners, from, to);
+    if (replacesShown) return load(std::string(*loadedPath_));
     if (loadedPath_ && isAtOrBelow(*loadedPath_, from)) {
         const std::string shown = *loadedPath_;
         followShown(shown, to + shown.substr(from.size()));

@@ -76,6 +76,9 @@ public:
         std::map<std::string, std::string> baselines;
         int seenRevision = 0;
         std::map<std::string, std::string> unsaved;
+        /// By path, who holds the text in the store: `id`, and names made from it where more than one text is
+        /// held, so that two notes of which one came to the other's path stay apart there.
+        std::map<std::string, std::string> owners;
     };
 
     struct DiskLook {
@@ -156,6 +159,9 @@ private:
     void followShown(const std::string& from, const std::string& to);
     void show(std::optional<SaveNotice> next, const std::optional<std::string>& ifUnsavedFor);
     void hold(const std::string& text, const std::string& path);
+    void letGoOf(const std::string& path);
+    const std::string& ownerOf(const std::string& path);
+    void makeWayFor(const std::string& from, const std::string& to);
     std::vector<std::string> retryHeldBeforeLeaving();
     bool isLoaded() const {
         return state.get().value == decltype(LoadState::value)(LoadState::Plain::loaded);
