@@ -1,7 +1,8 @@
 // Random histories of a vault: whatever happens, no typed text is lost and none that others brought.
 //
 // The ordinary run plays a few thousand short histories. VESK_SIMULATION_STEPS=10000000 plays on until so
-// many steps are done, from VESK_SIMULATION_SEED on, and prints how far it has come.
+// many steps are done, in stories of VESK_SIMULATION_LENGTH steps from VESK_SIMULATION_SEED on, and ends
+// after VESK_SIMULATION_FAULTS faults.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -14,7 +15,7 @@
 namespace vesk::simulation {
 namespace {
 
-constexpr int ordinaryStories = 1200, actionsEach = 60;
+constexpr int ordinaryStories = 1200, usualLength = 60;
 
 std::uint64_t setting(const char* name, std::uint64_t usual) {
     const char* given = std::getenv(name);
@@ -23,13 +24,14 @@ std::uint64_t setting(const char* name, std::uint64_t usual) {
 
 TEST(Simulation, LosesNoTextInAnyHistory) {
     const test::ScratchFolder folder;
-    const std::uint64_t steps = setting("VESK_SIMULATION_STEPS", ordinaryStories * actionsEach);
+    const std::uint64_t steps = setting("VESK_SIMULATION_STEPS", ordinaryStories * usualLength);
     const int mostFaults = static_cast<int>(setting("VESK_SIMULATION_FAULTS", 1));
+    const int length = static_cast<int>(setting("VESK_SIMULATION_LENGTH", usualLength));
     std::uint64_t done = 0, calls = 0;
     int faults = 0;
     for (std::uint64_t seed = setting("VESK_SIMULATION_SEED", 1); done < steps && faults < mostFaults;
          ++seed) {
-        const auto story = storyOf(seed, actionsEach);
+        const auto story = storyOf(seed, length);
         const auto run = play(story, folder.path().native());
         done += story.actions.size();
         calls += run.calls;
@@ -82,6 +84,33 @@ TEST(Simulation, KeepsThePromiseWhereItWasOnceBroken) {
          {{.devices = 1}, {{Do::failSoon, 3, 1}, {Do::type}, {Do::wait, 8}, {Do::type}}}},
         {"a rename fails only on its way to stable storage, and the note is looked for at its old name",
          {{.devices = 1}, {{Do::trash}, {Do::type}, {Do::failSoon, 5, 1}, {Do::rename}, {Do::type}}}},
+        {"a note is renamed to the place of one that went while it was shown, whose text overwrites it",
+         {{.devices = 1},
+          {{Do::fillVault, 1},
+           {Do::type, 1},
+           {Do::select},
+           {Do::intrude, 0, 4},
+           {Do::rename},
+           {Do::rename}}}},
+        {"a save fails late, another program edits the file, and the held text overwrites that when it is "
+         "left",
+         {{.devices = 1},
+          {{Do::failSoon, 3, 1}, {Do::type}, {Do::wait, 16}, {Do::intrude}, {Do::wait, 17}, {Do::select}}}},
+        {"two texts are held for notes that came to one place, and both become its recovered copy",
+         {{.devices = 1},
+          {{Do::localDelete, 1},
+           {Do::type},
+           {Do::rename, 0, 3},
+           {Do::localMove},
+           {Do::type},
+           {Do::fillVault, 1},
+           {Do::select},
+           {Do::type},
+           {Do::rename, 0, 3},
+           {Do::localMove}}}},
+        {"a sync service replaces a note and deletes it at once, and the index keeps it",
+         {{.devices = 1, .hasIndex = true},
+          {{Do::deviceEdit, 6}, {Do::sync}, {Do::wait, 1}, {Do::deviceDelete, 6}}}},
         {"a note is moved by another program right after its save, and the index keeps its old path",
          {{.devices = 1, .hasIndex = true}, {{Do::type}, {Do::wait, 8}, {Do::localMove, 0, 2}}}},
         {"a conflict copy stands though its write failed late, and the index never hears of it",

@@ -186,6 +186,11 @@ std::vector<std::string> SyncService::textsElsewhere() const {
     return texts;
 }
 
+bool SyncService::waitsBelow(const std::string& folder) const {
+    const auto next = waiting_.lower_bound(folder + "/");
+    return next != waiting_.end() && next->first.starts_with(folder + "/");
+}
+
 bool SyncService::isClean(const std::string& path) const {
     const auto local = files_.textAt(absolute(path));
     const auto known = known_.find(path);

@@ -53,6 +53,7 @@ public:
     void request(const std::string& path) { requested_.insert(path); }
     /// What only the service has: the texts of placeholders.
     std::vector<std::string> textsElsewhere() const;
+    bool waitsBelow(const std::string& folder) const;
     Status statusOf(const std::string& path) const;
     /// Why the vault and the service don't agree; none if they do.
     std::optional<std::string> disagreement() const;

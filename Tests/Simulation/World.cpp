@@ -356,6 +356,7 @@ private:
         }
         const auto refused = [&](int code, bool happens = false) {
             heldRefused_ = heldRefused_ || inHeld;
+            wasRefused_ = true;
             return Fate{.error = code, .happens = happens};
         };
         if (failIn_ > 0 && (mutates || failKind_ % 3 == 0) && --failIn_ == 0) {
@@ -605,6 +606,7 @@ private:
             touched_.insert(path);
             touched_.insert(to + path.substr(1));
         }
+        if (service_.waitsBelow(from)) return;
         if (files_.rename(absolute(from), absolute(to))) return;
         files_.rename(absolute(from), absolute("k"));
     }
@@ -757,7 +759,10 @@ private:
             std::printf("    saved %s (%zu): %s\n", path.c_str(), outcome.value.index(),
                         essence(text).c_str());
         using Outcome = ForeignEdit::Outcome;
-        if (!std::holds_alternative<Outcome::DiskWins>(outcome.value) && !isLet(text)) {
+        // These leave the note to another's text, and it may be an old one that the service brought again.
+        const bool isAnothers = std::holds_alternative<Outcome::DiskWins>(outcome.value) ||
+                                std::holds_alternative<Outcome::Merged>(outcome.value);
+        if (!isAnothers && !isLet(text)) {
             broken("a save was told of that didn't happen: " + essence(text) + " at " + path);
         }
         oracle_.saved(text);
@@ -774,7 +779,7 @@ private:
     }
     bool holds(const std::string& path, const std::string& text) const {
         const auto now = files_.textAt(absolute(path));
-        return now && essence(*now) == essence(text);
+        return now && LineEndings::normalized(*now) == text;
     }
     bool isLet(const std::string& text) { return oracle_.isSafe(text, textsOnDisk(false)); }
 
@@ -852,6 +857,8 @@ private:
         if (shape_.hasIndex) judgeIndex();
     }
     void judgeIndex() {
+        // What the index could not read when it was told of is read by the next reindex.
+        if (wasRefused_) acting([&] { session_->rebuildIndex(); });
         const auto paths = notes();
         for (const auto& path : paths) {
             const auto text = LineEndings::normalized(*files_.textAt(absolute(path)));
@@ -902,6 +909,7 @@ private:
     std::set<std::string> touched_;       ///< what others did something to since the editor last knew it
     bool isDead_ = false, isIntruding_ = false, intruded_ = false, isOnline_ = false;
     bool heldRefused_ = false;  ///< in this run
+    bool wasRefused_ = false;   ///< any call
     int crashIn_ = 0, crashKind_ = 0, failIn_ = 0, failKind_ = 0, intrudeIn_ = 0, intrusionKind_ = 0;
     int vaultFullness_ = 0, supportFullness_ = 0;
     std::optional<std::string> fault_;
