@@ -106,6 +106,7 @@ void EditorSurface::record(const Outcome& outcome, const std::string& text, cons
         },
         [&](const Outcome::FollowedMove& followed) {
             // The shown text is at its new place before the inner outcome may replace it.
+            if (loadedPath_ == path) makeWayFor(path, followed.to);
             const bool isOpenThere = loadedPath_ == followed.to || ledger_.unsaved.contains(followed.to);
             const auto openThere = baselineOf(followed.to);
             followShown(path, followed.to);
@@ -128,6 +129,7 @@ void EditorSurface::record(const Outcome& outcome, const std::string& text, cons
             show(SaveNotice{path, SaveNotice::Followed{followed.to}}, std::nullopt);
         },
         [&](const Outcome::KeptAsCopy& kept) {
+            makeWayFor(path, kept.copyPath);
             baseline(path, text);
             baseline(kept.copyPath, text);
             followShown(path, kept.copyPath);
