@@ -108,7 +108,8 @@ TEST(Simulation, KeepsThePromiseWhereItWasOnceBroken) {
            {Do::type},
            {Do::rename, 0, 3},
            {Do::localMove}}}},
-        {"the shown note follows a move to a place whose former note has unsaved text, which its save lets go",
+        {"the shown note follows a move to a place whose former note has unsaved text, which its save lets "
+         "go",
          {{.devices = 1},
           {{Do::fillVault, 1},
            {Do::intrude, 4, 3},

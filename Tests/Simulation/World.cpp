@@ -265,7 +265,13 @@ private:
             [this](const std::string& path, const std::string& text, const ForeignEdit::Outcome& outcome) {
                 wasSaved(path, text, outcome);
             });
-        heldRefused_ = false;
+        notice_ = surface_->notice.subscribe([this](const std::optional<EditorSurface::SaveNotice>& notice) {
+            using Notice = EditorSurface::SaveNotice;
+            if (notice && (std::holds_alternative<Notice::Failed>(notice->kind) ||
+                           std::holds_alternative<Notice::Waiting>(notice->kind)))
+                isTrouble_ = true;
+        });
+        heldRefused_ = isTrouble_ = false;
         inMemoryOnly_.clear();
         acting([&] { session_->start(); });
     }
@@ -280,6 +286,7 @@ private:
             if (!isDead_) broken(std::string("an error came out: ") + error.what());
         }
         if (isDead_) return bury();
+        if (isRunning()) holdToWhatIsTold();
         noteUnsaved();
         if (pending_ && time_.monotonic() - typedAt_ >= seconds(0.8)) typedIsOwed();
     }
@@ -309,6 +316,7 @@ private:
             events_.drop();
             session_->heldText().discardEverythingKept();
             saved_ = {};
+            notice_ = {};
             surface_.reset();
             bridge_.reset();
             session_.reset();
@@ -628,7 +636,8 @@ private:
         acting([&] { surface_->load(path); });
         handedOver();
         // What is shown as loaded is what the note holds, as far as the editor knows.
-        if (isRunning() && isLoaded() && holds(path, surface_->text())) touched_.erase(path);
+        const bool isNewest = service_.statusOf(path) == SyncService::Status::current;
+        if (isRunning() && isLoaded() && isNewest && holds(path, surface_->text())) touched_.erase(path);
     }
 
     void type(int style) {
@@ -743,6 +752,7 @@ private:
         });
         if (!isRunning()) return;
         saved_ = {};
+        notice_ = {};
         time_.settle();
         surface_.reset();
         session_.reset();
@@ -752,6 +762,14 @@ private:
     }
 
     // What is told, held against what is
+
+    void holdToWhatIsTold() {
+        if (surface_->ledger().unsaved.empty()) {
+            isTrouble_ = false;
+        } else if (!isTrouble_) {
+            broken("text is unsaved and nobody was told: " + surface_->ledger().unsaved.begin()->first);
+        }
+    }
 
     void wasSaved(const std::string& path, const std::string& text, const ForeignEdit::Outcome& outcome) {
         if (isDead_) return;
@@ -854,7 +872,17 @@ private:
                 return broken("left in the vault: " + entry.first);
         }
         if (auto disagreement = service_.disagreement()) return broken(*disagreement);
+        judgeEditor();
         if (shape_.hasIndex) judgeIndex();
+    }
+    void judgeEditor() {
+        // What it could not read when it was told of is read when the person comes back to it.
+        if (wasRefused_) acting([&] { surface_->followDisk(true); });
+        if (!isLoaded()) return;
+        const auto& path = *surface_->loadedPath();
+        const auto text = files_.textAt(absolute(path));
+        if (text && LineEndings::normalized(*text) != surface_->text())
+            broken("the editor shows another text than " + path + " holds");
     }
     void judgeIndex() {
         // What the index could not read when it was told of is read by the next reindex.
@@ -901,7 +929,7 @@ private:
     std::unique_ptr<EditorBridge> bridge_;
     std::shared_ptr<VaultSession> session_;
     std::shared_ptr<EditorSurface> surface_;
-    Subscription saved_;
+    Subscription saved_, notice_;
 
     std::optional<std::string> pending_;  ///< typed, and in the memory of the process alone
     Duration typedAt_{};
@@ -909,6 +937,7 @@ private:
     std::set<std::string> touched_;       ///< what others did something to since the editor last knew it
     bool isDead_ = false, isIntruding_ = false, intruded_ = false, isOnline_ = false;
     bool heldRefused_ = false;  ///< in this run
+    bool isTrouble_ = false;    ///< the person has been told of text that isn't saved
     bool wasRefused_ = false;   ///< any call
     int crashIn_ = 0, crashKind_ = 0, failIn_ = 0, failKind_ = 0, intrudeIn_ = 0, intrusionKind_ = 0;
     int vaultFullness_ = 0, supportFullness_ = 0;
