@@ -1,6 +1,8 @@
 #include "VeskCore/Editor/EditorLines.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Support/Text.h"
@@ -11,6 +13,24 @@ namespace {
 
 constexpr bool endsLine(char16_t c) {
     return c == u'\n' || c == u'\r' || c == 0x0085 || c == 0x2028 || c == 0x2029;
+}
+
+// Every reader walks lines, so lines are found eight units at a time.
+constexpr std::size_t unitsAtOnce = 8;
+using Units = std::uint16_t __attribute__((vector_size(unitsAtOnce * sizeof(char16_t))));
+
+bool holdsLineEnd(const char16_t* at) {
+    Units units;
+    std::memcpy(&units, at, sizeof units);
+    const auto ends = (units == u'\n') | (units == u'\r') | (units == 0x0085) | ((units | 1) == 0x2029);
+    std::uint64_t halves[2];
+    static_assert(sizeof halves == sizeof ends);
+    std::memcpy(halves, &ends, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+bool isSpace(char16_t c) {
+    return c < 0x80 ? c == u' ' || (c >= u'\t' && c <= u'\r') : isSpaceOrNewline(c);
 }
 
 template <class Test>
@@ -24,16 +44,21 @@ std::u16string_view trimmedBy(std::u16string_view text, Test test) {
 
 Line lineFrom(std::u16string_view text, std::size_t start) {
     std::size_t end = start;
+    while (text.size() - end >= unitsAtOnce && !holdsLineEnd(text.data() + end)) end += unitsAtOnce;
     while (end < text.size() && !endsLine(text[end])) ++end;
     std::size_t fullEnd = end;
     if (end < text.size()) ++fullEnd;
-    if (text.substr(end).starts_with(u"\r\n")) ++fullEnd;
+    if (fullEnd < text.size() && text[end] == u'\r' && text[fullEnd] == u'\n') ++fullEnd;
     return {{start, end - start}, {start, fullEnd - start}};
 }
 
 std::size_t lineStart(std::u16string_view text, std::size_t offset) {
     std::size_t at = std::min(offset, text.size());
     while (at > 0) {
+        if (at >= unitsAtOnce && !holdsLineEnd(text.data() + at - unitsAtOnce)) {
+            at -= unitsAtOnce;
+            continue;
+        }
         const bool insideCrLf = text[at - 1] == u'\r' && at < text.size() && text[at] == u'\n';
         if (endsLine(text[at - 1]) && !insideCrLf) break;
         --at;
@@ -55,7 +80,7 @@ TextRange clipped(TextRange range, std::u16string_view text) {
 }
 
 std::u16string_view trimmed(std::u16string_view text) {
-    return trimmedBy(text, [](char16_t c) { return isSpaceOrNewline(c); });
+    return trimmedBy(text, isSpace);
 }
 
 std::u16string_view trimmedBlanks(std::u16string_view text) {
@@ -66,8 +91,15 @@ bool beginsWithFence(std::u16string_view trimmedLine) {
     return trimmedLine.starts_with(u"```") || trimmedLine.starts_with(u"~~~");
 }
 
+char16_t firstShown(std::u16string_view line) {
+    const auto shown = std::find_if_not(line.begin(), line.end(), isSpace);
+    return shown == line.end() ? u'\0' : *shown;
+}
+
 bool isFence(std::u16string_view line) {
-    return line.size() <= MarkdownSpans::longLineLimit && beginsWithFence(trimmed(line));
+    if (line.size() > MarkdownSpans::longLineLimit) return false;
+    const char16_t first = firstShown(line);
+    return (first == u'`' || first == u'~') && beginsWithFence(trimmed(line));
 }
 
 }  // namespace vesk::EditorLines

@@ -28,6 +28,8 @@ TextRange clipped(TextRange range, std::u16string_view text);
 std::u16string_view trimmed(std::u16string_view text);
 /// Without spaces and tabs at both ends.
 std::u16string_view trimmedBlanks(std::u16string_view text);
+/// The first unit that is neither white space nor a newline, or NUL without one.
+char16_t firstShown(std::u16string_view line);
 /// True of the signs "```" and "~~~" at the start of a trimmed line.
 bool beginsWithFence(std::u16string_view trimmedLine);
 /// True if `line`, terminator included, opens or closes a fence. A line too long to be styled is none, so

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VeskCore/Editor/EditorLines.h"
+#include "VeskCore/Editor/MarkdownTable.h"
 
 namespace vesk {
 
@@ -27,25 +28,34 @@ void splice(Offsets& offsets, TextRange lines, std::size_t oldLength, const Offs
 void LineLandmarks::rebuild(std::u16string_view text) {
     fences_.clear();
     closers_.clear();
+    delimiters_.clear();
     textLength_ = 0;
     replace({0, text.size()}, 0, text);
 }
 
 void LineLandmarks::replace(TextRange lines, std::size_t oldLength, std::u16string_view text) {
-    Offsets fences, closers;
+    Offsets fences, closers, delimiters;
     if (lines.location == 0) opens_ = false;
     for (std::size_t at = lines.location; at < lines.end();) {
+        const EditorLines::Line line = EditorLines::lineFrom(text, at);
         const std::size_t start = at;
-        const TextRange full = EditorLines::lineFrom(text, start).full;
-        at = full.end();
-        const std::u16string_view line = EditorLines::piece(text, full);
-        if (EditorLines::isFence(line)) fences.push_back(start);
-        const std::u16string_view shown = EditorLines::trimmed(line);
-        if (shown == u"---" || shown == u"...") closers.push_back(start);
-        if (start == 0) opens_ = shown == u"---";
+        at = line.full.end();
+        const std::u16string_view source = EditorLines::piece(text, line.full);
+        const char16_t first = EditorLines::firstShown(source);
+        if (first == u'`' || first == u'~') {
+            if (EditorLines::isFence(source)) fences.push_back(start);
+        } else if (first == u'-' || first == u'.' || first == u'|' || first == u':') {
+            const std::u16string_view shown = EditorLines::trimmed(source);
+            if (shown == u"---" || shown == u"...") closers.push_back(start);
+            if (start == 0) opens_ = shown == u"---";
+            if (MarkdownTable::isDelimiterRow(EditorLines::piece(text, line.content))) {
+                delimiters.push_back(start);
+            }
+        }
     }
     splice(fences_, lines, oldLength, fences);
     splice(closers_, lines, oldLength, closers);
+    splice(delimiters_, lines, oldLength, delimiters);
     textLength_ = textLength_ - oldLength + lines.length;
 }
 
@@ -59,6 +69,24 @@ std::optional<TextRange> LineLandmarks::frontmatter(std::u16string_view text) co
 std::size_t LineLandmarks::fencesBefore(std::size_t offset) const {
     return static_cast<std::size_t>(std::lower_bound(fences_.begin(), fences_.end(), offset) -
                                     fences_.begin());
+}
+
+bool LineLandmarks::hasDelimiter(TextRange lines) const {
+    const auto first = std::lower_bound(delimiters_.begin(), delimiters_.end(), lines.location);
+    return first != delimiters_.end() && *first <= lines.end();
+}
+
+bool LineLandmarks::mightTouchTable(TextRange lines, std::u16string_view text) const {
+    if (hasDelimiter(lines)) return true;
+    const auto below = std::lower_bound(delimiters_.begin(), delimiters_.end(), lines.location);
+    if (below == delimiters_.begin()) return false;
+    const std::size_t nearest = *(below - 1);
+    for (std::size_t at = lines.location; at > nearest;) {
+        const std::size_t start = EditorLines::lineStart(text, at - 1);
+        if (!MarkdownTable::couldBeRow(text, {start, at - start}, std::nullopt)) return false;
+        at = start;
+    }
+    return true;
 }
 
 bool LineLandmarks::isInsideFence(std::size_t offset, std::optional<TextRange> frontmatter) const {

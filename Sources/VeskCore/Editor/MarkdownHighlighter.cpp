@@ -150,7 +150,7 @@ void MarkdownHighlighter::setRevealRange(std::optional<TextRange> range, std::u1
 
 std::vector<MarkdownTable> MarkdownHighlighter::tablesTouching(TextRange lines,
                                                                std::u16string_view text) const {
-    if (piece(text, lines).find(u'|') == std::u16string_view::npos) return {};
+    if (!landmarks_.mightTouchTable(lines, text)) return {};
     const auto frontmatter = landmarks_.frontmatter(text);
     return MarkdownTable::tables(text, lines, frontmatter,
                                  landmarks_.isInsideFence(lines.location, frontmatter));
@@ -223,6 +223,7 @@ TextRange MarkdownHighlighter::restyleRange(TextRange lines, std::size_t oldLeng
         return landmarks_.fencesBefore(end) - landmarks_.fencesBefore(frontmatter ? frontmatter->end() : 0);
     };
     const std::size_t fencesBefore = fencesUntilEnd(edit.oldEnd(), lastFrontmatter_);
+    const bool hadTable = landmarks_.hasDelimiter({lines.location, oldLength});
     landmarks_.replace(lines, oldLength, text);
     const auto frontmatter = landmarks_.frontmatter(text);
     const std::size_t fencesAfter = fencesUntilEnd(lines.end(), frontmatter);
@@ -234,8 +235,9 @@ TextRange MarkdownHighlighter::restyleRange(TextRange lines, std::size_t oldLeng
         range = {0, std::min(std::max({range.end(), lastEnd, boundary}), text.size())};
     }
     if ((fencesBefore - fencesAfter) % 2 != 0) range.length = text.size() - range.location;
-    const TextRange rows = MarkdownTable::widenedToPipeRuns(lines, text, frontmatter);
-    if (MarkdownTable::mightContainTable(text, rows)) range = united(range, rows);
+    if (hadTable || landmarks_.mightTouchTable(lines, text)) {
+        range = united(range, MarkdownTable::widenedToPipeRuns(lines, text, frontmatter));
+    }
     return range;
 }
 

@@ -102,14 +102,38 @@ std::optional<Row> paragraphRow(std::u16string_view text, const Line& line) {
     return split(text, line);
 }
 
-bool couldBeRow(std::u16string_view text, TextRange line, std::size_t bodyStart) {
-    if (line.location < bodyStart) return false;
+/// The delimiter row in a line, with what it says.
+struct Delimiter {
+    Row row;
+    std::vector<TableAlignment> alignments;
+};
+
+std::optional<Delimiter> delimiterRow(std::u16string_view text, const Line& line) {
+    // Nearly every line fails at its first letter.
+    const std::u16string_view source = piece(text, line.content);
+    if (source.find_first_not_of(u" \t|:-") != source.npos) return std::nullopt;
+    auto row = split(text, line);
+    if (!row) return std::nullopt;
+    auto alignments = alignmentsOf(text, *row);
+    if (!alignments || !BlockModel::isParagraph(source)) return std::nullopt;
+    row->kind = TableRowKind::delimiter;
+    return Delimiter{*std::move(row), *std::move(alignments)};
+}
+
+}  // namespace
+
+bool MarkdownTable::isDelimiterRow(std::u16string_view line) {
+    const TextRange whole{0, line.size()};
+    return delimiterRow(line, {whole, whole}).has_value();
+}
+
+bool MarkdownTable::couldBeRow(std::u16string_view text, TextRange line,
+                               std::optional<TextRange> frontmatter) {
+    if (frontmatter && line.location < frontmatter->end()) return false;
     bool pipe = false;
     visitPipes(text, line, [&](std::size_t, bool escaped) { pipe = pipe || !escaped; });
     return pipe && !EditorLines::isFence(piece(text, line)) && BlockModel::isParagraph(piece(text, line));
 }
-
-}  // namespace
 
 bool MarkdownTable::isColumnPadded() const {
     const auto samePlaces = [&](const Row& row) {
@@ -154,19 +178,16 @@ std::vector<MarkdownTable> MarkdownTable::tables(std::u16string_view text, std::
         if (fenced || at >= whole.end()) continue;
         const Line next = EditorLines::lineFrom(text, at);
         // The delimiter is the rarer of the two and cheap to tell.
-        auto delimiter = split(text, next);
+        auto delimiter = delimiterRow(text, next);
         if (!delimiter) continue;
-        auto columns = alignmentsOf(text, *delimiter);
-        if (!columns || !BlockModel::isParagraph(piece(text, next.content))) continue;
         auto header = paragraphRow(text, line);
-        if (!header || header->cells.size() != columns->size()) continue;
+        if (!header || header->cells.size() != delimiter->alignments.size()) continue;
 
         MarkdownTable table;
-        table.alignments = *std::move(columns);
+        table.alignments = std::move(delimiter->alignments);
         header->kind = RowKind::header;
-        delimiter->kind = RowKind::delimiter;
         table.rows.push_back(*std::move(header));
-        table.rows.push_back(*std::move(delimiter));
+        table.rows.push_back(std::move(delimiter->row));
         at = next.full.end();
         while (at < whole.end()) {
             const Line body = EditorLines::lineFrom(text, at);
@@ -201,17 +222,16 @@ bool MarkdownTable::mightContainTable(std::u16string_view text, TextRange range)
 TextRange MarkdownTable::widened(TextRange range, std::u16string_view text,
                                  std::optional<TextRange> frontmatter) {
     range = EditorLines::clipped(range, text);
-    const std::size_t bodyStart = frontmatter ? frontmatter->end() : 0;
     std::size_t start = range.location, end = range.end();
     while (start > 0) {
         const std::size_t lineStart = EditorLines::lineStart(text, start - 1);
         const TextRange line = EditorLines::lineFrom(text, lineStart).full;
-        if (!couldBeRow(text, line, bodyStart)) break;
+        if (!couldBeRow(text, line, frontmatter)) break;
         start = lineStart;
     }
     while (end < text.size()) {
         const TextRange line = EditorLines::lineFrom(text, EditorLines::lineStart(text, end)).full;
-        if (!couldBeRow(text, line, bodyStart)) break;
+        if (!couldBeRow(text, line, frontmatter)) break;
         end = line.end();
     }
     return {start, end - start};

@@ -55,6 +55,10 @@ struct MarkdownTable {
                                              std::optional<bool> inFence = {});
     static std::optional<MarkdownTable> table(std::size_t offset, std::u16string_view text,
                                               std::optional<TextRange> frontmatter = {});
+    /// Whether the line, its terminator left out, is a delimiter row wherever it stands.
+    static bool isDelimiterRow(std::u16string_view line);
+    /// Whether the line that holds the range could be a row of a table, its neighbours aside.
+    static bool couldBeRow(std::u16string_view text, TextRange line, std::optional<TextRange> frontmatter);
     /// A fast filter: whether the range's lines hold a pipe at all.
     static bool mightContainTable(std::u16string_view text, TextRange range);
     /// The range grown over the lines around it that could be rows of one table with it.
