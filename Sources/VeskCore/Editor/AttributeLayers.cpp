@@ -35,6 +35,8 @@ void AttributeLayers::addHtml(TextRange range, const HTMLStyle& style) {
 }
 
 void AttributeLayers::finishLine(TextRange line) {
+    if (layers_.empty()) return append(line, {});
+    active_.clear();
     edges_.clear();
     for (std::size_t i = 0; i < layers_.size(); ++i) {
         Layer& layer = layers_[i];
@@ -45,13 +47,9 @@ void AttributeLayers::finishLine(TextRange line) {
         edges_.push_back({layer.end, i, true});
     }
     std::sort(edges_.begin(), edges_.end(), [](const Edge& a, const Edge& b) { return a.offset < b.offset; });
-    active_.clear();
     std::size_t at = line.location;
     const auto emitUntil = [&](std::size_t end) {
-        if (end <= at) return;
-        TextAttributes attributes = base_;
-        for (const std::size_t layer : active_) apply(layers_[layer], attributes);
-        append({at, end - at}, attributes);
+        if (end > at) append({at, end - at}, active_);
         at = end;
     };
     for (const Edge& edge : edges_) {
@@ -68,12 +66,14 @@ void AttributeLayers::finishLine(TextRange line) {
     htmlStyles_.clear();
 }
 
-void AttributeLayers::append(TextRange range, const TextAttributes& attributes) {
-    if (!runs_.empty() && runs_.back().range.end() == range.location &&
-        runs_.back().attributes == attributes) {
-        runs_.back().range.length += range.length;
-    } else {
-        runs_.push_back({range, attributes});
+void AttributeLayers::append(TextRange range, const std::vector<std::size_t>& active) {
+    AttributeRun& run = runs_.emplace_back(AttributeRun{range, base_});
+    for (const std::size_t layer : active) apply(layers_[layer], run.attributes);
+    if (runs_.size() == 1) return;
+    AttributeRun& before = *(runs_.end() - 2);
+    if (before.attributes == run.attributes) {
+        before.range.length += range.length;
+        runs_.pop_back();
     }
 }
 

@@ -38,7 +38,8 @@ public:
     /// A syntax marker: dimmed where the caret is, elsewhere hidden.
     void addMarker(TextRange range, bool revealed) { add(range, revealed ? Change::faint : Change::hidden); }
 
-    /// Turns the layers into the runs of the line and forgets them. Layers outside the line are cut.
+    /// Turns the layers into the runs of the line, which follows the one before, and forgets them. Layers
+    /// outside the line are cut.
     void finishLine(TextRange line);
 
 private:
@@ -58,7 +59,8 @@ private:
     void apply(const Layer& layer, TextAttributes& attributes) const;
     void apply(Change change, TextAttributes& attributes) const;
     void apply(const HTMLStyle& style, TextAttributes& attributes) const;
-    void append(TextRange range, const TextAttributes& attributes);
+    /// A run of the range under these layers.
+    void append(TextRange range, const std::vector<std::size_t>& active);
 
     const HighlighterTheme& theme_;
     const TextAttributes base_;

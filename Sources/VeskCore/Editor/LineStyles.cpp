@@ -6,7 +6,7 @@
 #include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Support/Match.h"
 
-namespace vesk::LineStyles {
+namespace vesk {
 
 namespace {
 
@@ -66,7 +66,8 @@ void applySpan(const Span& span, std::u16string_view text, Markers& markers, boo
 }
 
 /// Lays what the line's kind asks for; true if inline styles come on top.
-bool styleBlock(const Span& block, std::u16string_view text, bool revealed, AttributeLayers& layers) {
+bool layBlock(const MarkdownSpans::BlockSpan& block, std::u16string_view text, bool revealed,
+              AttributeLayers& layers) {
     const auto quote = [&] {
         layers.add(block.range, Change::quoted);
         const std::size_t sign = text.find(u'>', block.range.location);
@@ -77,12 +78,12 @@ bool styleBlock(const Span& block, std::u16string_view text, bool revealed, Attr
         block.style,
         [&](const Style::Heading& heading) {
             layers.addHeading(block.range, heading.level);
-            layers.addMarker(block.markers.front(), revealed);
+            layers.addMarker(block.marker.value_or(TextRange{}), revealed);
             return true;
         },
         [&](const Style::Callout&) {
             const TextRange prefix = quote();
-            layers.add(block.markers.front(), Change::accent);
+            layers.add(block.marker.value_or(TextRange{}), Change::accent);
             layers.addMarker(prefix, revealed);
             return true;
         },
@@ -107,36 +108,39 @@ bool styleBlock(const Span& block, std::u16string_view text, bool revealed, Attr
 
 }  // namespace
 
-void styleLine(std::u16string_view text, TextRange line, bool revealed, AttributeLayers& layers) {
-    const std::u16string_view source = EditorLines::piece(text, line);
-    const std::vector<Span> block = MarkdownSpans::blockSpans(source, line.location);
-    if (!block.empty() && !styleBlock(block.front(), text, revealed, layers)) return;
-
-    Markers markers;
-    for (const Span& span : MarkdownSpans::inlineSpans(source, line.location, /*wholeLine=*/true)) {
-        applySpan(span, text, markers, /*inCell=*/false, layers);
-    }
-    if (!block.empty()) {
-        const auto* task = std::get_if<Style::Task>(&block.front().style.value);
-        const std::size_t rest = block.front().range.end();
-        if (task && task->done) layers.add({rest, line.end() - rest}, Change::done);
-    }
-    for (const TextRange& marker : markers) layers.addMarker(marker, revealed);
+LineStyles::LineStyles(std::u16string_view text, AttributeLayers& layers) : text_(text), layers_(layers) {
+    inLine_ = [this](const Span& span) { applySpan(span, text_, markers_, /*inCell=*/false, layers_); };
 }
 
-void styleFenceLine(TextRange line, bool revealed, AttributeLayers& layers) {
-    layers.add(line, Change::mono);
-    layers.addMarker(line, revealed);
+void LineStyles::addMarkers(bool revealed) {
+    for (const TextRange& marker : markers_) layers_.addMarker(marker, revealed);
+    markers_.clear();
 }
 
-void styleTableRow(const MarkdownTable& table, std::size_t row, std::u16string_view text, bool padded,
-                   bool revealed, AttributeLayers& layers) {
-    if (padded) layers.add(table.rows[row].fullLine, Change::mono);
-    Markers markers;
-    for (const Span& span : MarkdownSpans::tableRowSpans(table, row, text)) {
-        applySpan(span, text, markers, /*inCell=*/true, layers);
+void LineStyles::styleLine(TextRange line, bool revealed) {
+    const std::u16string_view source = EditorLines::piece(text_, line);
+    const auto block = MarkdownSpans::blockSpan(source, line.location);
+    if (block && !layBlock(*block, text_, revealed, layers_)) return;
+    reader_.readLine(source, line.location, /*wholeLine=*/true, inLine_);
+    if (block) {
+        const auto* task = std::get_if<Style::Task>(&block->style.value);
+        const std::size_t rest = block->range.end();
+        if (task && task->done) layers_.add({rest, line.end() - rest}, Change::done);
     }
-    for (const TextRange& marker : markers) layers.addMarker(marker, revealed);
+    addMarkers(revealed);
 }
 
-}  // namespace vesk::LineStyles
+void LineStyles::styleFenceLine(TextRange line, bool revealed) {
+    layers_.add(line, Change::mono);
+    layers_.addMarker(line, revealed);
+}
+
+void LineStyles::styleTableRow(const MarkdownTable& table, std::size_t row, bool padded, bool revealed) {
+    if (padded) layers_.add(table.rows[row].fullLine, Change::mono);
+    for (const Span& span : MarkdownSpans::tableRowSpans(table, row, text_)) {
+        applySpan(span, text_, markers_, /*inCell=*/true, layers_);
+    }
+    addMarkers(revealed);
+}
+
+}  // namespace vesk

@@ -62,9 +62,12 @@ public:
           frontmatter_(frontmatter),
           title_(title),
           tables_(tables),
-          layers_(owner.theme, runs_) {}
+          layers_(owner.theme, runs_),
+          styles_(text, layers_) {}
 
     std::vector<AttributeRun> runs(TextRange range) {
+        constexpr std::size_t unitsOfARun = 16;  // or more, in most notes
+        runs_.reserve(range.length / unitsOfARun + 8);
         bool inFence = owner_.landmarks_.isInsideFence(range.location, frontmatter_);
         for (std::size_t at = range.location; at < range.end();) {
             const TextRange line = EditorLines::lineFrom(text_, at).full;
@@ -91,10 +94,10 @@ private:
         if (line.length > MarkdownSpans::longLineLimit) return;
         if (EditorLines::isFence(piece(text_, line))) {
             inFence = !inFence;
-            return LineStyles::styleFenceLine(line, isRevealed(line), layers_);
+            return styles_.styleFenceLine(line, isRevealed(line));
         }
         if (inFence) return layers_.add(line, Change::mono);
-        if (!styleTableRow(line)) LineStyles::styleLine(text_, line, isRevealed(line), layers_);
+        if (!styleTableRow(line)) styles_.styleLine(line, isRevealed(line));
     }
 
     /// False if no row of a table begins with the line.
@@ -111,8 +114,7 @@ private:
             layers_.add(line, Change::hidden);
         } else {
             // With the caret in one row, all rows show their source in full.
-            LineStyles::styleTableRow(table, row, text_, state_.padded, state_.revealed || isRevealed(line),
-                                      layers_);
+            styles_.styleTableRow(table, row, state_.padded, state_.revealed || isRevealed(line));
         }
         return true;
     }
@@ -134,6 +136,7 @@ private:
     TableState state_;  // of the current table
     std::vector<AttributeRun> runs_;
     AttributeLayers layers_;
+    LineStyles styles_;
 };
 
 void MarkdownHighlighter::ensureLandmarks(std::u16string_view text) {

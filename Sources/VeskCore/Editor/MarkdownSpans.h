@@ -30,6 +30,15 @@ std::optional<TextRange> frontmatterRange(std::u16string_view text);
 /// Whether the line that holds the offset starts inside a fence.
 bool isInsideFence(std::u16string_view text, std::size_t offset, std::optional<TextRange> frontmatter = {});
 
+/// What a line's kind gives to its start or its whole.
+struct BlockSpan {
+    TextRange range;
+    Style style;
+    std::optional<TextRange> marker;
+};
+/// None for a paragraph or a blank line.
+std::optional<BlockSpan> blockSpan(std::u16string_view line, std::size_t lineStart);
+
 // The spans of one line; `lineStart` is added to every offset.
 std::vector<Span> blockSpans(std::u16string_view line, std::size_t lineStart);
 std::vector<Span> inlineSpans(std::u16string_view line, std::size_t lineStart, bool wholeLine);

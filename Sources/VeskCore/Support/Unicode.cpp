@@ -192,9 +192,9 @@ bool isNumber(char32_t codePoint) {
 }
 
 bool isWordCharacter(char32_t codePoint) {
-    constexpr std::uint32_t wordCategories = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK | U_GC_PC_MASK;
-    const auto unit = static_cast<UChar32>(codePoint);
-    return (U_GET_GC_MASK(unit) & wordCategories) != 0 || u_hasBinaryProperty(unit, UCHAR_JOIN_CONTROL) != 0;
+    if (codePoint < 0x80) return codePoint == U'_' || isAsciiAlphanumeric(static_cast<char>(codePoint));
+    constexpr auto words = U_GC_L_MASK | U_GC_M_MASK | U_GC_ND_MASK | U_GC_NL_MASK | U_GC_PC_MASK;
+    return (U_GET_GC_MASK(static_cast<UChar32>(codePoint)) & words) != 0;
 }
 
 bool joinsCharacterBefore(char32_t codePoint) {

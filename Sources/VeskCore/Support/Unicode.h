@@ -15,7 +15,7 @@ namespace vesk {
 bool isLetter(char32_t codePoint);
 /// General category N (decimal, letter and other numbers).
 bool isNumber(char32_t codePoint);
-/// A letter, mark, number, connector punctuation or join control: what a word is made of (UTS #18, \w).
+/// A character of a word, as the patterns for tags read it: general categories L, M, Nd, Nl and Pc.
 bool isWordCharacter(char32_t codePoint);
 /// True of what belongs to the character before it, whatever that is: combining and spacing marks, joiners.
 bool joinsCharacterBefore(char32_t codePoint);
