@@ -160,7 +160,8 @@ std::optional<TextEdit> dividerBelow(std::u16string_view text, TextRange selecti
     const EditorLines::Line& last = lines.back().line;
     TextDraft draft(text, selection);
     if (isBlank(lines.back().shown(text))) {
-        draft.replace({{last.content, u"---"}});
+        // At the very start three dashes would open frontmatter.
+        draft.replace({{last.content, last.content.location == 0 ? u"***" : u"---"}});
     } else {
         // Right below text the line would make a heading of it.
         const std::u16string end = NoteLines::lineEnd(text, last);

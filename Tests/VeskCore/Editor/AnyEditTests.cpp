@@ -105,7 +105,7 @@ bool isSubsequence(std::u16string_view part, std::u16string_view whole) {
 TEST(AnyEdit, StaysInTheTextAndLosesNothingButItsSigns) {
     constexpr unsigned seed = 20240601;
     RandomNotes notes(seed);
-    for (int round = 0; round < 6000; ++round) {
+    for (int round = 0; round < 2500; ++round) {
         const std::u16string text = notes.note();
         const auto places = boundaries(text);
         std::size_t from = places[notes.below(places.size())], to = places[notes.below(places.size())];
@@ -208,7 +208,7 @@ TEST(AnyEdit, TogglesBack) {
 TEST(AnyEdit, FormattingTwiceChangesNothingMore) {
     constexpr unsigned seed = 4711;
     RandomNotes notes(seed);
-    for (int round = 0; round < 6000; ++round) {
+    for (int round = 0; round < 2500; ++round) {
         const std::u16string text = notes.note();
         const std::u16string once = NoteFormat::formatted(text);
         ASSERT_EQ(utf8(NoteFormat::formatted(once)), utf8(once))

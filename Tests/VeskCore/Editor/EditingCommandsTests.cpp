@@ -260,6 +260,7 @@ TEST(EditingCommands, TurnsLinesIntoAnyKind) {
         {"no fence in a fence", {Kind::Code{}}, "«a\n```\nb\n```»", "none"},
         {"divider leaves the text", {Kind::Plain::divider}, "a‸\nb", "a‸\n\n---\nb"},
         {"divider on an empty line", {Kind::Plain::divider}, "a\n‸\nb", "a\n---‸\nb"},
+        {"divider at the start opens no frontmatter", {Kind::Plain::divider}, "‸\na", "***‸\na"},
         {"marker on an empty line", {Kind::Plain::bullet}, "‸", "- ‸"},
         {"already so", {Kind::Plain::quote}, "> a‸", "none"},
         {"code and tables are left out",
