@@ -263,6 +263,7 @@ void AnthropicProvider::stream(const BrainRequest& request, const std::string& m
                                      {"anthropic-version", "2023-06-01"},
                                      {"content-type", "application/json"}},
                          .body = body(request, model, effort_).dump(Json::Style::sortedCompact),
+                         .secret = std::string(key),
                          .idleTimeout = std::chrono::seconds(300),
                          .totalTimeout = std::chrono::seconds(3600)};
         if (fallsBack(model)) call.headers.push_back({"anthropic-beta", "server-side-fallback-2026-07-01"});

@@ -15,7 +15,8 @@ HttpRequest post(const std::string& call, const Json& body, const Keychain& keyc
     return {.method = "POST",
             .url = std::string(modelsAddress) + call,
             .headers = {{"Content-Type", "application/json"}, {"x-goog-api-key", std::string(key)}},
-            .body = body.dump(Json::Style::sortedCompact)};
+            .body = body.dump(Json::Style::sortedCompact),
+            .secret = std::string(key)};
 }
 
 BrainError failure(int status, std::string_view body) {

@@ -90,6 +90,7 @@ std::optional<RefusedCall> readModelStream(HttpTransport& transport, const HttpR
         if (error.kind == HttpError::Kind::cancelled || !(refused || stream.isComplete())) throw;
     }
     if (!refused) stream.finish(sink, stop);
+    if (refused) refused->body = withoutSecret(refused->body, request);
     return refused;
 }
 

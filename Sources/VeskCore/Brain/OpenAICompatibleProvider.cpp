@@ -260,7 +260,10 @@ void OpenAICompatibleProvider::stream(const BrainRequest& request, const std::st
                 .url = EndpointURL::appending(baseURL_, "chat/completions"),
                 .headers = {{"Content-Type", "application/json"}, {"Accept", "text/event-stream"}},
                 .body = body(request, asked).dump(Json::Style::sortedCompact)};
-            if (secret) call.headers.push_back({"Authorization", "Bearer " + *secret});
+            if (secret) {
+                call.headers.push_back({"Authorization", "Bearer " + *secret});
+                call.secret = *secret;
+            }
             ChatStream reply(displayName_);
             const auto refused = readModelStream(
                 transport_, call, [](int status) { return status >= 200 && status <= 299; }, errorBodyLimit,

@@ -46,6 +46,8 @@ struct HttpRequest {
     std::string url;  ///< absolute, http or https
     std::vector<HttpHeader> headers;
     std::string body;
+    /// The key that stands in one of the headers: whoever shows what a reply says takes it out first.
+    std::string secret;
     Duration connectTimeout = std::chrono::seconds(30);
     Duration idleTimeout = std::chrono::seconds(60);  ///< without a byte either way
     Duration totalTimeout = std::chrono::hours(1);
@@ -61,6 +63,9 @@ struct HttpHead {
     /// The first of that name, whatever its case.
     std::optional<std::string> header(std::string_view name) const;
 };
+
+/// `text` with an ellipsis for the request's secret wherever a server said it back.
+std::string withoutSecret(std::string_view text, const HttpRequest& request);
 
 struct HttpReply {
     HttpHead head;
