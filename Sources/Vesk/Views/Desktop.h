@@ -1,0 +1,44 @@
+// The desktop application: one instance for the user, one window, one open vault. Puts the application
+// objects and the widgets together.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "VeskCore/Platform/Bookmarks.h"
+#include "VeskCore/Platform/FileEvents.h"
+#include "VeskCore/Platform/FileVersions.h"
+#include "VeskCore/Platform/SecretStore.h"
+#include "VeskCore/Platform/SentenceEmbedding.h"
+#include "VeskCore/Platform/UserDefaults.h"
+#include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Log.h"
+#include "VeskCore/Support/Time.h"
+#include "VeskCore/Vault/Vault.h"
+
+namespace vesk::views {
+
+/// What main hands over; all outlive the application.
+struct DesktopSeams {
+    Clock& clock;
+    MainQueue& mainQueue;
+    Background& background;
+    Log& log;
+    UserDefaults& defaults;
+    const Bookmarks& bookmarks;
+    SecretStore& secrets;
+    SentenceEmbeddingSource& embeddings;
+    FileVersions& fileVersions;
+    std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
+    std::stop_token stop;
+    std::string version;
+};
+
+/// Runs until the last window has gone; the program's exit status.
+int runDesktop(const DesktopSeams& seams, int argc, char** argv);
+
+}  // namespace vesk::views

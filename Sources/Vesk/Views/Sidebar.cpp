@@ -1,0 +1,293 @@
+#include "Vesk/Views/Sidebar.h"
+
+#include <algorithm>
+
+namespace vesk::views {
+namespace {
+
+/// One row as the list's model hands it out.
+class RowObject final : public Glib::Object {
+public:
+    static Glib::RefPtr<RowObject> create(SidebarRow row) {
+        return Glib::make_refptr_for_instance<RowObject>(new RowObject(std::move(row)));
+    }
+    const SidebarRow row;
+
+private:
+    explicit RowObject(SidebarRow given) : row(std::move(given)) {}
+};
+
+Glib::RefPtr<RowObject> rowOf(const Glib::RefPtr<Glib::ObjectBase>& item) {
+    return std::dynamic_pointer_cast<RowObject>(item);
+}
+
+}  // namespace
+
+/// Makes an object for a row when the list first asks for it.
+class SidebarLevel final : public Gio::ListModel, public Glib::Object {
+public:
+    static Glib::RefPtr<SidebarLevel> create(Sidebar::Rows rows) {
+        return Glib::make_refptr_for_instance<SidebarLevel>(new SidebarLevel(std::move(rows)));
+    }
+
+    const Sidebar::Rows& rows() const { return rows_; }
+
+    /// Tells of the stretch between the first and the last difference.
+    void change(Sidebar::Rows rows) {
+        std::size_t before = 0, after = 0;
+        const auto least = std::min(rows.size(), rows_.size());
+        while (before < least && rows[before] == rows_[before]) ++before;
+        while (after < least - before && rows[rows.size() - 1 - after] == rows_[rows_.size() - 1 - after])
+            ++after;
+        const auto removed = rows_.size() - before - after, added = rows.size() - before - after;
+        rows_ = std::move(rows);
+        if (removed == 0 && added == 0) return;
+        const auto first = objects_.begin() + static_cast<std::ptrdiff_t>(before);
+        objects_.insert(objects_.erase(first, first + static_cast<std::ptrdiff_t>(removed)), added, {});
+        items_changed(static_cast<guint>(before), static_cast<guint>(removed), static_cast<guint>(added));
+    }
+
+protected:
+    GType get_item_type_vfunc() override { return RowObject::get_base_type(); }
+    guint get_n_items_vfunc() override { return static_cast<guint>(rows_.size()); }
+    gpointer get_item_vfunc(guint position) override {
+        if (position >= rows_.size()) return nullptr;
+        auto& object = objects_[position];
+        if (!object) object = RowObject::create(rows_[position]);
+        return g_object_ref(object->gobj());
+    }
+
+private:
+    explicit SidebarLevel(Sidebar::Rows rows)
+        : Glib::ObjectBase(typeid(SidebarLevel)), rows_(std::move(rows)), objects_(rows_.size()) {}
+
+    Sidebar::Rows rows_;
+    std::vector<Glib::RefPtr<RowObject>> objects_;
+};
+
+namespace {
+
+/// What one row shows.
+class RowWidget final : public Gtk::TreeExpander {
+public:
+    RowWidget() {
+        icon_.set_pixel_size(16);
+        title_.set_ellipsize(Pango::EllipsizeMode::END);
+        title_.set_xalign(0);
+        title_.set_hexpand(true);
+        detail_.add_css_class("row-detail");
+        detail_.add_css_class("dim-label");
+        detail_.add_css_class("caption");
+        detail_.add_css_class("numeric");
+        box_.set_spacing(8);
+        box_.append(icon_);
+        box_.append(title_);
+        box_.append(detail_);
+        set_child(box_);
+        set_indent_for_icon(true);
+    }
+
+    void present(const SidebarRow& row) {
+        const bool isHeader = row.kind == SidebarRow::Kind::header;
+        icon_.set_visible(!row.icon.empty());
+        if (!row.icon.empty()) icon_.set_from_icon_name(row.icon);
+        for (const auto& old : colors_) icon_.remove_css_class(old);
+        colors_.clear();
+        if (!row.color.empty()) {
+            colors_.push_back("folder-" + row.color);
+            icon_.add_css_class(colors_.back());
+        }
+        title_.set_text(row.title);
+        detail_.set_text(row.detail);
+        detail_.set_visible(!row.detail.empty());
+        const bool isFaint = isHeader || row.kind == SidebarRow::Kind::placeholder;
+        for (const char* name : {"heading", "dim-label", "caption-heading"}) title_.remove_css_class(name);
+        if (isFaint) title_.add_css_class("dim-label");
+        if (isHeader) title_.add_css_class("caption-heading");
+        if (isHeader) {
+            add_css_class("section-row");
+        } else {
+            remove_css_class("section-row");
+        }
+        box_.set_tooltip_text(isHeader ? "" : row.path);
+    }
+
+    std::optional<SidebarRow> row() {
+        const auto listRow = get_list_row();
+        const auto object = listRow ? rowOf(listRow->get_item()) : nullptr;
+        if (!object) return {};
+        return object->row;
+    }
+    sigc::connection expansion;
+
+private:
+    Gtk::Box box_;
+    Gtk::Image icon_;
+    Gtk::Label title_, detail_;
+    std::vector<Glib::ustring> colors_;
+};
+
+}  // namespace
+
+Sidebar::Sidebar() {
+    set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    set_vexpand(true);
+    auto factory = Gtk::SignalListItemFactory::create();
+    factory->signal_setup().connect([this](const Glib::RefPtr<Gtk::ListItem>& item) { setUp(item); });
+    factory->signal_bind().connect([this](const Glib::RefPtr<Gtk::ListItem>& item) { bind(item); });
+    factory->signal_unbind().connect([](const Glib::RefPtr<Gtk::ListItem>& item) {
+        if (auto* widget = dynamic_cast<RowWidget*>(item->get_child())) widget->expansion.disconnect();
+    });
+    list_.set_factory(factory);
+    list_.add_css_class("navigation-sidebar");
+    list_.set_single_click_activate(false);
+    setAccessibleName(list_, "Notes and folders");
+    set_child(list_);
+}
+
+Glib::RefPtr<Gio::ListModel> Sidebar::level(const Glib::RefPtr<Glib::ObjectBase>& item) {
+    const auto object = rowOf(item);
+    if (!object || !object->row.hasChildren) return {};
+    auto found = SidebarLevel::create(rowsBelow(object->row.id));
+    levels_[object->row.id] = found;
+    return found;
+}
+
+void Sidebar::refresh() {
+    if (!rowsBelow) return;
+    if (!tree_) {
+        auto top = SidebarLevel::create(rowsBelow(""));
+        levels_[""] = top;
+        tree_ = Gtk::TreeListModel::create(top, sigc::mem_fun(*this, &Sidebar::level), false, false);
+        selection_ = Gtk::SingleSelection::create(tree_);
+        selection_->set_autoselect(false);
+        selection_->set_can_unselect(true);
+        selection_->set_selected(GTK_INVALID_LIST_POSITION);
+        selection_->property_selected().signal_changed().connect([this] { selectionChanged(); });
+        list_.set_model(selection_);
+        list_.signal_activate().connect([this](guint position) {
+            const auto row = tree_->get_row(position);
+            if (row && row->is_expandable()) row->set_expanded(!row->get_expanded());
+        });
+    } else {
+        isHighlighting_ = true;
+        std::vector<std::string> ids;
+        for (const auto& entry : levels_) ids.push_back(entry.first);
+        for (const auto& id : ids) {
+            // A change further up may have taken the level along.
+            const auto found = levels_.find(id);
+            if (found != levels_.end()) found->second->change(rowsBelow(id));
+        }
+        const auto wanted = expanded_;
+        for (const auto& id : wanted) expand(id);
+        isHighlighting_ = false;
+    }
+    highlight(highlighted_);
+}
+
+void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
+    auto* widget = Gtk::make_managed<RowWidget>();
+    item->set_child(*widget);
+    auto click = Gtk::GestureClick::create();
+    click->set_button(GDK_BUTTON_SECONDARY);
+    click->signal_pressed().connect([this, widget](int, double x, double y) {
+        const auto row = widget->row();
+        double inX = 0, inY = 0;
+        widget->translate_coordinates(*this, x, y, inX, inY);
+        if (row && onMenu) onMenu(*row, inX, inY);
+    });
+    widget->add_controller(click);
+}
+
+void Sidebar::bind(const Glib::RefPtr<Gtk::ListItem>& item) {
+    auto* widget = dynamic_cast<RowWidget*>(item->get_child());
+    const auto row = std::dynamic_pointer_cast<Gtk::TreeListRow>(item->get_item());
+    const auto object = row ? rowOf(row->get_item()) : nullptr;
+    if (!widget || !object) return;
+    widget->set_list_row(row);
+    widget->present(object->row);
+    if (object->row.hasChildren) {
+        widget->expansion = row->property_expanded().signal_changed().connect(
+            [this, id = object->row.id, weak = row.get()] { expansionChanged(id, weak->get_expanded()); });
+    }
+    const bool isInert =
+        object->row.kind == SidebarRow::Kind::header || object->row.kind == SidebarRow::Kind::placeholder;
+    item->set_selectable(!isInert);
+    item->set_activatable(!isInert);
+}
+
+void Sidebar::selectionChanged() {
+    if (isHighlighting_) return;
+    const auto row = selected();
+    if (!row) return;
+    highlighted_ = row->path;
+    if (onChosen) onChosen(*row);
+}
+
+std::optional<SidebarRow> Sidebar::selected() const {
+    if (!selection_) return {};
+    const auto row = std::dynamic_pointer_cast<Gtk::TreeListRow>(selection_->get_selected_item());
+    const auto object = row ? rowOf(row->get_item()) : nullptr;
+    if (!object) return {};
+    return object->row;
+}
+
+void Sidebar::expansionChanged(const std::string& id, bool isExpanded) {
+    if (isExpanded) {
+        expanded_.insert(id);
+    } else if (!isHighlighting_) {
+        expanded_.erase(id);
+    }
+    if (!isExpanded) {
+        levels_.erase(id);
+    }
+    if (onExpansionChanged && !isHighlighting_) onExpansionChanged();
+}
+
+Glib::RefPtr<Gtk::TreeListRow> Sidebar::handle(const std::string& level, std::size_t index) const {
+    if (level.empty()) return tree_->get_child_row(static_cast<guint>(index));
+    for (const auto& [above, rows] : levels_) {
+        const auto& list = rows->rows();
+        for (std::size_t place = 0; place < list.size(); ++place) {
+            if (list[place].id != level) continue;
+            const auto parent = handle(above, place);
+            return parent && parent->get_expanded() ? parent->get_child_row(static_cast<guint>(index))
+                                                    : Glib::RefPtr<Gtk::TreeListRow>();
+        }
+    }
+    return {};
+}
+
+Glib::RefPtr<Gtk::TreeListRow> Sidebar::find(const std::function<bool(const SidebarRow&)>& test) const {
+    if (!tree_) return {};
+    // The top level first: a note that a section shows is highlighted there.
+    for (const auto& [id, level] : levels_) {
+        const auto& rows = level->rows();
+        const auto found = std::find_if(rows.begin(), rows.end(), test);
+        if (found == rows.end()) continue;
+        if (auto row = handle(id, static_cast<std::size_t>(found - rows.begin()))) return row;
+    }
+    return {};
+}
+
+void Sidebar::expand(const std::string& id) {
+    const auto row = find([&](const SidebarRow& candidate) { return candidate.id == id; });
+    if (row && !row->get_expanded()) {
+        row->set_expanded(true);
+        expanded_.insert(id);
+    }
+}
+
+void Sidebar::highlight(const std::string& path) {
+    highlighted_ = path;
+    if (!selection_) return;
+    const auto current = selected();
+    if (current && current->path == path) return;
+    isHighlighting_ = true;
+    const auto row = path.empty() ? Glib::RefPtr<Gtk::TreeListRow>()
+                                  : find([&](const SidebarRow& candidate) { return candidate.path == path; });
+    selection_->set_selected(row ? row->get_position() : GTK_INVALID_LIST_POSITION);
+    isHighlighting_ = false;
+}
+
+}  // namespace vesk::views

@@ -1,0 +1,76 @@
+// The list at the left: home sections, the tree of folders, documents, the trash. Virtual: rows on screen
+// have widgets, the others are values that are asked for when a folder opens.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Vesk/Views/Toolkit.h"
+
+namespace vesk::views {
+
+struct SidebarRow {
+    enum class Kind { header, reminder, note, folder, document, file, trash, trashedNote, placeholder };
+    Kind kind = Kind::note;
+    std::string id;    ///< unique in the whole list
+    std::string path;  ///< of the note, folder or document
+    std::string title;
+    std::string detail;  ///< beside the title, faint: a count, a due time
+    std::string icon;    ///< symbolic icon; none for a plain row
+    std::string color;   ///< name of a folder's colour; none for the usual one
+    bool hasChildren = false;
+    bool operator==(const SidebarRow&) const = default;
+};
+
+/// The rows of one level.
+class SidebarLevel;
+
+class Sidebar final : public Gtk::ScrolledWindow {
+public:
+    using Rows = std::vector<SidebarRow>;
+
+    Sidebar();
+
+    /// The rows below a row, or the top ones for an empty id.
+    std::function<Rows(const std::string& id)> rowsBelow;
+    /// The person chose a row.
+    std::function<void(const SidebarRow&)> onChosen;
+    /// A menu is wanted on a row; `x` and `y` are in the sidebar.
+    std::function<void(const SidebarRow&, double x, double y)> onMenu;
+    std::function<void()> onExpansionChanged;
+
+    /// The rows may have changed: levels on screen are asked for anew, and what is the same stays.
+    void refresh();
+    /// Highlights the first row of the path without choosing it; none for an empty path.
+    void highlight(const std::string& path);
+    /// The ids of the rows that are open.
+    const std::set<std::string>& expanded() const { return expanded_; }
+    void expand(const std::string& id);
+    std::optional<SidebarRow> selected() const;
+    void focusList() { list_.grab_focus(); }
+
+private:
+    friend class SidebarLevel;
+    Glib::RefPtr<Gio::ListModel> level(const Glib::RefPtr<Glib::ObjectBase>& item);
+    void setUp(const Glib::RefPtr<Gtk::ListItem>& item);
+    void bind(const Glib::RefPtr<Gtk::ListItem>& item);
+    void selectionChanged();
+    void expansionChanged(const std::string& id, bool isExpanded);
+    Glib::RefPtr<Gtk::TreeListRow> handle(const std::string& level, std::size_t index) const;
+    Glib::RefPtr<Gtk::TreeListRow> find(const std::function<bool(const SidebarRow&)>& test) const;
+
+    std::map<std::string, Glib::RefPtr<SidebarLevel>> levels_;  ///< by the id of the row they stand under
+    std::set<std::string> expanded_;
+    Glib::RefPtr<Gtk::TreeListModel> tree_;
+    Glib::RefPtr<Gtk::SingleSelection> selection_;
+    Gtk::ListView list_;
+    std::string highlighted_;
+    bool isHighlighting_ = false;
+};
+
+}  // namespace vesk::views

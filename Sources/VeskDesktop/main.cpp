@@ -1,0 +1,75 @@
+// `vesk-desktop`: the window. Installs the platform and hands the seams to the application. Exit status 1
+// where there is no display.
+#include <gtk/gtk.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "Vesk/Views/Desktop.h"
+#include "Vesk/Views/GlibMainQueue.h"
+#include "VeskCore/Platform/FilePlatform.h"
+#include "VeskLinux/ConflictFileVersions.h"
+#include "VeskLinux/FileUserDefaults.h"
+#include "VeskLinux/InotifyEventSource.h"
+#include "VeskLinux/Interrupts.h"
+#include "VeskLinux/LinuxFileSystem.h"
+#include "VeskLinux/PathBookmarks.h"
+#include "VeskLinux/SecretServiceStore.h"
+#include "VeskLinux/SystemLog.h"
+
+namespace {
+
+constexpr unsigned workers = 4;
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace vesk;
+
+    if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("vesk-desktop " VESK_VERSION);
+        return 0;
+    }
+    Interrupts interrupts;
+    if (!gtk_init_check()) {
+        std::fputs(
+            "vesk-desktop: there is no display to open a window on. From a terminal, “vesk” reads, writes "
+            "and searches "
+            "the notes.\n",
+            stderr);
+        return 1;
+    }
+
+    LinuxFileSystem files;
+    PlainCoordination coordination;
+    NoUbiquity ubiquity;
+    FilePlatformInstallation installation(
+        {.files = &files, .coordination = &coordination, .ubiquity = &ubiquity});
+    SystemLog log("vesk-desktop");
+    SystemClock clock;
+    FileUserDefaults defaults(FileUserDefaults::defaultLocation(), files, log);
+    PathBookmarks bookmarks(files);
+    SecretServiceStore secrets;
+    NoSentenceEmbeddings embeddings;
+    ConflictFileVersions versions(files, Calendar::system().timeZone);
+    views::GlibMainQueue mainQueue;
+    ThreadPool pool(workers);
+
+    return views::runDesktop({.clock = clock,
+                              .mainQueue = mainQueue,
+                              .background = pool,
+                              .log = log,
+                              .defaults = defaults,
+                              .bookmarks = bookmarks,
+                              .secrets = secrets,
+                              .embeddings = embeddings,
+                              .fileVersions = versions,
+                              .fileEvents =
+                                  [&log](const Vault& vault) {
+                                      return std::make_unique<InotifyEventSource>(
+                                          vault.perDeviceDirectory(), Vault::ignoredDirectories(), log);
+                                  },
+                              .stop = interrupts.token(),
+                              .version = VESK_VERSION},
+                             argc, argv);
+}

@@ -1,0 +1,362 @@
+#include "DesktopWorld.h"
+
+#include <fcntl.h>
+#include <gio/gio.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <iostream>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace vesk::test {
+namespace {
+
+using namespace std::chrono_literals;
+constexpr auto deadline = 15s;
+constexpr auto pause = 15ms;
+
+int exitStatus(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/// A child that goes with this process. `descriptor` is handed on as number 3.
+pid_t spawn(std::vector<std::string> words, std::vector<std::string> variables, int descriptor,
+            const std::string& log) {
+    std::vector<char*> argv, envp;
+    for (auto& word : words) argv.push_back(word.data());
+    for (auto& variable : variables) envp.push_back(variable.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (descriptor >= 0) dup2(descriptor, 3);
+    const int out = open(log.empty() ? "/dev/null" : log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    dup2(out, 1);
+    dup2(out, 2);
+    execvpe(argv[0], argv.data(), envp.data());
+    _exit(127);
+}
+
+/// The first line that a child writes to its descriptor 3.
+std::string firstLine(const std::function<pid_t(int)>& start, pid_t& child) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC)) throw std::runtime_error("pipe");
+    child = start(ends[1]);
+    close(ends[1]);
+    std::string line;
+    char letter = 0;
+    while (read(ends[0], &letter, 1) == 1 && letter != '\n') line += letter;
+    close(ends[0]);
+    if (line.empty()) throw std::runtime_error("a helper program didn't start");
+    return line;
+}
+
+/// One for the test program.
+class Screen {
+public:
+    Screen() {
+        const std::vector<std::string> plain{"PATH=/usr/bin:/bin", "HOME=" + home_.path().string()};
+        display = ":" + firstLine(
+                            [&](int out) {
+                                return spawn({"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24",
+                                              "-nolisten", "tcp"},
+                                             plain, out, "");
+                            },
+                            server_);
+        auto variables = plain;
+        variables.push_back("DISPLAY=" + display);
+        variables.push_back("XDG_RUNTIME_DIR=" + home_.path().string());
+        bus = firstLine(
+            [&](int out) {
+                return spawn({"dbus-daemon", "--session", "--nofork", "--print-address=3"}, variables, out,
+                             "");
+            },
+            daemon_);
+    }
+    ~Screen() {
+        for (const pid_t child : {daemon_, server_}) {
+            ::kill(child, SIGTERM);
+            waitpid(child, nullptr, 0);
+        }
+    }
+    std::string display, bus;
+    std::string runtime() const { return home_.path().string(); }
+
+    /// The accessibility bus, which the session bus starts when it is asked for.
+    GDBusConnection* accessibility() {
+        if (accessibility_) return accessibility_;
+        auto* session = connect(bus);
+        GVariant* answer = g_dbus_connection_call_sync(
+            session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress", nullptr,
+            G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, nullptr);
+        if (!answer) throw std::runtime_error("no accessibility bus");
+        const char* address = nullptr;
+        g_variant_get(answer, "(&s)", &address);
+        accessibility_ = connect(address);
+        g_variant_unref(answer);
+        return accessibility_;
+    }
+
+private:
+    static GDBusConnection* connect(const std::string& address) {
+        auto* connection = g_dbus_connection_new_for_address_sync(
+            address.c_str(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr);
+        if (!connection) throw std::runtime_error("no bus at " + address);
+        return connection;
+    }
+
+    ScratchFolder home_;
+    pid_t server_ = -1, daemon_ = -1;
+    GDBusConnection* accessibility_ = nullptr;
+};
+
+Screen& screen() {
+    static Screen one;
+    return one;
+}
+
+GVariant* call(const std::string& bus, const std::string& path, const char* interface, const char* method,
+               GVariant* arguments, const char* type) {
+    return g_dbus_connection_call_sync(screen().accessibility(), bus.c_str(), path.c_str(), interface, method,
+                                       arguments, type ? G_VARIANT_TYPE(type) : nullptr,
+                                       G_DBUS_CALL_FLAGS_NONE, 3000, nullptr, nullptr);
+}
+
+std::string property(const std::string& bus, const std::string& path, const char* interface,
+                     const char* name) {
+    GVariant* answer = call(bus, path, "org.freedesktop.DBus.Properties", "Get",
+                            g_variant_new("(ss)", interface, name), "(v)");
+    if (!answer) return "";
+    GVariant* value = nullptr;
+    g_variant_get(answer, "(v)", &value);
+    std::string text;
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_STRING)) text = g_variant_get_string(value, nullptr);
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_INT32)) text = std::to_string(g_variant_get_int32(value));
+    g_variant_unref(value);
+    g_variant_unref(answer);
+    return text;
+}
+
+bool isVisible(const Control& control) {
+    GVariant* answer =
+        call(control.bus, control.path, "org.a11y.atspi.Accessible", "GetState", nullptr, "(au)");
+    if (!answer) return false;
+    GVariant* words = g_variant_get_child_value(answer, 0);
+    guint32 low = 0;
+    g_variant_get_child(words, 0, "u", &low);
+    g_variant_unref(words);
+    g_variant_unref(answer);
+    constexpr guint32 visible = 1U << 30;
+    return (low & visible) != 0;
+}
+
+void collect(const std::string& bus, const std::string& path, std::vector<Control>& found, int depth) {
+    GVariant* answer = call(bus, path, "org.a11y.atspi.Accessible", "GetChildren", nullptr, "(a(so))");
+    if (!answer || depth > 60) return;
+    GVariantIter* children = nullptr;
+    g_variant_get(answer, "(a(so))", &children);
+    const char *childBus = nullptr, *childPath = nullptr;
+    while (g_variant_iter_next(children, "(&s&o)", &childBus, &childPath)) {
+        Control control{childBus, childPath,
+                        property(childBus, childPath, "org.a11y.atspi.Accessible", "Name"), ""};
+        if (GVariant* role =
+                call(childBus, childPath, "org.a11y.atspi.Accessible", "GetRoleName", nullptr, "(s)")) {
+            const char* name = nullptr;
+            g_variant_get(role, "(&s)", &name);
+            control.role = name;
+            g_variant_unref(role);
+        }
+        // What is hidden, a page of a stack or a closed banner, has nothing to show below it either.
+        if (depth > 1 && !isVisible(control)) continue;
+        found.push_back(control);
+        collect(childBus, childPath, found, depth + 1);
+    }
+    g_variant_iter_free(children);
+    g_variant_unref(answer);
+}
+
+}  // namespace
+
+DesktopWorld::DesktopWorld() {
+    screen();
+}
+
+DesktopWorld::~DesktopWorld() {
+    if (program_ > 0 && !hasEnded()) kill();
+}
+
+std::vector<std::string> DesktopWorld::environment() const {
+    const auto root = home.path().string();
+    return {"PATH=/usr/bin:/bin",
+            "HOME=" + root,
+            "XDG_DATA_HOME=" + root + "/data",
+            "XDG_CONFIG_HOME=" + root + "/config",
+            "XDG_CACHE_HOME=" + root + "/cache",
+            "XDG_RUNTIME_DIR=" + screen().runtime(),
+            "DISPLAY=" + screen().display,
+            "DBUS_SESSION_BUS_ADDRESS=" + screen().bus,
+            "GDK_BACKEND=x11",
+            "GSK_RENDERER=cairo",
+            "GSETTINGS_BACKEND=memory",
+            "GTK_A11Y=atspi",
+            "ASAN_OPTIONS=detect_leaks=0",
+            "TZ=UTC",
+            "LC_ALL=C.UTF-8"};
+}
+
+pid_t DesktopWorld::launch(const std::vector<std::string>& words, const std::vector<std::string>& more,
+                           const std::string& log) const {
+    auto variables = environment();
+    for (const auto& variable : more) {
+        const auto name = variable.substr(0, variable.find('=') + 1);
+        std::erase_if(variables, [&](const std::string& known) { return known.starts_with(name); });
+        if (variable.back() != '=') variables.push_back(variable);
+    }
+    return spawn(words, variables, -1, log);
+}
+
+void DesktopWorld::start(const std::string& note) {
+    std::vector<std::string> words{VESK_DESKTOP, vault.path().string()};
+    if (!note.empty()) words.push_back((vault / note).string());
+    status_.reset();
+    program_ = launch(words, {}, (home / "output").string());
+    if (!until([&] { return shows("Note text") || (note.empty() && !controls().empty()) || hasEnded(); }))
+        throw std::runtime_error("no window:\n" + output());
+    launchTool({"xdotool", "search", "--sync", "--onlyvisible", "--name", "Vesk", "windowfocus"});
+}
+
+int DesktopWorld::startAgain(const std::vector<std::string>& arguments, const std::vector<std::string>& more,
+                             std::string* said) const {
+    std::vector<std::string> words{VESK_DESKTOP};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    const auto log = (home / "again").string();
+    int status = 0;
+    waitpid(launch(words, more, log), &status, 0);
+    if (said) *said = home.read("again");
+    return exitStatus(status);
+}
+
+bool DesktopWorld::hasEnded() {
+    if (status_) return true;
+    int status = 0;
+    if (waitpid(program_, &status, WNOHANG) != program_) return false;
+    status_ = exitStatus(status);
+    return true;
+}
+
+std::optional<int> DesktopWorld::waitForEnd() {
+    until([&] { return hasEnded(); });
+    return status_;
+}
+
+int DesktopWorld::end() {
+    ::kill(program_, SIGTERM);
+    return waitForEnd().value_or(-1);
+}
+
+void DesktopWorld::kill() {
+    ::kill(program_, SIGKILL);
+    waitForEnd();
+}
+
+void DesktopWorld::launchTool(const std::vector<std::string>& words) const {
+    int status = 0;
+    waitpid(launch(words, {}, ""), &status, 0);
+    if (exitStatus(status) != 0) throw std::runtime_error(words.front() + " failed");
+}
+
+void DesktopWorld::key(const std::string& keys) const {
+    launchTool({"xdotool", "key", "--clearmodifiers", keys});
+}
+
+void DesktopWorld::type(const std::string& text) const {
+    launchTool({"xdotool", "type", "--delay", "4", text});
+}
+
+void DesktopWorld::clickAt(int x, int y, int button) const {
+    launchTool(
+        {"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", std::to_string(button)});
+}
+
+bool DesktopWorld::until(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(pause);
+    }
+    return true;
+}
+
+bool DesktopWorld::fileBecomes(const std::string& path, const std::string& text) const {
+    return until([&] { return vault.exists(path) && vault.read(path) == text; });
+}
+
+std::vector<Control> DesktopWorld::controls() const {
+    std::vector<Control> found;
+    collect("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root", found, 0);
+    return found;
+}
+
+std::optional<Control> DesktopWorld::control(const std::string& name, const std::string& role) const {
+    for (auto& candidate : controls())
+        if (candidate.name == name && (role.empty() || candidate.role == role)) return candidate;
+    return {};
+}
+
+bool DesktopWorld::press(const std::string& name) const {
+    std::optional<Control> button;
+    if (!until([&] { return (button = control(name, "push button")) || (button = control(name)); }))
+        return false;
+    GVariant* answer =
+        call(button->bus, button->path, "org.a11y.atspi.Action", "DoAction", g_variant_new("(i)", 0), "(b)");
+    if (!answer) return false;
+    g_variant_unref(answer);
+    return true;
+}
+
+std::string DesktopWorld::textOf(const std::string& name) const {
+    const auto found = control(name);
+    if (!found) return "";
+    GVariant* answer =
+        call(found->bus, found->path, "org.a11y.atspi.Text", "GetText", g_variant_new("(ii)", 0, -1), "(s)");
+    if (!answer) return "";
+    const char* text = nullptr;
+    g_variant_get(answer, "(&s)", &text);
+    std::string copy = text;
+    g_variant_unref(answer);
+    return copy;
+}
+
+int DesktopWorld::caretOf(const std::string& name) const {
+    const auto found = control(name);
+    if (!found) return -1;
+    const auto offset = property(found->bus, found->path, "org.a11y.atspi.Text", "CaretOffset");
+    return offset.empty() ? -1 : std::stoi(offset);
+}
+
+bool DesktopWorld::setCaret(const std::string& name, int offset) const {
+    const auto found = control(name);
+    if (!found) return false;
+    GVariant* answer = call(found->bus, found->path, "org.a11y.atspi.Text", "SetCaretOffset",
+                            g_variant_new("(i)", offset), "(b)");
+    if (answer) g_variant_unref(answer);
+    return answer != nullptr;
+}
+
+std::string DesktopWorld::output() const {
+    return home.exists("output") ? home.read("output") : "";
+}
+
+}  // namespace vesk::test

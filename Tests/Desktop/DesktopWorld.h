@@ -1,0 +1,77 @@
+// A display, a session bus and the program on them, driven by keys and clicks and read as a screen reader
+// reads.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Support/Scratch.h"
+
+namespace vesk::test {
+
+/// What assistive technology is told of one control.
+struct Control {
+    std::string bus, path;  ///< its address on the accessibility bus
+    std::string name, role;
+};
+
+/// Display and bus are made once for the test program; the home, the vault and the program are each test's
+/// own.
+class DesktopWorld {
+public:
+    DesktopWorld();
+    ~DesktopWorld();
+    DesktopWorld(const DesktopWorld&) = delete;
+    DesktopWorld& operator=(const DesktopWorld&) = delete;
+
+    ScratchFolder home, vault;
+
+    /// Starts the program on the vault, with the note open if one is named, and waits for its window.
+    void start(const std::string& note = "");
+    /// Another start of the program while it runs, to its end; its exit status.
+    int startAgain(const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment = {}, std::string* output = nullptr) const;
+    /// Asks the program to end as Ctrl-C does and waits; its exit status.
+    int end();
+    /// Ends it as a power cut would.
+    void kill();
+    bool hasEnded();
+    /// Waits for its end; none if it doesn't come.
+    std::optional<int> waitForEnd();
+
+    void key(const std::string& keys) const;
+    void type(const std::string& text) const;
+    void clickAt(int x, int y, int button = 1) const;
+
+    /// Looks again and again until the condition holds; false after a time that no slow machine needs.
+    static bool until(const std::function<bool()>& condition);
+    bool fileBecomes(const std::string& path, const std::string& text) const;
+
+    std::vector<Control> controls() const;
+    /// The first control of the name, and of the role if one is given.
+    std::optional<Control> control(const std::string& name, const std::string& role = "") const;
+    bool shows(const std::string& name) const { return control(name).has_value(); }
+    /// Waits for the control and presses it; false if it doesn't come.
+    bool press(const std::string& name) const;
+    std::string textOf(const std::string& name) const;
+    int caretOf(const std::string& name) const;
+    bool setCaret(const std::string& name, int offset) const;
+
+    /// For the report of a failure.
+    std::string output() const;
+
+private:
+    std::vector<std::string> environment() const;
+    void launchTool(const std::vector<std::string>& words) const;
+    pid_t launch(const std::vector<std::string>& words, const std::vector<std::string>& more,
+                 const std::string& log) const;
+
+    pid_t program_ = -1;
+    std::optional<int> status_;
+};
+
+}  // namespace vesk::test
