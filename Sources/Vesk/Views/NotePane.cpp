@@ -171,7 +171,7 @@ void NotePane::showText() {
     const auto fit = fitOf(surface_->text());
     switch (fit) {
         case Fit::tooLarge:
-            editor_.show({}, true);
+            editor_.show({}, true, {});
             showStatus("text-x-generic-symbolic", "This note is too large to show",
                        "It stays as it is. Another program may be able to open it.",
                        "Open With Another Program", [this, path] {
@@ -179,7 +179,7 @@ void NotePane::showText() {
                        });
             break;
         case Fit::unshowable:
-            editor_.show({}, true);
+            editor_.show({}, true, {});
             showStatus("text-x-generic-symbolic", "This note holds characters that can't be shown",
                        "It stays as it is. Another program may be able to open it.",
                        "Open With Another Program", [this, path] {
@@ -193,8 +193,9 @@ void NotePane::showText() {
             const bool isSame = shownPath_ == path || (shownPath_ && editor_.content().text() == text);
             if (isSame && editor_.content().isPlain() == (fit == Fit::plain)) {
                 editor_.follow(text, surface_->selection);
+                editor_.setTitle(surface_->title);
             } else {
-                editor_.show(text, fit == Fit::plain);
+                editor_.show(text, fit == Fit::plain, surface_->title);
                 surface_->selection = editor_.content().selection();
             }
             stack_.set_visible_child("note");

@@ -407,7 +407,12 @@ StyledBuffer::AttributesID StyledBuffer::idOf(const TextAttributes& attributes) 
 }
 
 void StyledBuffer::style(GtkTextTag* tag, const TextAttributes& attributes) const {
-    static constexpr GdkRGBA clear{0, 0, 0, 0};
+    // Pango takes an alpha of nothing for one that isn't given.
+    static constexpr GdkRGBA clear{0, 0, 0, 0.001F};
+    if (attributes.indent > 0) {
+        g_object_set(tag, "accumulative-margin", TRUE, "left-margin",
+                     static_cast<int>(theme_.points(attributes.indent) * pixelsPerPoint), nullptr);
+    }
     if (attributes.isHidden()) {
         // A size of nearly nothing keeps the characters where copying, searching and the caret find them.
         g_object_set(tag, "size", 1, "foreground-rgba", &clear, nullptr);
@@ -445,10 +450,6 @@ void StyledBuffer::style(GtkTextTag* tag, const TextAttributes& attributes) cons
     if (attributes.baselineOffset != 0)
         g_object_set(tag, "rise", static_cast<int>(theme_.points(attributes.baselineOffset) * PANGO_SCALE),
                      nullptr);
-    if (attributes.indent > 0) {
-        g_object_set(tag, "accumulative-margin", TRUE, "left-margin",
-                     static_cast<int>(theme_.points(attributes.indent) * pixelsPerPoint), nullptr);
-    }
 }
 
 void StyledBuffer::setTheme(const EditorTheme& theme) {
