@@ -271,6 +271,12 @@ void DesktopWorld::kill() {
     waitForEnd();
 }
 
+void DesktopWorld::whileItStands(const std::function<void()>& body) const {
+    ::kill(program_, SIGSTOP);
+    body();
+    ::kill(program_, SIGCONT);
+}
+
 void DesktopWorld::launchTool(const std::vector<std::string>& words) const {
     int status = 0;
     waitpid(launch(words, {}, ""), &status, 0);
@@ -282,7 +288,7 @@ void DesktopWorld::key(const std::string& keys) const {
 }
 
 void DesktopWorld::type(const std::string& text) const {
-    launchTool({"xdotool", "type", "--delay", "4", text});
+    launchTool({"xdotool", "type", "--delay", "4", "--", text});
 }
 
 void DesktopWorld::clickAt(int x, int y, int button) const {
@@ -316,14 +322,18 @@ std::optional<Control> DesktopWorld::control(const std::string& name, const std:
 }
 
 bool DesktopWorld::press(const std::string& name) const {
-    std::optional<Control> button;
-    if (!until([&] { return (button = control(name, "push button")) || (button = control(name)); }))
-        return false;
-    GVariant* answer =
-        call(button->bus, button->path, "org.a11y.atspi.Action", "DoAction", g_variant_new("(i)", 0), "(b)");
-    if (!answer) return false;
-    g_variant_unref(answer);
-    return true;
+    return until([&] {
+        auto button = control(name, "push button");
+        if (!button) button = control(name);
+        if (!button) return false;
+        GVariant* answer = call(button->bus, button->path, "org.a11y.atspi.Action", "DoAction",
+                                g_variant_new("(i)", 0), "(b)");
+        if (!answer) return false;
+        gboolean done = FALSE;
+        g_variant_get(answer, "(b)", &done);
+        g_variant_unref(answer);
+        return done != FALSE;
+    });
 }
 
 std::string DesktopWorld::textOf(const std::string& name) const {

@@ -39,6 +39,8 @@ public:
     int end();
     /// Ends it as a power cut would.
     void kill();
+    /// Holds the program while keys and files change, so that it meets them all at once.
+    void whileItStands(const std::function<void()>& body) const;
     bool hasEnded();
     /// Waits for its end; none if it doesn't come.
     std::optional<int> waitForEnd();

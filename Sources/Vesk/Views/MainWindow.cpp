@@ -8,8 +8,9 @@ namespace vesk::views {
 namespace {
 
 constexpr int leastSidebar = 220, greatestSidebar = 480, leastContent = 340;
-constexpr const char* sizeKey = "vesk.window.size";
 constexpr const char* sidebarKey = "vesk.window.sidebar";
+constexpr const char* inspectorKey = "vesk.window.inspector";
+constexpr const char* inspectorShownKey = "vesk.window.inspector.shown";
 
 int storedNumber(const UserDefaults& defaults, const char* key, int otherwise, int least, int greatest) {
     return std::clamp(static_cast<int>(defaults.number(key).value_or(otherwise)), least, greatest);
@@ -18,8 +19,11 @@ int storedNumber(const UserDefaults& defaults, const char* key, int otherwise, i
 }  // namespace
 
 MainWindow::MainWindow(Gtk::Application& application, UserDefaults& defaults)
-    : defaults_(defaults), window_(ADW_APPLICATION_WINDOW(adw_application_window_new(application.gobj()))) {
+    : defaults_(defaults),
+      window_(ADW_APPLICATION_WINDOW(adw_application_window_new(application.gobj()))),
+      find_(note_.editor()) {
     sidebarWidth_ = storedNumber(defaults_, sidebarKey, 280, leastSidebar, greatestSidebar);
+    inspectorWidth_ = storedNumber(defaults_, inspectorKey, 280, leastSidebar, greatestSidebar);
     const int width = storedNumber(defaults_, "vesk.window.width", 1180, 360, 10000);
     const int height = storedNumber(defaults_, "vesk.window.height", 760, 300, 10000);
     gtk_window_set_default_size(window(), width, height);
@@ -56,16 +60,18 @@ void MainWindow::remember() {
         defaults_.set("vesk.window.height", height);
     }
     defaults_.set(sidebarKey, sidebarWidth_);
+    defaults_.set(inspectorKey, inspectorWidth_);
+    defaults_.set(inspectorShownKey, isInspectorShown());
 }
 
 void MainWindow::build() {
     leaflet_ = ADW_LEAFLET(adw_leaflet_new());
     adw_leaflet_set_can_navigate_back(leaflet_, TRUE);
     adw_leaflet_append(leaflet_, raw(buildSidebar()));
-    auto* separator = adw_leaflet_append(leaflet_, raw(buildHandle()));
-    adw_leaflet_page_set_navigatable(separator, FALSE);
+    buildHandle(sidebarHandle_, sidebarPane_, sidebarWidth_, 1);
+    adw_leaflet_page_set_navigatable(adw_leaflet_append(leaflet_, raw(sidebarHandle_)), FALSE);
     adw_leaflet_append(leaflet_, raw(buildContent()));
-    onSignal(leaflet_, "notify::folded", [this] { back_.set_visible(adw_leaflet_get_folded(leaflet_)); });
+    onSignal(leaflet_, "notify::folded", [this] { toList_.set_visible(adw_leaflet_get_folded(leaflet_)); });
 
     auto* welcomeBar = adw_header_bar_new();
     gtk_widget_add_css_class(welcomeBar, "flat");
@@ -100,10 +106,38 @@ Gtk::Widget& MainWindow::buildSidebar() {
     add->set_action_name("app.new-note");
     setAccessibleName(*add, "New Note");
     adw_header_bar_pack_start(bar, raw(*add));
+    adw_header_bar_pack_end(bar, raw(buildMenuButton()));
     title_ = ADW_WINDOW_TITLE(adw_window_title_new("Vesk", ""));
     adw_header_bar_set_title_widget(bar, GTK_WIDGET(title_));
 
-    sidebarPane_.append(sidebar_);
+    setPlaceholder(search_, "Search notes");
+    search_.set_margin(8);
+    search_.set_margin_top(6);
+    setAccessibleName(search_, "Search notes");
+    search_.signal_search_changed().connect([this] {
+        const std::string typed = search_.get_text();
+        if (typed.empty() && search_.get_first_child()->has_focus()) {
+            results_.showHelp();
+        }
+        lists_.set_visible_child(typed.empty() ? "tree" : "results");
+        if (onSearch) onSearch(typed);
+    });
+    search_.signal_activate().connect([this] { results_.openFirst(); });
+    search_.signal_stop_search().connect([this] { clearSearch(); });
+    auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType) {
+            if (key != GDK_KEY_Down) return false;
+            lists_.get_visible_child_name() == "results" ? results_.focusFirst() : sidebar_.focusList();
+            return true;
+        },
+        false);
+    search_.add_controller(keys);
+    sidebarPane_.append(search_);
+    lists_.add(sidebar_, "tree");
+    lists_.add(results_, "results");
+    lists_.set_vexpand(true);
+    sidebarPane_.append(lists_);
     status_.add_css_class("status-line");
     status_.add_css_class("dim-label");
     status_.set_xalign(0);
@@ -112,16 +146,40 @@ Gtk::Widget& MainWindow::buildSidebar() {
     return sidebarPane_;
 }
 
-Gtk::Widget& MainWindow::buildHandle() {
-    handle_.set_cursor("col-resize");
+void MainWindow::buildHandle(Gtk::Separator& handle, Gtk::Widget& pane, int& width, int direction) {
+    handle.set_cursor("col-resize");
+    handle.add_css_class("pane-handle");
     auto drag = Gtk::GestureDrag::create();
-    drag->signal_drag_begin().connect([this](double, double) { dragStart_ = sidebarWidth_; });
-    drag->signal_drag_update().connect([this](double x, double) {
-        sidebarWidth_ = std::clamp(dragStart_ + static_cast<int>(x), leastSidebar, greatestSidebar);
-        sidebarPane_.set_size_request(sidebarWidth_, -1);
+    drag->signal_drag_begin().connect([this, &width](double, double) { dragStart_ = width; });
+    drag->signal_drag_update().connect([this, &width, &pane, direction](double x, double) {
+        // The handle moves along, and with it the coordinates of the drag.
+        width = std::clamp(width + direction * static_cast<int>(x), leastSidebar, greatestSidebar);
+        pane.set_size_request(width, -1);
     });
-    handle_.add_controller(drag);
-    return handle_;
+    handle.add_controller(drag);
+}
+
+Gtk::Widget& MainWindow::buildMenuButton() {
+    const auto section = [](std::initializer_list<std::pair<const char*, const char*>> items) {
+        auto menu = Gio::Menu::create();
+        for (const auto& [label, action] : items) menu->append(label, action);
+        return menu;
+    };
+    auto menu = Gio::Menu::create();
+    menu->append_section(section({{"New Note", "app.new-note"},
+                                  {"Go to Note…", "app.quick-switcher"},
+                                  {"Command Palette…", "app.command-palette"}}));
+    menu->append_section(section({{"Open Another Vault…", "app.open-vault"}, {"Trash…", "app.trash"}}));
+    menu->append_section(section({{"Preferences", "app.preferences"},
+                                  {"Keyboard Shortcuts", "app.shortcuts"},
+                                  {"About Vesk", "app.about"}}));
+    auto* button = Gtk::make_managed<Gtk::MenuButton>();
+    button->set_icon_name("open-menu-symbolic");
+    button->set_menu_model(menu);
+    button->set_primary(true);
+    button->set_tooltip_text("Main Menu");
+    setAccessibleName(*button, "Main Menu");
+    return *button;
 }
 
 Gtk::Widget& MainWindow::buildContent() {
@@ -132,16 +190,165 @@ Gtk::Widget& MainWindow::buildContent() {
     gtk_widget_add_css_class(GTK_WIDGET(bar), "flat");
     adw_header_bar_set_show_start_title_buttons(bar, FALSE);
     adw_header_bar_set_title_widget(bar, gtk_label_new(""));
-    back_.set_icon_name("go-previous-symbolic");
-    back_.set_tooltip_text("Back to the List");
-    setAccessibleName(back_, "Back to the List");
-    back_.set_visible(false);
-    back_.signal_clicked().connect([this] { showNotePage(false); });
+    const auto button = [](Gtk::Button& control, const char* icon, const char* name, const char* action) {
+        control.set_icon_name(icon);
+        control.set_tooltip_text(name);
+        setAccessibleName(control, name);
+        if (action) control.set_action_name(action);
+    };
+    button(toList_, "view-list-symbolic", "Show the List", nullptr);
+    toList_.set_visible(false);
+    toList_.signal_clicked().connect([this] { showNotePage(false); });
+    button(back_, "go-previous-symbolic", "Back", "app.back");
+    button(forward_, "go-next-symbolic", "Forward", "app.forward");
+    adw_header_bar_pack_start(bar, raw(toList_));
     adw_header_bar_pack_start(bar, raw(back_));
+    adw_header_bar_pack_start(bar, raw(forward_));
+
+    inspectorButton_.set_icon_name("sidebar-show-right-symbolic");
+    inspectorButton_.set_tooltip_text("Links");
+    setAccessibleName(inspectorButton_, "Links");
+    outlineButton_.set_icon_name("view-list-ordered-symbolic");
+    outlineButton_.set_tooltip_text("Outline");
+    setAccessibleName(outlineButton_, "Outline");
+    outlineList_.add_css_class("navigation-sidebar");
+    outlineList_.set_selection_mode(Gtk::SelectionMode::BROWSE);
+    auto* noHeadings = Gtk::make_managed<Gtk::Label>("This note has no headings.");
+    noHeadings->add_css_class("dim-label");
+    noHeadings->set_margin(12);
+    outlineList_.set_placeholder(*noHeadings);
+    outlineList_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) {
+        const auto offset = headings_[static_cast<std::size_t>(row->get_index())].offset;
+        outlinePopover_.popdown();
+        note_.editor().goTo({offset, 0});
+        note_.focus();
+    });
+    outlineScroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+    outlineScroller_.set_propagate_natural_height(true);
+    outlineScroller_.set_max_content_height(420);
+    outlineScroller_.set_size_request(260, -1);
+    outlineScroller_.set_child(outlineList_);
+    outlinePopover_.set_child(outlineScroller_);
+    outlinePopover_.signal_show().connect([this] { fillOutline(); });
+    outlineButton_.set_popover(outlinePopover_);
+    adw_header_bar_pack_end(bar, raw(inspectorButton_));
+    adw_header_bar_pack_end(bar, raw(outlineButton_));
     gtk_box_append(contentPane_.gobj(), GTK_WIDGET(bar));
+
     note_.set_vexpand(true);
-    contentPane_.append(note_);
+    note_.set_hexpand(true);
+    flap_ = ADW_FLAP(adw_flap_new());
+    adw_flap_set_flap_position(flap_, GTK_PACK_END);
+    adw_flap_set_fold_policy(flap_, ADW_FLAP_FOLD_POLICY_AUTO);
+    notePage_.append(find_);
+    notePage_.append(note_);
+    notePage_.set_hexpand(true);
+    notePage_.set_size_request(leastContent, -1);
+    adw_flap_set_content(flap_, raw(notePage_));
+    note_.onTextChanged = [this] { find_.refresh(); };
+    buildHandle(inspectorHandle_, inspector_, inspectorWidth_, -1);
+    inspector_.set_size_request(inspectorWidth_, -1);
+    inspectorPane_.append(inspectorHandle_);
+    inspectorPane_.append(inspector_);
+    adw_flap_set_flap(flap_, raw(inspectorPane_));
+    adw_flap_set_reveal_flap(flap_, defaults_.boolean(inspectorShownKey).value_or(false));
+    g_object_bind_property(flap_, "reveal-flap", inspectorButton_.gobj(), "active",
+                           static_cast<GBindingFlags>(G_BINDING_BIDIRECTIONAL | G_BINDING_SYNC_CREATE));
+    onSignal(flap_, "notify::reveal-flap", [this] {
+        if (isInspectorShown() && onInspectorShown) onInspectorShown();
+    });
+    gtk_widget_set_vexpand(GTK_WIDGET(flap_), TRUE);
+    gtk_box_append(contentPane_.gobj(), GTK_WIDGET(flap_));
     return contentPane_;
+}
+
+bool MainWindow::isInspectorShown() const {
+    return flap_ && adw_flap_get_reveal_flap(flap_);
+}
+
+void MainWindow::toggleInspector() {
+    adw_flap_set_reveal_flap(flap_, !isInspectorShown());
+}
+
+void MainWindow::toggleSidebar() {
+    if (adw_leaflet_get_folded(leaflet_))
+        return showNotePage(adw_leaflet_get_visible_child(leaflet_) != raw(contentPane_));
+    const bool shows = !sidebarPane_.get_visible();
+    sidebarPane_.set_visible(shows);
+    sidebarHandle_.set_visible(shows);
+}
+
+void MainWindow::focusSearch() {
+    if (!sidebarPane_.get_visible()) toggleSidebar();
+    showNotePage(false);
+    search_.grab_focus();
+    search_.select_region(0, -1);
+    if (search_.get_text().empty()) {
+        results_.showHelp();
+        lists_.set_visible_child("results");
+    }
+}
+
+void MainWindow::searchFor(const std::string& words) {
+    focusSearch();
+    search_.set_text(words);
+    search_.set_position(-1);
+}
+
+void MainWindow::find(bool replacing) {
+    showNotePage(true);
+    find_.open(replacing);
+}
+
+void MainWindow::findStep(bool forward) {
+    find_.isOpen() ? find_.step(forward) : find(false);
+}
+
+void MainWindow::closeFind() {
+    find_.close();
+}
+
+void MainWindow::clearSearch() {
+    search_.set_text("");
+    lists_.set_visible_child("tree");
+}
+
+void MainWindow::focusNextPane() {
+    auto* focus = gtk_window_get_focus(window());
+    const auto inside = [&](GtkWidget* pane) {
+        return focus && (focus == pane || gtk_widget_is_ancestor(focus, pane));
+    };
+    if (inside(raw(sidebarPane_))) {
+        note_.focus();
+    } else if (inside(raw(note_)) && isInspectorShown()) {
+        gtk_widget_child_focus(raw(inspector_), GTK_DIR_TAB_FORWARD);
+    } else {
+        showNotePage(false);
+        sidebar_.focusList();
+    }
+}
+
+void MainWindow::showOutline() {
+    outlineButton_.popup();
+}
+
+void MainWindow::fillOutline() {
+    headings_ = outline ? outline() : std::vector<Heading>();
+    while (auto* row = outlineList_.get_row_at_index(0)) outlineList_.remove(*row);
+    for (const auto& heading : headings_) {
+        auto* label = Gtk::make_managed<Gtk::Label>(heading.title);
+        label->set_xalign(0);
+        label->set_ellipsize(Pango::EllipsizeMode::END);
+        label->set_margin_start(14 * (heading.level - 1));
+        if (heading.level == 1) label->add_css_class("heading");
+        outlineList_.append(*label);
+    }
+    if (auto* first = outlineList_.get_row_at_index(0)) first->grab_focus();
+}
+
+void MainWindow::setCanGo(bool back, bool forward) {
+    back_.set_sensitive(back);
+    forward_.set_sensitive(forward);
 }
 
 void MainWindow::present() {
@@ -197,10 +404,15 @@ void MainWindow::showNotePage(bool note) {
     }
 }
 
-void MainWindow::toast(const std::string& words) {
+void MainWindow::toast(const std::string& words, const char* button, std::function<void()> does) {
     char* escaped = g_markup_escape_text(words.c_str(), -1);
-    adw_toast_overlay_add_toast(toasts_, adw_toast_new(escaped));
+    auto* toast = adw_toast_new(escaped);
     g_free(escaped);
+    if (button) {
+        adw_toast_set_button_label(toast, button);
+        onSignal(toast, "button-clicked", std::move(does));
+    }
+    adw_toast_overlay_add_toast(toasts_, toast);
 }
 
 }  // namespace vesk::views

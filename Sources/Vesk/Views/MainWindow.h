@@ -5,7 +5,10 @@
 #include <functional>
 #include <string>
 
+#include "Vesk/Views/FindBar.h"
+#include "Vesk/Views/Inspector.h"
 #include "Vesk/Views/NotePane.h"
+#include "Vesk/Views/SearchPane.h"
 #include "Vesk/Views/Sidebar.h"
 #include "Vesk/Views/Toolkit.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -22,6 +25,8 @@ public:
     GtkWindow* window() const { return GTK_WINDOW(window_); }
     Sidebar& sidebar() { return sidebar_; }
     NotePane& note() { return note_; }
+    SearchPane& results() { return results_; }
+    Inspector& inspector() { return inspector_; }
 
     void present();
     void setTitle(const std::string& title, const std::string& subtitle);
@@ -32,8 +37,30 @@ public:
     void showVault();
     /// In a narrow window: the note instead of the list, or back.
     void showNotePage(bool note);
-    void toast(const std::string& words);
-    void addAction(const char* name, std::function<void()> does);
+    /// With an action if `button` is given.
+    void toast(const std::string& words, const char* button = nullptr, std::function<void()> does = {});
+    /// Puts the keyboard into the search field.
+    void focusSearch();
+    void searchFor(const std::string& words);
+    void find(bool replacing);
+    void findStep(bool forward);
+    void closeFind();
+    void clearSearch();
+    void toggleInspector();
+    bool isInspectorShown() const;
+    void toggleSidebar();
+    /// F6: from the list to the note to the inspector.
+    void focusNextPane();
+    void showOutline();
+    void setCanGo(bool back, bool forward);
+    struct Heading {
+        std::string title;
+        int level = 1;
+        std::size_t offset = 0;
+    };
+    std::function<std::vector<Heading>()> outline;
+    std::function<void(const std::string& typed)> onSearch;
+    std::function<void()> onInspectorShown;
 
     /// True when the window may go.
     std::function<void()> onCloseWanted;
@@ -44,7 +71,9 @@ private:
     void build();
     Gtk::Widget& buildSidebar();
     Gtk::Widget& buildContent();
-    Gtk::Widget& buildHandle();
+    void buildHandle(Gtk::Separator& handle, Gtk::Widget& pane, int& width, int direction);
+    Gtk::Widget& buildMenuButton();
+    void fillOutline();
     void remember();
 
     UserDefaults& defaults_;
@@ -57,12 +86,25 @@ private:
     Gtk::Box sidebarPane_{Gtk::Orientation::VERTICAL}, contentPane_{Gtk::Orientation::VERTICAL},
         welcomePane_{Gtk::Orientation::VERTICAL};
     Gtk::Box welcomeButtons_{Gtk::Orientation::VERTICAL};
-    Gtk::Separator handle_{Gtk::Orientation::VERTICAL};
+    Gtk::Box inspectorPane_, notePage_{Gtk::Orientation::VERTICAL};
+    Gtk::Separator sidebarHandle_{Gtk::Orientation::VERTICAL}, inspectorHandle_{Gtk::Orientation::VERTICAL};
+    AdwFlap* flap_ = nullptr;
+    Gtk::SearchEntry search_;
+    Gtk::Stack lists_;
     Gtk::Label status_;
-    Gtk::Button back_;
+    Gtk::Button toList_, back_, forward_;
+    Gtk::MenuButton outlineButton_;
+    Gtk::Popover outlinePopover_;
+    Gtk::ListBox outlineList_;
+    Gtk::ScrolledWindow outlineScroller_;
+    Gtk::ToggleButton inspectorButton_;
+    std::vector<Heading> headings_;
     Sidebar sidebar_;
+    SearchPane results_;
     NotePane note_;
-    int sidebarWidth_ = 280, dragStart_ = 0;
+    Inspector inspector_;
+    FindBar find_;
+    int sidebarWidth_ = 280, inspectorWidth_ = 280, dragStart_ = 0;
 };
 
 }  // namespace vesk::views

@@ -119,6 +119,15 @@ void NotePane::commitTitle() {
     if (surface_) title_.set_text(surface_->title);
 }
 
+void NotePane::nameChanged() {
+    if (!surface_ || !shownPath_ || !surface_->loadedPath()) return;
+    shownPath_ = surface_->loadedPath();
+    isShowing_ = true;
+    if (!title_.has_focus()) title_.set_text(surface_->title);
+    editor_.setTitle(surface_->title);
+    isShowing_ = false;
+}
+
 void NotePane::showStatus(const char* icon, const std::string& title, const std::string& words,
                           const char* action, std::function<void()> does) {
     adw_status_page_set_icon_name(status_, icon);
@@ -134,8 +143,8 @@ void NotePane::showStatus(const char* icon, const std::string& title, const std:
 
 void NotePane::showState() {
     if (!surface_) {
-        showStatus("vesk-symbolic", "No note selected", "Choose a note from the list, or begin a new one.",
-                   nullptr, {});
+        showStatus("com.tarnlight.vesk-symbolic", "No note selected",
+                   "Choose a note from the list, or begin a new one.", nullptr, {});
         return;
     }
     match(
@@ -150,7 +159,7 @@ void NotePane::showState() {
             switch (plain) {
                 case EditorSurface::LoadState::Plain::idle:
                     if (!surface_->loadedPath())
-                        showStatus("vesk-symbolic", "No note selected",
+                        showStatus("com.tarnlight.vesk-symbolic", "No note selected",
                                    "Choose a note from the list, or begin a new one.", nullptr, {});
                     break;
                 case EditorSurface::LoadState::Plain::downloading:
@@ -210,6 +219,7 @@ void NotePane::edited() {
     if (!surface_ || isShowing_) return;
     surface_->selection = editor_.content().selection();
     if (!surface_->edit(utf8(editor_.content().text()))) showText();
+    if (onTextChanged) onTextChanged();
 }
 
 void NotePane::showNotice() {

@@ -26,12 +26,15 @@ public:
     void focus(bool title = false);
     /// A title that is being typed is taken over now.
     void commitTitle();
+    /// The note goes by another name now.
+    void nameChanged();
 
     /// The person gave the note another name.
     std::function<void(const std::string& path, const std::string& name)> onRenamed;
     /// Another note is wanted, by a banner's button.
     std::function<void(const std::string& path)> onOpen;
     std::function<void()> onCaretMoved;
+    std::function<void()> onTextChanged;
     std::function<void(const std::string& path)> onOpenElsewhere;
 
 private:

@@ -17,6 +17,9 @@ private:
     explicit RowObject(SidebarRow given) : row(std::move(given)) {}
 };
 
+/// The path of the note that is being dragged; one pointer drags one.
+std::string dragged;
+
 Glib::RefPtr<RowObject> rowOf(const Glib::RefPtr<Glib::ObjectBase>& item) {
     return std::dynamic_pointer_cast<RowObject>(item);
 }
@@ -197,6 +200,48 @@ void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
         if (row && onMenu) onMenu(*row, inX, inY);
     });
     widget->add_controller(click);
+
+    auto drag = Gtk::DragSource::create();
+    drag->set_actions(Gdk::DragAction::MOVE | Gdk::DragAction::COPY);
+    drag->signal_prepare().connect(
+        [widget](double, double) -> Glib::RefPtr<Gdk::ContentProvider> {
+            const auto row = widget->row();
+            if (!row || row->kind != SidebarRow::Kind::note) return {};
+            // In the list it moves the note; dropped on a text it is a link to it.
+            Glib::Value<Glib::ustring> link;
+            link.init(Glib::Value<Glib::ustring>::value_type());
+            link.set("[[" + row->title + "]]");
+            dragged = row->path;
+            return Gdk::ContentProvider::create(link);
+        },
+        false);
+    drag->signal_drag_end().connect([](const Glib::RefPtr<Gdk::Drag>&, bool) { dragged.clear(); });
+    widget->add_controller(drag);
+
+    auto drop = Gtk::DropTarget::create(G_TYPE_STRING, Gdk::DragAction::MOVE);
+    const auto folderOf = [widget]() -> std::optional<std::string> {
+        const auto row = widget->row();
+        if (!row || dragged.empty()) return {};
+        if (row->kind == SidebarRow::Kind::folder) return row->path;
+        if (row->kind == SidebarRow::Kind::header && row->id == "notes") return std::string();
+        return {};
+    };
+    drop->signal_enter().connect(
+        [folderOf](double, double) { return folderOf() ? Gdk::DragAction::MOVE : Gdk::DragAction(0); },
+        false);
+    drop->signal_motion().connect(
+        [folderOf](double, double) { return folderOf() ? Gdk::DragAction::MOVE : Gdk::DragAction(0); },
+        false);
+    drop->signal_drop().connect(
+        [this, folderOf](const Glib::ValueBase&, double, double) {
+            const auto folder = folderOf();
+            const auto path = dragged;
+            if (!folder || path.empty()) return false;
+            if (onMoved) onMoved(path, *folder);
+            return true;
+        },
+        false);
+    widget->add_controller(drop);
 }
 
 void Sidebar::bind(const Glib::RefPtr<Gtk::ListItem>& item) {

@@ -43,6 +43,8 @@ public:
     /// A menu is wanted on a row; `x` and `y` are in the sidebar.
     std::function<void(const SidebarRow&, double x, double y)> onMenu;
     std::function<void()> onExpansionChanged;
+    /// A note was dragged onto a folder, or onto the top for an empty one.
+    std::function<void(const std::string& path, const std::string& folder)> onMoved;
 
     /// The rows may have changed: levels on screen are asked for anew, and what is the same stays.
     void refresh();

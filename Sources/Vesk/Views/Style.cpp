@@ -21,7 +21,11 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .folder-indigo { color: #5c5cd6; } .folder-purple { color: #9141ac; } .folder-pink { color: #d56199; }
 .folder-brown { color: #986a44; } .folder-gray { color: #77767b; }
 .search-snippet { font-size: 9.5pt; }
-.pathbar { font-size: 9pt; }
+.search-results > row { padding: 8px 10px; }
+.find-bar { margin: 6px 12px; }
+.inspector { background-color: @window_bg_color; }
+.picker-entry { margin: 12px; min-height: 40px; font-size: 12pt; }
+.completion > contents { padding: 4px; }
 )css";
 
 }  // namespace
@@ -32,6 +36,8 @@ void installStyle() {
     gtk_style_context_add_provider_for_display(gdk_display_get_default(), GTK_STYLE_PROVIDER(provider),
                                                GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     g_object_unref(provider);
+    gtk_icon_theme_add_resource_path(gtk_icon_theme_get_for_display(gdk_display_get_default()),
+                                     "/com/tarnlight/vesk/icons");
 }
 
 }  // namespace vesk::views

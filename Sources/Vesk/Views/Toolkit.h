@@ -29,4 +29,10 @@ inline void setAccessibleName(Gtk::Widget& widget, const char* name) {
     gtk_accessible_update_property(GTK_ACCESSIBLE(widget.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL, name, -1);
 }
 
+/// GTK 4.8 has no call of its own for it.
+inline void setPlaceholder(Gtk::SearchEntry& entry, const char* words) {
+    auto* text = gtk_editable_get_delegate(GTK_EDITABLE(entry.gobj()));
+    if (GTK_IS_TEXT(text)) gtk_text_set_placeholder_text(GTK_TEXT(text), words);
+}
+
 }  // namespace vesk::views

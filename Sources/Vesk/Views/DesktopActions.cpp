@@ -1,0 +1,270 @@
+// Keys, menus, palette: one table of actions feeds them all.
+#include "Vesk/Views/DesktopApplication.h"
+#include "Vesk/Views/EditorCommands.h"
+#include "VeskCore/Support/PathText.h"
+#include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Unicode.h"
+
+namespace vesk::views {
+namespace {
+
+constexpr std::size_t mostShown = 60;
+
+}  // namespace
+
+void DesktopApplication::addActions() {
+    const auto withNote = [this](void (DesktopApplication::*does)(const std::string&)) {
+        return [this, does] {
+            if (open_ && open_->surface->loadedPath())
+                (this->*does)(std::string(*open_->surface->loadedPath()));
+        };
+    };
+    actions_ = {
+        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote(); }},
+        {"quick-switcher", "Go to Note…", "Notes", {"<Control>p"}, [this] { quickSwitcher(); }},
+        {"search", "Search All Notes", "Notes", {"<Control><Shift>f"}, [this] { window_->focusSearch(); }},
+        {"rename", "Rename Note", "Notes", {"F2"}, withNote(&DesktopApplication::askForName)},
+        {"move",
+         "Move Note to Folder…",
+         "Notes",
+         {"<Control><Shift>m"},
+         withNote(&DesktopApplication::askWhereTo)},
+        {"trash-note",
+         "Move Note to Trash",
+         "Notes",
+         {"<Control>Delete"},
+         withNote(&DesktopApplication::trash)},
+        {"back", "Back", "Moving Around", {"<Alt>Left"}, [this] { go(-1); }},
+        {"forward", "Forward", "Moving Around", {"<Alt>Right"}, [this] { go(1); }},
+        {"outline", "Outline", "Moving Around", {"<Control><Shift>o"}, [this] { window_->showOutline(); }},
+        {"next-pane", "Next Pane", "Moving Around", {"F6"}, [this] { window_->focusNextPane(); }},
+        {"sidebar", "Show or Hide the List", "Moving Around", {"F9"}, [this] { window_->toggleSidebar(); }},
+        {"inspector",
+         "Show or Hide Links",
+         "Moving Around",
+         {"<Control><Shift>l"},
+         [this] { window_->toggleInspector(); }},
+        {"find", "Find in Note", "Note", {"<Control>f"}, [this] { window_->find(false); }},
+        {"replace", "Find and Replace", "Note", {"<Control>h"}, [this] { window_->find(true); }},
+        {"find-next", "Find Next", "Note", {"<Control>g"}, [this] { window_->findStep(true); }},
+        {"find-previous",
+         "Find Previous",
+         "Note",
+         {"<Control><Shift>g"},
+         [this] { window_->findStep(false); }},
+        {"save", "Save Now", "Note", {"<Control>s"}, [this] { bridge_.flushAllPendingSaves(); }},
+        {"command-palette",
+         "Command Palette…",
+         "General",
+         {"<Control><Shift>p"},
+         [this] { commandPalette(); }},
+        {"open-vault", "Open Another Vault…", "General", {"<Control>o"}, [this] { chooseVault(); }},
+        {"trash", "Trash…", "General", {}, [this] { showTrash(); }},
+        {"preferences", "Preferences", "General", {"<Control>comma"}, [this] { showPreferences(); }},
+        {"shortcuts",
+         "Keyboard Shortcuts",
+         "General",
+         {"<Control>question", "F1"},
+         [this] { showShortcuts(); }},
+        {"about", "About Vesk", "General", {}, [this] { showAbout(); }},
+        {"quit", "Quit", "General", {"<Control>q"}, [this] { askToQuit(); }},
+    };
+    for (const auto& action : actions_) {
+        add_action(action.name, [does = action.does, this] {
+            if (window_) does();
+        });
+        if (!action.keys.empty()) set_accels_for_action(Glib::ustring("app.") + action.name, action.keys);
+    }
+}
+
+void DesktopApplication::quickSwitcher() {
+    if (!open_) return;
+    const auto names = open_->lists.names;
+    if (!names) return;
+    std::vector<std::string> paths;
+    paths.reserve(open_->lists.notes.size());
+    for (const auto& note : open_->lists.notes) paths.push_back(note.relativePath);
+    Picker::show(
+        window_->window(), "Go to Note", "Go to note…",
+        [names, paths = std::move(paths)](const std::string& typed) {
+            std::vector<PickerItem> items;
+            for (const auto index : names->matching(typed, mostShown))
+                items.push_back({.id = paths[index],
+                                 .title = (*names)[index].text,
+                                 .detail = decodedText(std::string(parentFolder(paths[index])))});
+            if (!typed.empty())
+                items.push_back(
+                    {.id = "", .title = "New note “" + typed + "”", .icon = "document-new-symbolic"});
+            return items;
+        },
+        [this](const std::string& path, const std::string& typed) {
+            if (!path.empty()) return showNote(path, true);
+            if (!open_) return;
+            try {
+                const auto note = open_->session->vault().createNote(typed, "", "");
+                open_->session->notesChanged({note.relativePath});
+                list();
+                showNote(note.relativePath, true);
+            } catch (const std::exception&) {
+                tell(describe(std::current_exception()));
+            }
+        });
+}
+
+void DesktopApplication::commandPalette() {
+    std::vector<PickerItem> all;
+    std::vector<Completion::Candidate> names;
+    const auto add = [&](std::string id, const char* title, const char* group, const std::string& key) {
+        all.push_back({.id = std::move(id), .title = title, .detail = group, .key = key});
+        names.push_back({title, 0});
+    };
+    for (const auto& action : actions_)
+        if (std::string_view(action.name) != "command-palette")
+            add(std::string("app:") + action.name, action.title, action.group,
+                action.keys.empty() ? std::string() : std::string(action.keys.front()));
+    for (const auto& command : editorCommands())
+        add(std::string("editor:") + command.id, command.title, command.group, command.key);
+    const auto candidates = std::make_shared<const Completion::Candidates>(std::move(names));
+    Picker::show(
+        window_->window(), "Command Palette", "Do…",
+        [all = std::move(all), candidates](const std::string& typed) {
+            if (typed.empty()) return all;
+            std::vector<PickerItem> items;
+            for (const auto index : candidates->matching(typed, mostShown)) items.push_back(all[index]);
+            return items;
+        },
+        [this](const std::string& id, const std::string&) {
+            if (id.starts_with("editor:")) {
+                window_->note().focus();
+                window_->note().editor().performCommand(id.substr(7));
+            } else {
+                activate_action(id.substr(4));
+            }
+        });
+}
+
+void DesktopApplication::showShortcuts() {
+    struct Row {
+        std::string title, group, key;
+    };
+    std::vector<Row> rows;
+    for (const auto& action : actions_)
+        if (!action.keys.empty()) rows.push_back({action.title, action.group, action.keys.front()});
+    rows.push_back({"Complete Link or Tag", "Text", "Return"});
+    rows.push_back({"Follow Link", "Text", "<Control>Pointer"});
+    for (const auto& command : editorCommands())
+        if (*command.key) rows.push_back({command.title, command.group, command.key});
+    std::erase_if(rows, [](const Row& row) { return row.key == "<Control>Pointer"; });
+    std::string xml =
+        "<interface><object class='GtkShortcutsWindow' id='shortcuts'><property name='modal'>1</property>"
+        "<child><object class='GtkShortcutsSection'><property name='section-name'>all</property>"
+        "<property name='max-height'>14</property>";
+    const auto escaped = [](const std::string& text) {
+        char* safe = g_markup_escape_text(text.c_str(), -1);
+        std::string copy = safe;
+        g_free(safe);
+        return copy;
+    };
+    std::vector<std::string> groups;
+    for (const auto& row : rows)
+        if (std::find(groups.begin(), groups.end(), row.group) == groups.end()) groups.push_back(row.group);
+    for (const auto& group : groups) {
+        xml += "<child><object class='GtkShortcutsGroup'><property name='title'>" + escaped(group) +
+               "</property>";
+        for (const auto& row : rows) {
+            if (row.group != group) continue;
+            xml += "<child><object class='GtkShortcutsShortcut'><property name='title'>" +
+                   escaped(row.title) + "</property><property name='accelerator'>" + escaped(row.key) +
+                   "</property></object></child>";
+        }
+        xml += "</object></child>";
+    }
+    xml += "</object></child></object></interface>";
+    GtkBuilder* builder = gtk_builder_new_from_string(xml.c_str(), -1);
+    auto* shortcuts = GTK_WINDOW(gtk_builder_get_object(builder, "shortcuts"));
+    gtk_window_set_transient_for(shortcuts, window_->window());
+    gtk_window_present(shortcuts);
+    g_object_unref(builder);
+}
+
+void DesktopApplication::showAbout() {
+    auto* about = ADW_ABOUT_WINDOW(adw_about_window_new());
+    adw_about_window_set_application_name(about, "Vesk");
+    adw_about_window_set_application_icon(about, "com.tarnlight.vesk");
+    adw_about_window_set_version(about, seams_.version.c_str());
+    adw_about_window_set_comments(about, "Notes in a folder of ordinary Markdown files.");
+    adw_about_window_set_license_type(about, GTK_LICENSE_APACHE_2_0);
+    gtk_window_set_transient_for(GTK_WINDOW(about), window_->window());
+    gtk_window_set_modal(GTK_WINDOW(about), TRUE);
+    gtk_window_present(GTK_WINDOW(about));
+}
+
+void DesktopApplication::showPreferences() {
+    auto* window = ADW_PREFERENCES_WINDOW(adw_preferences_window_new());
+    gtk_window_set_transient_for(GTK_WINDOW(window), window_->window());
+    gtk_window_set_modal(GTK_WINDOW(window), TRUE);
+    auto* page = ADW_PREFERENCES_PAGE(adw_preferences_page_new());
+    adw_preferences_page_set_title(page, "General");
+    adw_preferences_page_set_icon_name(page, "preferences-system-symbolic");
+    auto* editor = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
+    adw_preferences_group_set_title(editor, "Editor");
+    auto* size = ADW_ACTION_ROW(adw_action_row_new());
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(size), "Text size");
+    adw_action_row_set_subtitle(size, "Of the body text, in points");
+    auto* spin = gtk_spin_button_new_with_range(8, 32, 1);
+    gtk_spin_button_set_value(GTK_SPIN_BUTTON(spin),
+                              seams_.defaults.number("vesk.editor.fontSize").value_or(12));
+    gtk_widget_set_valign(spin, GTK_ALIGN_CENTER);
+    adw_action_row_add_suffix(size, spin);
+    adw_action_row_set_activatable_widget(size, spin);
+    onSignal(spin, "value-changed", [this, spin] {
+        seams_.defaults.set("vesk.editor.fontSize", gtk_spin_button_get_value(GTK_SPIN_BUTTON(spin)));
+        applyLook();
+    });
+    adw_preferences_group_add(editor, GTK_WIDGET(size));
+    auto* vault = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
+    adw_preferences_group_set_title(vault, "Vault");
+    auto* folder = ADW_ACTION_ROW(adw_action_row_new());
+    adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(folder), FALSE);
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(folder), "Folder");
+    const auto path = open_ ? open_->session->vault().root().string() : std::string("None is open");
+    char* escaped = g_markup_escape_text(decodedText(path).c_str(), -1);
+    adw_action_row_set_subtitle(folder, escaped);
+    g_free(escaped);
+    auto* change = gtk_button_new_with_label("Open Another…");
+    gtk_widget_set_valign(change, GTK_ALIGN_CENTER);
+    onSignal(change, "clicked", [this, window] {
+        gtk_window_close(GTK_WINDOW(window));
+        chooseVault();
+    });
+    adw_action_row_add_suffix(folder, change);
+    adw_preferences_group_add(vault, GTK_WIDGET(folder));
+    adw_preferences_page_add(page, editor);
+    adw_preferences_page_add(page, vault);
+    adw_preferences_window_add(window, page);
+    gtk_window_present(GTK_WINDOW(window));
+}
+
+void DesktopApplication::showTrash() {
+    if (!open_) return;
+    if (open_->lists.trashed.empty() && open_->lists.trashedOther == 0) return tell("The trash is empty.");
+    std::vector<PickerItem> all;
+    for (const auto& note : open_->lists.trashed)
+        all.push_back(
+            {.id = note.trashPath,
+             .title = decodedText(note.name()),
+             .detail = note.origin ? decodedText(std::string(parentFolder(*note.origin))) : std::string(),
+             .icon = "edit-undo-symbolic"});
+    all.push_back({.id = "", .title = "Empty Trash…", .icon = "user-trash-symbolic"});
+    Picker::show(
+        window_->window(), "Trash", "Restore a note…",
+        [all = std::move(all)](const std::string& typed) {
+            std::vector<PickerItem> items;
+            for (const auto& item : all)
+                if (typed.empty() || containsIgnoringCase(item.title, typed)) items.push_back(item);
+            return items;
+        },
+        [this](const std::string& id, const std::string&) { id.empty() ? emptyTrash() : restore(id); });
+}
+
+}  // namespace vesk::views
