@@ -54,7 +54,7 @@ void DesktopApplication::listed(NoteLists lists) {
     std::vector<std::string> paths;
     paths.reserve(open_->lists.notes.size());
     for (const auto& note : open_->lists.notes) paths.push_back(note.relativePath);
-    open_->session->listedNotes = std::move(paths);
+    open_->session->setListedNotes(std::move(paths));
     open_->session->documentListReloaded(open_->lists.documents);
     window_->sidebar().refresh();
     if (open_->surface->loadedPath()) window_->sidebar().highlight(*open_->surface->loadedPath());
