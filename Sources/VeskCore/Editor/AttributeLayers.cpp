@@ -14,8 +14,9 @@ constexpr double raised = 1.0 / 3, lowered = -1.0 / 6;
 
 }  // namespace
 
-AttributeLayers::AttributeLayers(const HighlighterTheme& theme, std::vector<AttributeRun>& runs)
-    : theme_(theme), base_(theme.base()), runs_(runs) {}
+AttributeLayers::AttributeLayers(const HighlighterTheme& theme, std::vector<AttributeRun>& runs,
+                                 std::vector<TextRange>& hidden)
+    : theme_(theme), base_(theme.base()), runs_(runs), hidden_(hidden) {}
 
 void AttributeLayers::push(TextRange range, Kind kind, int value) {
     if (!range.empty()) layers_.push_back({range.location, range.end(), kind, value});
@@ -37,15 +38,16 @@ void AttributeLayers::addHtml(TextRange range, const HTMLStyle& style) {
 void AttributeLayers::finishLine(TextRange line) {
     if (layers_.empty()) return append(line, {});
     active_.clear();
-    edges_.clear();
+    edges_.resize(layers_.size() * 2);
+    std::size_t edges = 0;
     for (std::size_t i = 0; i < layers_.size(); ++i) {
-        Layer& layer = layers_[i];
-        layer.start = std::max(layer.start, line.location);
-        layer.end = std::min(layer.end, line.end());
-        if (layer.start >= layer.end) continue;
-        edges_.push_back({layer.start, i, false});
-        edges_.push_back({layer.end, i, true});
+        const std::size_t start = std::max(layers_[i].start, line.location);
+        const std::size_t end = std::min(layers_[i].end, line.end());
+        if (start >= end) continue;
+        edges_[edges++] = {start, i, false};
+        edges_[edges++] = {end, i, true};
     }
+    edges_.resize(edges);
     std::sort(edges_.begin(), edges_.end(), [](const Edge& a, const Edge& b) { return a.offset < b.offset; });
     std::size_t at = line.location;
     const auto emitUntil = [&](std::size_t end) {
@@ -69,6 +71,13 @@ void AttributeLayers::finishLine(TextRange line) {
 void AttributeLayers::append(TextRange range, const std::vector<std::size_t>& active) {
     AttributeRun& run = runs_.emplace_back(AttributeRun{range, base_});
     for (const std::size_t layer : active) apply(layers_[layer], run.attributes);
+    if (run.attributes.isHidden()) {
+        if (!hidden_.empty() && hidden_.back().end() == range.location) {
+            hidden_.back().length += range.length;
+        } else {
+            hidden_.push_back(range);
+        }
+    }
     if (runs_.size() == 1) return;
     AttributeRun& before = *(runs_.end() - 2);
     if (before.attributes == run.attributes) {

@@ -29,8 +29,10 @@ public:
         hidden,
     };
 
-    /// `runs` receives what the lines come to; neighbours with equal attributes are one run.
-    AttributeLayers(const HighlighterTheme& theme, std::vector<AttributeRun>& runs);
+    /// `runs` receives what the lines come to, neighbours with equal attributes as one run; `hidden` the
+    /// stretches that nobody sees.
+    AttributeLayers(const HighlighterTheme& theme, std::vector<AttributeRun>& runs,
+                    std::vector<TextRange>& hidden);
 
     void add(TextRange range, Change change);
     void addHeading(TextRange range, int level);
@@ -65,6 +67,7 @@ private:
     const HighlighterTheme& theme_;
     const TextAttributes base_;
     std::vector<AttributeRun>& runs_;
+    std::vector<TextRange>& hidden_;
     // Of the current line; kept between lines for their storage.
     std::vector<Layer> layers_;
     std::vector<HTMLStyle> htmlStyles_;

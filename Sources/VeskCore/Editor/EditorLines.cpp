@@ -15,18 +15,38 @@ constexpr bool endsLine(char16_t c) {
     return c == u'\n' || c == u'\r' || c == 0x0085 || c == 0x2028 || c == 0x2029;
 }
 
-// Every reader walks lines, so lines are found eight units at a time.
-constexpr std::size_t unitsAtOnce = 8;
-using Units = std::uint16_t __attribute__((vector_size(unitsAtOnce * sizeof(char16_t))));
+// Every reader walks lines, so line ends are looked for many units at a time.
+constexpr std::size_t vectorUnits = 8;
+constexpr std::size_t blockUnits = 4 * vectorUnits;
+using Units = std::uint16_t __attribute__((vector_size(vectorUnits * sizeof(char16_t))));
+using Found = std::int16_t __attribute__((vector_size(vectorUnits * sizeof(char16_t))));
 
-bool holdsLineEnd(const char16_t* at) {
+Found lineEnds(const char16_t* vector) {
     Units units;
-    std::memcpy(&units, at, sizeof units);
-    const auto ends = (units == u'\n') | (units == u'\r') | (units == 0x0085) | ((units | 1) == 0x2029);
+    std::memcpy(&units, vector, sizeof units);
+    // U+2028 and U+2029 differ in their last bit.
+    return (units == u'\n') | (units == u'\r') | (units == 0x0085) | ((units | 1) == 0x2029);
+}
+
+bool any(Found found) {
     std::uint64_t halves[2];
-    static_assert(sizeof halves == sizeof ends);
-    std::memcpy(halves, &ends, sizeof halves);
+    static_assert(sizeof halves == sizeof found);
+    std::memcpy(halves, &found, sizeof halves);
     return (halves[0] | halves[1]) != 0;
+}
+
+bool holdsLineEnd(const char16_t* block) {
+    Found found = lineEnds(block);
+    for (std::size_t i = vectorUnits; i < blockUnits; i += vectorUnits) found |= lineEnds(block + i);
+    return any(found);
+}
+
+/// The first line end at or behind `at`, or the text's end.
+std::size_t findLineEnd(std::u16string_view text, std::size_t at) {
+    while (text.size() - at >= blockUnits && !holdsLineEnd(text.data() + at)) at += blockUnits;
+    while (text.size() - at >= vectorUnits && !any(lineEnds(text.data() + at))) at += vectorUnits;
+    while (at < text.size() && !endsLine(text[at])) ++at;
+    return at;
 }
 
 bool isSpace(char16_t c) {
@@ -43,9 +63,7 @@ std::u16string_view trimmedBy(std::u16string_view text, Test test) {
 }  // namespace
 
 Line lineFrom(std::u16string_view text, std::size_t start) {
-    std::size_t end = start;
-    while (text.size() - end >= unitsAtOnce && !holdsLineEnd(text.data() + end)) end += unitsAtOnce;
-    while (end < text.size() && !endsLine(text[end])) ++end;
+    const std::size_t end = findLineEnd(text, start);
     std::size_t fullEnd = end;
     if (end < text.size()) ++fullEnd;
     if (fullEnd < text.size() && text[end] == u'\r' && text[fullEnd] == u'\n') ++fullEnd;
@@ -55,8 +73,8 @@ Line lineFrom(std::u16string_view text, std::size_t start) {
 std::size_t lineStart(std::u16string_view text, std::size_t offset) {
     std::size_t at = std::min(offset, text.size());
     while (at > 0) {
-        if (at >= unitsAtOnce && !holdsLineEnd(text.data() + at - unitsAtOnce)) {
-            at -= unitsAtOnce;
+        if (at >= blockUnits && !holdsLineEnd(text.data() + at - blockUnits)) {
+            at -= blockUnits;
             continue;
         }
         const bool insideCrLf = text[at - 1] == u'\r' && at < text.size() && text[at] == u'\n';

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "VeskCore/Editor/EditorLines.h"
 #include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Markdown/HTMLSpans.h"
 #include "VeskCore/Support/Text.h"
@@ -73,23 +72,23 @@ char32_t codePointAt(std::u16string_view text, std::size_t at) {
 
 }  // namespace
 
-void InlineReader::readLine(std::u16string_view line, std::size_t lineStart, bool wholeLine,
-                            const Visit& visit) {
+void InlineReader::readLine(std::u16string_view line, std::size_t lineEnd, std::size_t lineStart,
+                            bool wholeLine, const Visit& visit) {
     given_ = line;
+    line_ = line.substr(0, lineEnd);
     lineStart_ = lineStart;
     visit_ = &visit;
     read(wholeLine, /*inCell=*/false);
 }
 
 void InlineReader::readCell(std::u16string_view text, std::size_t start, const Visit& visit) {
-    given_ = text;
+    given_ = line_ = text;
     lineStart_ = start;
     visit_ = &visit;
     read(/*wholeLine=*/false, /*inCell=*/true);
 }
 
 void InlineReader::read(bool wholeLine, bool inCell) {
-    line_ = given_.substr(0, EditorLines::lineFrom(given_, 0).content.length);
     code_.clear();
     markup_.clear();
     const unsigned signs = signsOf(line_);

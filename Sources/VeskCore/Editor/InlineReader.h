@@ -19,9 +19,10 @@ public:
     /// The span stands until the next one.
     using Visit = std::function<void(const Span&)>;
 
-    /// The spans of a line, `lineStart` added to every offset. A whole line of nothing but markup is a span
-    /// of its own.
-    void readLine(std::u16string_view line, std::size_t lineStart, bool wholeLine, const Visit& visit);
+    /// The spans of a line, `lineStart` added to every offset; `lineEnd` is its length without its
+    /// terminator. A whole line of nothing but markup is a span of its own.
+    void readLine(std::u16string_view line, std::size_t lineEnd, std::size_t lineStart, bool wholeLine,
+                  const Visit& visit);
     /// Of a table cell, where an image tag stays readable.
     void readCell(std::u16string_view text, std::size_t start, const Visit& visit);
 

@@ -71,9 +71,14 @@ std::size_t LineLandmarks::fencesBefore(std::size_t offset) const {
                                     fences_.begin());
 }
 
+std::optional<std::size_t> LineLandmarks::delimiterFrom(std::size_t offset) const {
+    const auto first = std::lower_bound(delimiters_.begin(), delimiters_.end(), offset);
+    return first == delimiters_.end() ? std::nullopt : std::optional(*first);
+}
+
 bool LineLandmarks::hasDelimiter(TextRange lines) const {
-    const auto first = std::lower_bound(delimiters_.begin(), delimiters_.end(), lines.location);
-    return first != delimiters_.end() && *first <= lines.end();
+    const auto first = delimiterFrom(lines.location);
+    return first && *first <= lines.end();
 }
 
 bool LineLandmarks::mightTouchTable(TextRange lines, std::u16string_view text) const {

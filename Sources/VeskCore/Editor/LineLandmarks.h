@@ -26,6 +26,8 @@ public:
     std::size_t fencesBefore(std::size_t offset) const;
     /// Whether a delimiter row stands in the lines or right behind them.
     bool hasDelimiter(TextRange lines) const;
+    /// The first delimiter row at or behind the offset.
+    std::optional<std::size_t> delimiterFrom(std::size_t offset) const;
     /// Whether a table can touch the lines: a delimiter row stands among them, right behind them, or above
     /// them with rows between.
     bool mightTouchTable(TextRange lines, std::u16string_view text) const;

@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include "VeskCore/Editor/EditorLines.h"
 #include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Support/Match.h"
 
@@ -117,15 +116,16 @@ void LineStyles::addMarkers(bool revealed) {
     markers_.clear();
 }
 
-void LineStyles::styleLine(TextRange line, bool revealed) {
-    const std::u16string_view source = EditorLines::piece(text_, line);
-    const auto block = MarkdownSpans::blockSpan(source, line.location);
+void LineStyles::styleLine(const EditorLines::Line& line, bool revealed) {
+    const std::u16string_view source = EditorLines::piece(text_, line.full);
+    const std::size_t end = line.content.length, start = line.full.location;
+    const auto block = MarkdownSpans::blockSpan(source, end, start);
     if (block && !layBlock(*block, text_, revealed, layers_)) return;
-    reader_.readLine(source, line.location, /*wholeLine=*/true, inLine_);
+    reader_.readLine(source, end, start, /*wholeLine=*/true, inLine_);
     if (block) {
         const auto* task = std::get_if<Style::Task>(&block->style.value);
         const std::size_t rest = block->range.end();
-        if (task && task->done) layers_.add({rest, line.end() - rest}, Change::done);
+        if (task && task->done) layers_.add({rest, line.full.end() - rest}, Change::done);
     }
     addMarkers(revealed);
 }

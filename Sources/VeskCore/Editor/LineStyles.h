@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VeskCore/Editor/AttributeLayers.h"
+#include "VeskCore/Editor/EditorLines.h"
 #include "VeskCore/Editor/InlineReader.h"
 #include "VeskCore/Editor/MarkdownTable.h"
 #include "VeskCore/Support/TextRange.h"
@@ -21,7 +22,7 @@ public:
     LineStyles& operator=(const LineStyles&) = delete;
 
     /// A line outside frontmatter, fences and tables.
-    void styleLine(TextRange line, bool revealed);
+    void styleLine(const EditorLines::Line& line, bool revealed);
     /// A line that opens or closes a fence.
     void styleFenceLine(TextRange line, bool revealed);
     /// A row that stands as source. In a table whose pipes stand in the same places the columns stay below

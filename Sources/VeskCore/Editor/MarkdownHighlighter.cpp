@@ -62,22 +62,24 @@ public:
           frontmatter_(frontmatter),
           title_(title),
           tables_(tables),
-          layers_(owner.theme, runs_),
+          layers_(owner.theme, runs_, hidden_),
           styles_(text, layers_) {}
 
-    std::vector<AttributeRun> runs(TextRange range) {
-        constexpr std::size_t unitsOfARun = 16;  // or more, in most notes
+    const std::vector<AttributeRun>& style(TextRange range) {
+        constexpr std::size_t unitsOfARun = 8;  // or more, in most notes
         runs_.reserve(range.length / unitsOfARun + 8);
         bool inFence = owner_.landmarks_.isInsideFence(range.location, frontmatter_);
         for (std::size_t at = range.location; at < range.end();) {
-            const TextRange line = EditorLines::lineFrom(text_, at).full;
+            const EditorLines::Line found = EditorLines::lineFrom(text_, at);
+            const TextRange line = found.full;
             at = line.end();
-            styleLine(line, inFence);
+            styleLine(found, inFence);
             if (title_ && *title_ == line && !isRevealed(line)) layers_.add(line, Change::hidden);
             layers_.finishLine(line);
         }
-        return std::move(runs_);
+        return runs_;
     }
+    const std::vector<TextRange>& hidden() const { return hidden_; }
 
 private:
     struct TableState {
@@ -88,7 +90,8 @@ private:
         return owner_.revealedLines_ && owner_.revealedLines_->intersects(range);
     }
 
-    void styleLine(TextRange line, bool& inFence) {
+    void styleLine(const EditorLines::Line& found, bool& inFence) {
+        const TextRange line = found.full;
         if (line.end() <= bodyStart_) return layers_.add(line, Change::faint);
         // A line too long to be styled is no fence either, so that all readers keep the same state over it.
         if (line.length > MarkdownSpans::longLineLimit) return;
@@ -97,7 +100,7 @@ private:
             return styles_.styleFenceLine(line, isRevealed(line));
         }
         if (inFence) return layers_.add(line, Change::mono);
-        if (!styleTableRow(line)) styles_.styleLine(line, isRevealed(line));
+        if (!styleTableRow(line)) styles_.styleLine(found, isRevealed(line));
     }
 
     /// False if no row of a table begins with the line.
@@ -135,6 +138,7 @@ private:
     std::size_t table_ = 0, row_ = 0;
     TableState state_;  // of the current table
     std::vector<AttributeRun> runs_;
+    std::vector<TextRange> hidden_;
     AttributeLayers layers_;
     LineStyles styles_;
 };
@@ -153,10 +157,22 @@ void MarkdownHighlighter::setRevealRange(std::optional<TextRange> range, std::u1
 
 std::vector<MarkdownTable> MarkdownHighlighter::tablesTouching(TextRange lines,
                                                                std::u16string_view text) const {
-    if (!landmarks_.mightTouchTable(lines, text)) return {};
+    std::vector<MarkdownTable> result;
+    if (!landmarks_.mightTouchTable(lines, text)) return result;
+    // Tables stand in runs of rows around delimiter rows; the run at the first line can begin above it.
     const auto frontmatter = landmarks_.frontmatter(text);
-    return MarkdownTable::tables(text, lines, frontmatter,
-                                 landmarks_.isInsideFence(lines.location, frontmatter));
+    TextRange seed = EditorLines::lineRange(text, {lines.location, 0});
+    while (true) {
+        const TextRange run = MarkdownTable::widenedToPipeRuns(seed, text, frontmatter);
+        const bool inFence = landmarks_.isInsideFence(run.location, frontmatter);
+        for (MarkdownTable& table : MarkdownTable::tables(text, run, frontmatter, inFence)) {
+            if (table.range.intersects(lines)) result.push_back(std::move(table));
+        }
+        const auto delimiter = landmarks_.delimiterFrom(std::max(run.end(), std::size_t{1}));
+        if (!delimiter || *delimiter > lines.end()) return result;
+        // The row before it and its own.
+        seed = EditorLines::lineRange(text, {*delimiter - 1, 2});
+    }
 }
 
 std::optional<MarkdownHighlighter::Involved> MarkdownHighlighter::involved(std::optional<TextRange> lines,
@@ -206,13 +222,12 @@ bool MarkdownHighlighter::highlight(AttributedText& storage, TextRange range,
     if (title && covers(range, *title)) lastTitle_ = title;
     if (range.empty()) return false;
 
-    const std::vector<AttributeRun> runs = Pass(*this, text, frontmatter, title, tables).runs(range);
+    Pass pass(*this, text, frontmatter, title, tables);
+    const std::vector<AttributeRun>& runs = pass.style(range);
     const std::size_t shownBefore =
         preservingParagraphStyles ? shownLength(storage.attributes(range)) : std::size_t{0};
     storage.setAttributes(range, runs, preservingParagraphStyles);
-    for (const AttributeRun& run : runs) {
-        if (run.attributes.isHidden()) storage.clearSpellingMarks(run.range);
-    }
+    for (const TextRange& hidden : pass.hidden()) storage.clearSpellingMarks(hidden);
     if (didShow) didShow(range);
     return !preservingParagraphStyles || shownLength(runs) != shownBefore;
 }

@@ -32,9 +32,9 @@ bool intersectsAny(const std::vector<TextRange>& ranges, TextRange range) {
 std::vector<TextRange> codeRanges(std::u16string_view line) {
     std::vector<TextRange> ranges;
     for (std::size_t at = line.find(u'`'); at != line.npos; at = line.find(u'`', at)) {
-        const std::size_t close = line.find_first_of(u"`\n", at + 1);
+        const std::size_t close = line.find(u'`', at + 1);
         if (close == line.npos) break;
-        if (close == at + 1 || line[close] == u'\n') {
+        if (close == at + 1) {
             ++at;
             continue;
         }
@@ -52,16 +52,16 @@ std::vector<LinkMatch> linkMatches(std::u16string_view line, bool images) {
     std::size_t bracket = 0, parenthesis = 0;
     for (std::size_t at = line.find(opening); at != none; at = line.find(opening, at)) {
         const std::size_t text = at + opening.size();
-        if (bracket < text) bracket = line.find_first_of(u"]\n", text);
+        if (bracket < text) bracket = line.find(u']', text);
         if (bracket == none) break;
         const std::size_t target = bracket + 2;
-        if (line[bracket] == u'\n' || bracket + 1 >= line.size() || line[bracket + 1] != u'(') {
+        if (bracket + 1 >= line.size() || line[bracket + 1] != u'(') {
             ++at;
             continue;
         }
-        if (parenthesis < target) parenthesis = line.find_first_of(u")\n", target);
+        if (parenthesis < target) parenthesis = line.find(u')', target);
         if (parenthesis == none) break;
-        if (parenthesis == target || line[parenthesis] == u'\n') {
+        if (parenthesis == target) {
             ++at;
             continue;
         }
@@ -145,8 +145,7 @@ Spans spans(std::u16string_view text, std::optional<TextRange> range, bool inFen
     return result;
 }
 
-std::optional<BlockSpan> blockSpan(std::u16string_view line, std::size_t lineStart) {
-    const std::size_t lineEnd = EditorLines::lineFrom(line, 0).content.length;
+std::optional<BlockSpan> blockSpan(std::u16string_view line, std::size_t lineEnd, std::size_t lineStart) {
     std::size_t indent = 0;
     while (indent < lineEnd && (line[indent] == u' ' || line[indent] == u'\t')) ++indent;
     const auto fromStart = [&](std::size_t length) {
@@ -199,7 +198,7 @@ std::optional<BlockSpan> blockSpan(std::u16string_view line, std::size_t lineSta
 }
 
 Spans blockSpans(std::u16string_view line, std::size_t lineStart) {
-    auto block = blockSpan(line, lineStart);
+    auto block = blockSpan(line, EditorLines::lineFrom(line, 0).content.length, lineStart);
     if (!block) return {};
     Span span{block->range, std::move(block->style), {}};
     if (block->marker) span.markers.push_back(*block->marker);
@@ -208,7 +207,9 @@ Spans blockSpans(std::u16string_view line, std::size_t lineStart) {
 
 Spans inlineSpans(std::u16string_view line, std::size_t lineStart, bool wholeLine) {
     Spans result;
-    InlineReader().readLine(line, lineStart, wholeLine, [&](const Span& span) { result.push_back(span); });
+    const std::size_t end = EditorLines::lineFrom(line, 0).content.length;
+    InlineReader().readLine(line, end, lineStart, wholeLine,
+                            [&](const Span& span) { result.push_back(span); });
     return result;
 }
 

@@ -167,16 +167,17 @@ std::vector<MarkdownTable> MarkdownTable::tables(std::u16string_view text, std::
     const std::size_t bodyStart = frontmatter ? frontmatter->end() : 0;
     bool fenced = inFence ? *inFence : MarkdownSpans::isInsideFence(text, whole.location, frontmatter);
 
-    for (std::size_t at = whole.location; at < whole.end();) {
-        const Line line = EditorLines::lineFrom(text, at);
+    std::size_t at = whole.location;
+    for (Line next = EditorLines::lineFrom(text, at); at < whole.end();) {
+        const Line line = next;
         at = line.full.end();
+        next = EditorLines::lineFrom(text, at);
         if (line.full.end() <= bodyStart) continue;
         if (EditorLines::isFence(piece(text, line.full))) {
             fenced = !fenced;
             continue;
         }
         if (fenced || at >= whole.end()) continue;
-        const Line next = EditorLines::lineFrom(text, at);
         // The delimiter is the rarer of the two and cheap to tell.
         auto delimiter = delimiterRow(text, next);
         if (!delimiter) continue;
@@ -197,6 +198,7 @@ std::vector<MarkdownTable> MarkdownTable::tables(std::u16string_view text, std::
             table.rows.push_back(*std::move(row));
             at = body.full.end();
         }
+        next = EditorLines::lineFrom(text, at);
         table.range = {line.full.location, at - line.full.location};
         const bool tooLong = std::any_of(table.rows.begin(), table.rows.end(), [](const Row& row) {
             return row.fullLine.length > MarkdownSpans::longLineLimit;
