@@ -21,6 +21,16 @@ void append(Spans& spans, Spans more) {
     std::move(more.begin(), more.end(), std::back_inserter(spans));
 }
 
+/// Calls `read(part, start)` for each stretch between line feeds, which no match crosses.
+template <class Read>
+void forEachFedLine(std::u16string_view text, Read read) {
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find(u'\n', start), text.size());
+        read(text.substr(start, end - start), start);
+        start = end + 1;
+    }
+}
+
 }  // namespace
 
 bool intersectsAny(const std::vector<TextRange>& ranges, TextRange range) {
@@ -31,44 +41,46 @@ bool intersectsAny(const std::vector<TextRange>& ranges, TextRange range) {
 
 std::vector<TextRange> codeRanges(std::u16string_view line) {
     std::vector<TextRange> ranges;
-    for (std::size_t at = line.find(u'`'); at != line.npos; at = line.find(u'`', at)) {
-        const std::size_t close = line.find(u'`', at + 1);
-        if (close == line.npos) break;
-        if (close == at + 1) {
-            ++at;
-            continue;
+    forEachFedLine(line, [&](std::u16string_view part, std::size_t start) {
+        for (std::size_t at = part.find(u'`'); at != part.npos; at = part.find(u'`', at)) {
+            const std::size_t close = part.find(u'`', at + 1);
+            if (close == part.npos) break;
+            if (close > at + 1) ranges.push_back({start + at, close + 1 - at});
+            at = close > at + 1 ? close + 1 : close;
         }
-        ranges.push_back({at, close + 1 - at});
-        at = close + 1;
-    }
+    });
     return ranges;
 }
 
 std::vector<LinkMatch> linkMatches(std::u16string_view line, bool images) {
-    // The next closing signs ahead are remembered, so that many opening ones cost no search each.
     constexpr std::size_t none = std::u16string_view::npos;
     const std::u16string_view opening = images ? u"![" : u"[";
     std::vector<LinkMatch> matches;
-    std::size_t bracket = 0, parenthesis = 0;
-    for (std::size_t at = line.find(opening); at != none; at = line.find(opening, at)) {
-        const std::size_t text = at + opening.size();
-        if (bracket < text) bracket = line.find(u']', text);
-        if (bracket == none) break;
-        const std::size_t target = bracket + 2;
-        if (bracket + 1 >= line.size() || line[bracket + 1] != u'(') {
-            ++at;
-            continue;
+    forEachFedLine(line, [&](std::u16string_view part, std::size_t start) {
+        // The next closing signs ahead are remembered, so that many opening ones cost no search each.
+        std::size_t bracket = 0, parenthesis = 0;
+        for (std::size_t at = part.find(opening); at != none; at = part.find(opening, at)) {
+            const std::size_t text = at + opening.size();
+            if (bracket < text) bracket = part.find(u']', text);
+            if (bracket == none) break;
+            const std::size_t target = bracket + 2;
+            if (bracket + 1 >= part.size() || part[bracket + 1] != u'(') {
+                ++at;
+                continue;
+            }
+            if (parenthesis < target) parenthesis = part.find(u')', target);
+            if (parenthesis == none) break;
+            if (parenthesis == target) {
+                ++at;
+                continue;
+            }
+            const std::size_t end = parenthesis + 1;
+            matches.push_back({{start + at, end - at},
+                               {start + text, bracket - text},
+                               {start + target, parenthesis - target}});
+            at = end;
         }
-        if (parenthesis < target) parenthesis = line.find(u')', target);
-        if (parenthesis == none) break;
-        if (parenthesis == target) {
-            ++at;
-            continue;
-        }
-        const std::size_t end = parenthesis + 1;
-        matches.push_back({{at, end - at}, {text, bracket - text}, {target, parenthesis - target}});
-        at = end;
-    }
+    });
     return matches;
 }
 

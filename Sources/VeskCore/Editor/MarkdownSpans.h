@@ -46,15 +46,15 @@ std::vector<Span> inlineSpans(std::u16string_view line, std::size_t lineStart, b
 std::vector<Span> inlineSpans(std::u16string_view text, std::size_t start);
 std::vector<Span> tableRowSpans(const MarkdownTable& table, std::size_t row, std::u16string_view text);
 
-/// The inline code of a line without its terminator, in order.
+/// The inline code of a line, in order.
 std::vector<TextRange> codeRanges(std::u16string_view line);
 
 /// "[text](target)" with the ranges of its two pieces.
 struct LinkMatch {
     TextRange range, text, target;
 };
-/// The links of a line without its terminator, from left to right; with `images` those that begin with "!",
-/// which is then part of them.
+/// The links of a line from left to right; with `images` those that begin with "!", which is then part of
+/// them.
 std::vector<LinkMatch> linkMatches(std::u16string_view line, bool images);
 
 /// True if `range` shares a unit with one of `ranges`, which are in order and apart.
