@@ -90,6 +90,8 @@ void NoteIndex::Implementation::foreignWrite(std::string_view sql, const std::fu
         lookup.clear();
         unsettleLinks();
     }
+    // SQLite tells of changed rows, but not when a table is emptied at one blow or its rows get new numbers.
+    if (names("chunks") || names("VACUUM")) vectors.forget();
     if (!names("note_text")) return body();
     database.setTriggersEnabled(true);
     try {

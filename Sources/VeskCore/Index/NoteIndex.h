@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -172,6 +173,19 @@ public:
     /// One transaction; an empty vector is left out and counted in the log.
     void storeEmbeddings(const std::vector<ChunkEmbedding>& embeddings, std::string_view provider);
     int invalidateEmbeddings(std::string_view keeping);
+
+    /// A passage by its place and its cosine with a vector.
+    struct Neighbour {
+        std::string path;
+        int ordinal = 0;
+        double score = 0;
+    };
+    /// The passages with the highest cosine above `minimumScore`, best first; of equal ones the row that was
+    /// written first. Without a provider the vectors of all count. The first call reads the table; a second
+    /// one takes all vectors into memory, a kilobyte each for 512 dimensions, and later ones stay there.
+    std::vector<Neighbour> nearestChunks(std::span<const float> vector,
+                                         const std::optional<std::string>& provider, int limit,
+                                         double minimumScore) const;
 
     // Pure parts
 

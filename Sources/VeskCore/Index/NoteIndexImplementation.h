@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -18,6 +19,7 @@
 #include "VeskCore/Index/LinkLookup.h"
 #include "VeskCore/Index/NoteIndex.h"
 #include "VeskCore/Index/NoteRows.h"
+#include "VeskCore/Index/VectorCache.h"
 #include "VeskCore/Vault/UbiquityStatus.h"
 
 namespace vesk {
@@ -200,6 +202,18 @@ struct NoteIndex::Implementation {
     int resolveLinksOf(std::string_view path, bool anew);
     int resolveAllLinks();
 
+    // Vectors (NoteIndexVectors.cpp)
+
+    std::vector<Neighbour> nearestInTable(std::span<const float> vector,
+                                          const std::optional<std::string>& provider, int limit,
+                                          double minimumScore) const;
+    std::vector<Neighbour> nearestInMemory(std::span<const float> vector,
+                                           const std::optional<std::string>& provider, int limit,
+                                           double minimumScore);
+    /// Brings the vectors in memory up to date: with the rows this connection wrote, or with all of them
+    /// after another connection wrote.
+    void refreshVectors();
+
     // All of a vault (NoteIndexReindex.cpp)
 
     class BulkMode;
@@ -234,13 +248,16 @@ struct NoteIndex::Implementation {
     NoteIndex& owner;
     const KeywordBackend best;
 
-    mutable std::recursive_mutex lock;  // guards the connection and everything down to `lookup`
+    mutable std::recursive_mutex lock;  // guards the connection and everything down to the vectors
     std::unique_ptr<SQLiteConnection> db;
     int transactionDepth = 0;
     bool bulkMode = false;
     std::unordered_map<std::string, std::unique_ptr<Statement>, StringHash, std::equal_to<>> writeCache;
     LinkLookup lookup;
     std::int64_t lookupDataVersion = 0;
+    VectorCache vectors;
+    std::int64_t vectorsDataVersion = 0;
+    bool askedForNearest = false;
 
     mutable std::mutex backendLock;  // guards the next alone
     KeywordBackend storedKeywordBackend = KeywordBackend::likeScan;

@@ -160,12 +160,22 @@ void NoteIndex::Implementation::openConnection() {
     db->exec("PRAGMA cache_size=-" + std::to_string(usualCacheKibibytes));
     db->exec("PRAGMA wal_autocheckpoint=" + std::to_string(checkpointPages));
     db->setTriggersEnabled(false);
+    sqlite3_update_hook(
+        db->handle(),
+        [](void* self, int, const char*, const char* table, sqlite3_int64 row) {
+            if (std::string_view(table) == "chunks") static_cast<Implementation*>(self)->vectors.touched(row);
+        },
+        this);
+    // What was read within the transaction was never so.
+    sqlite3_rollback_hook(
+        db->handle(), [](void* self) { static_cast<Implementation*>(self)->vectors.forget(); }, this);
     excludeFromBackup();
 }
 
 void NoteIndex::Implementation::closeConnection() {
     writeCache.clear();
     lookup.clear();
+    vectors.forget();
     db.reset();
     transactionDepth = 0;
 }

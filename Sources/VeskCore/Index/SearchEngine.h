@@ -73,13 +73,6 @@ public:
     SearchQuery informativeTerms(const SearchQuery& query, const Rarity& rarity) const;
     SearchQuery rarestTerms(const SearchQuery& query, const Rarity& rarity) const;
 
-    /// A passage by its place and its cosine with a query.
-    struct Neighbour {
-        std::string path;
-        int ordinal = 0;
-        double score = 0;
-    };
-
     // Pure parts
 
     struct Snippet {
@@ -105,9 +98,7 @@ private:
     std::vector<SearchHit> like(const SearchQuery& query, std::int64_t limit) const;
     std::vector<SearchHit> metadataOnly(const SearchQuery& query, std::int64_t limit) const;
     std::vector<SearchHit> applyLineFilter(std::vector<SearchHit> hits, const SearchQuery& query) const;
-    std::vector<Neighbour> nearest(std::span<const float> vector, const std::optional<std::string>& provider,
-                                   int limit, double minimumScore) const;
-    std::vector<Neighbour> nearestOrNone(std::span<const float> vector, int limit) const;
+    std::vector<NoteIndex::Neighbour> nearestOrNone(std::span<const float> vector, int limit) const;
     std::vector<RetrievedChunk> retrieved(const SearchQuery& query, std::span<const float> embedding,
                                           int limit) const;
 
