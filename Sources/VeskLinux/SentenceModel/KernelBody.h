@@ -39,8 +39,9 @@ inline Floats load(const float* from) {
 inline void store(float* to, Floats vector) {
     __builtin_memcpy(to, &vector, sizeof vector);
 }
+/// Taking zero away changes nothing, not even -0, so that a plain broadcast is left of it.
 inline Floats all(float value) {
-    return Floats{} + value;
+    return value - Floats{};
 }
 inline float sum(Floats vector) {
     float total = 0;
