@@ -15,7 +15,7 @@
 namespace vesk::simulation {
 namespace {
 
-constexpr int ordinaryStories = 1200, usualLength = 60;
+constexpr int ordinaryStories = 2000, usualLength = 40;
 
 std::uint64_t setting(const char* name, std::uint64_t usual) {
     const char* given = std::getenv(name);

@@ -130,6 +130,15 @@ TEST_F(FileWatcherTest, AlwaysTellsOfTheDeletionOfAPathThatItToldOf) {
     EXPECT_EQ(flushed(), Lines{"deleted a.md"});
 }
 
+TEST_F(FileWatcherTest, TellsOfTheDeletionOfAYoungFileToOneWhoMayKnowItsPath) {
+    watcher->tellsEveryDeletion = true;
+    watcher->start({});
+    send({event("a.md", write("a.md", 0s))});
+    remove("a.md");
+    send({event("a.md", 1)});
+    EXPECT_EQ(flushed(), Lines{"deleted a.md"});
+}
+
 TEST_F(FileWatcherTest, TellsByStateAndIdentityWhatBecameOfEachPathOfABatch) {
     watcher->start({});
     const auto a = write("a.md"), kept = write("kept.md");
