@@ -103,6 +103,15 @@ std::optional<std::string> Vault::relativePath(const FilePath& path) const {
     return std::string(*rest);
 }
 
+bool Vault::leadsOutside(std::string_view relativePath) const {
+    try {
+        requireReallyInside(absolutePath(relativePath));
+        return false;
+    } catch (const VaultWriteError&) {
+        return true;
+    }
+}
+
 void Vault::ensureSupportDirectory() const {
     files().createDirectories(supportDirectory());
     files().createDirectories(perDeviceDirectory());

@@ -100,6 +100,9 @@ public:
     /// Makes both folders and the ".nosync" file; throws.
     void ensureSupportDirectory() const;
 
+    /// True if symbolic links lead from the path, or from where it would be made, out of the vault.
+    bool leadsOutside(std::string_view relativePath) const;
+
     // Listing and checks
 
     /// Notes in enumeration order, stubs without a real note first. Unreadable folders are passed over. Reads

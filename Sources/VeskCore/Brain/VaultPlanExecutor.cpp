@@ -1,0 +1,390 @@
+#include "VeskCore/Brain/VaultPlanExecutor.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "VeskCore/Brain/PlanCensus.h"
+#include "VeskCore/Brain/PlanPaths.h"
+#include "VeskCore/Brain/VaultPlanner.h"
+#include "VeskCore/Markdown/FrontmatterDoc.h"
+#include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Match.h"
+#include "VeskCore/Support/PathText.h"
+#include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Unicode.h"
+#include "VeskCore/Vault/AtomicWrite.h"
+
+namespace vesk::VaultPlanExecutor {
+
+namespace {
+
+using Op = VaultOperation;
+/// Why an operation can't be done; none if it can.
+using Blocked = std::optional<std::string>;
+
+std::string missingNote(std::string_view path) {
+    return fmt::format("The note {} doesn't exist.", path);
+}
+
+std::string nameTaken(std::string_view path) {
+    return fmt::format("A note is already called {}.", path);
+}
+
+std::string unreadable(std::string_view path) {
+    return fmt::format("Vesk couldn't read {} to show what would change.", path);
+}
+
+std::string counted(std::size_t count, std::string_view noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+bool isRemoved(const FrontmatterDoc& doc, std::string_view key) {
+    return !doc[key].has_value();
+}
+
+/// Names that read back as themselves in a line of their own.
+bool canBeKey(const std::string& key) {
+    const auto slots = FrontmatterDoc::parseSlots({key + ": x"});
+    const auto* entry = slots.empty() ? nullptr : std::get_if<FrontmatterDoc::Entry>(&slots.front().value);
+    return key.find_first_of("\r\n") == std::string::npos && entry && entry->key == key &&
+           entry->value == YAMLValue::string("x");
+}
+
+/// What a plan's text is as a value: never anything that could reach beyond its own key.
+YAMLValue yamlValue(std::string_view key, std::string_view value) {
+    if (value.find_first_of("\r\n") != value.npos) return YAMLValue::string(value);
+    if ((key == "tags" || key == "tag" || key == "aliases") && value.find(',') != value.npos) {
+        std::vector<YAMLValue> items;
+        for (const auto part : split(trimCharacters(trim(value), "[]"), ',')) {
+            if (!trim(part).empty()) items.push_back(YAMLValue::string(trim(part)));
+        }
+        return YAMLValue::list(std::move(items));
+    }
+    auto parsed = YAMLScalar::parse(value);
+    return std::holds_alternative<YAMLValue::Raw>(parsed.value) ? YAMLValue::string(value) : parsed;
+}
+
+/// Walks a plan, keeping the census as each operation would leave it.
+class Validation {
+public:
+    Validation(const VaultPlan& plan, const Vault& vault, const std::optional<std::string>& limitToNote,
+               const std::vector<std::string>& forbiddenFolders)
+        : plan_(plan), vault_(vault), census_(vault), limit_(limitToNote) {
+        for (const auto& folder : forbiddenFolders) {
+            if (auto clean = VaultPlanner::normaliseFolder(folder); !clean.empty()) {
+                forbidden_.push_back(std::move(clean));
+            }
+        }
+    }
+
+    std::vector<Preview> previews() {
+        std::vector<Preview> made;
+        for (std::size_t i = 0; i < plan_.operations.size(); ++i) {
+            made.push_back(preview(static_cast<int>(i), plan_.operations[i]));
+        }
+        return made;
+    }
+
+private:
+    Preview preview(int id, const VaultOperation& operation) {
+        Preview made{.id = id,
+                     .operation = operation,
+                     .description = operation.describedForReview(),
+                     .before = {},
+                     .after = {},
+                     .issue = {},
+                     .annotation = annotation(operation)};
+        auto blocked = lexicallyBlocked(operation);
+        if (!blocked) {
+            made.operation = spelled(operation);
+            made.description = made.operation.describedForReview();
+            blocked = match(made.operation, [&](const auto& it) { return check(it, made); });
+        }
+        if (blocked) {
+            made.issue = PlanIssue{.severity = PlanIssue::Severity::blocking,
+                                   .operationIndex = id,
+                                   .message = std::move(*blocked)};
+        }
+        return made;
+    }
+
+    std::optional<PlanAnnotation> annotation(const VaultOperation& operation) const {
+        for (const auto& path : operation.notePaths()) {
+            const auto found = plan_.annotations.find(path);
+            if (found != plan_.annotations.end()) return found->second;
+        }
+        return std::nullopt;
+    }
+
+    // What the paths alone tell
+
+    Blocked lexicallyBlocked(const VaultOperation& operation) const {
+        for (const auto& path : operation.notePaths()) {
+            if (auto reason = PlanPaths::unsafeNote(path)) return reason;
+        }
+        if (auto reason = outsideLimit(operation)) return reason;
+        for (const auto& path : operation.notePaths()) {
+            if (auto reason = forbidden(path)) return reason;
+        }
+        for (const auto& folder : PlanPaths::folders(operation)) {
+            if (auto reason = PlanPaths::unsafeFolder(folder)) return reason;
+            if (auto reason = forbidden(folder)) return reason;
+        }
+        return std::nullopt;
+    }
+
+    Blocked outsideLimit(const VaultOperation& operation) const {
+        if (!limit_) return std::nullopt;
+        const auto paths = operation.notePaths();
+        if (paths.empty()) {
+            return "Folder changes can affect notes this conversation never saw — use Whole vault scope.";
+        }
+        // Where a rename leads is no other note.
+        if (canonicallyEqual(PlanPaths::clean(paths.front()), *limit_)) return std::nullopt;
+        return "This conversation was about one note — use Whole vault scope to change others.";
+    }
+
+    Blocked forbidden(std::string_view path) const {
+        for (const auto& folder : forbidden_) {
+            if (isAtOrBelow(caseFolded(PlanPaths::clean(path)), caseFolded(folder))) {
+                return fmt::format("{} is in {}/, which Vesk leaves alone.", path, folder);
+            }
+        }
+        return std::nullopt;
+    }
+
+    VaultOperation spelled(const VaultOperation& operation) const {
+        const auto at = [&](const std::string& path) { return census_.spelled(PlanPaths::clean(path)); };
+        return PlanPaths::mapped(operation, at);
+    }
+
+    /// A link that leads elsewhere is no place of this vault.
+    Blocked leadsOutside(std::string_view path) const {
+        if (!vault_.leadsOutside(path)) return std::nullopt;
+        return PlanPaths::outside(path);
+    }
+
+    // What the vault tells
+
+    Blocked check(const Op::CreateNote& it, Preview& preview) {
+        if (census_.isTaken(it.path)) {
+            return fmt::format("{} already exists — Vesk won't overwrite it with a new note.", it.path);
+        }
+        if (auto reason = PlanPaths::notANote(it.path)) return reason;
+        if (auto reason = leadsOutside(it.path)) return reason;
+        preview.after = it.content;
+        census_.addNote(it.path, it.content);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::UpdateNote& it, Preview& preview) {
+        if (auto reason = read(it.path, preview)) return reason;
+        preview.after = it.content;
+        census_.setText(it.path, it.content);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::RenameNote& it, Preview& preview) {
+        const auto* note = census_.note(it.from);
+        if (!note) return missingNote(it.from);
+        if (it.from == it.to || census_.isTaken(it.to, it.from)) return nameTaken(it.to);
+        if (auto reason = PlanPaths::notANote(it.to)) return reason;
+        if (auto reason = leadsOutside(parentFolder(it.to))) return PlanPaths::outside(it.to);
+        preview.before = it.from;
+        preview.after = it.to;
+        if (limit_ && canonicallyEqual(*limit_, it.from)) limit_ = it.to;
+        census_.moveNote(it.from, it.to);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::SetProperty& it, Preview& preview) {
+        if (auto reason = read(it.path, preview)) return reason;
+        auto set = setting(it.key, it.value, *preview.before);
+        if (!set.text) return set.refusal;
+        return change(it.path, std::move(*set.text),
+                      fmt::format("{} already has {} set to that.", it.path, it.key), preview);
+    }
+
+    Blocked check(const Op::RemoveProperty& it, Preview& preview) {
+        if (auto reason = read(it.path, preview)) return reason;
+        return change(it.path, removing(it.key, *preview.before),
+                      fmt::format("{} has no {} to remove.", it.path, it.key), preview);
+    }
+
+    Blocked check(const Op::TrashNote& it, Preview&) {
+        if (!census_.note(it.path)) return missingNote(it.path);
+        census_.removeNote(it.path);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::CreateFolder& it, Preview&) {
+        if (census_.isTaken(it.path)) return fmt::format("{}/ already exists.", it.path);
+        if (auto reason = leadsOutside(it.path)) return reason;
+        census_.addFolder(it.path);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::RenameFolder& it, Preview& preview) {
+        if (!census_.isFolder(it.from)) return noFolder(it.from);
+        if (it.to == it.from) return fmt::format("{}/ is already called that.", it.from);
+        if (isAtOrBelow(it.to, it.from)) return fmt::format("{}/ can't be moved inside itself.", it.from);
+        if (census_.note(it.to)) return nameTaken(it.to);
+        if (census_.isTaken(it.to, it.from)) return fmt::format("{}/ already exists.", it.to);
+        if (auto reason = leadsOutside(parentFolder(it.to))) return PlanPaths::outside(it.to);
+        if (auto reason = holdsDocuments(it.from)) return reason;
+        const auto notes = census_.notesUnder(it.from);
+        const auto others = census_.otherFilesUnder(it.from);
+        std::vector<std::string> moved;
+        for (const auto& note : notes) moved.push_back(remapped(note, it.from, it.to));
+        preview.before = PlanPaths::listed(notes);
+        preview.after = PlanPaths::listed(moved);
+        if (others > 0) {
+            *preview.after +=
+                fmt::format("\n({} other file{} with it)", others, others == 1 ? " moves" : "s move");
+        }
+        census_.moveFolder(it.from, it.to);
+        return std::nullopt;
+    }
+
+    Blocked check(const Op::TrashFolder& it, Preview& preview) {
+        if (!census_.isFolder(it.path)) return noFolder(it.path);
+        if (auto reason = holdsDocuments(it.path)) return reason;
+        const auto notes = census_.notesUnder(it.path);
+        const auto others = census_.otherFilesUnder(it.path);
+        std::vector<std::string> parts;
+        if (!notes.empty()) parts.push_back(counted(notes.size(), "note"));
+        if (others > 0) parts.push_back(counted(others, "other file"));
+        preview.description = parts.empty()
+                                  ? fmt::format("Move the empty folder {}/ to the vault's trash", it.path)
+                                  : fmt::format("Move the folder {}/ and its {} to the vault's trash",
+                                                it.path, join(parts, " and "));
+        preview.before = PlanPaths::listed(notes);
+        if (others > 0) *preview.before += fmt::format("\n(and {})", counted(others, "non-note file"));
+        preview.after = "(moved to .trash)";
+        census_.removeFolder(it.path);
+        return std::nullopt;
+    }
+
+    static std::string noFolder(std::string_view path) {
+        return fmt::format("There's no folder called {}.", path);
+    }
+
+    Blocked holdsDocuments(std::string_view folder) const {
+        if (!census_.holdsDocuments(folder)) return std::nullopt;
+        return std::string(PlanPaths::holdsPages);
+    }
+
+    /// The text that the note will hold by then goes into `before`.
+    Blocked read(const std::string& path, Preview& preview) const {
+        const auto* note = census_.note(path);
+        if (!note) return missingNote(path);
+        if (note->text) {
+            preview.before = note->text;
+            return std::nullopt;
+        }
+        if (auto reason = leadsOutside(*note->onDisk)) return reason;
+        try {
+            preview.before = CoordinatedIO::read(vault_.absolutePath(*note->onDisk));
+        } catch (const Error&) {  // told below
+        }
+        if (!preview.before) return unreadable(path);
+        return std::nullopt;
+    }
+
+    Blocked change(const std::string& path, std::string text, std::string unchanged, Preview& preview) {
+        census_.setText(path, text);
+        preview.before = FrontmatterDoc(*preview.before).serialized();
+        preview.after = FrontmatterDoc(text).serialized();
+        if (preview.before == preview.after) {
+            preview.issue = PlanIssue{.severity = PlanIssue::Severity::warning,
+                                      .operationIndex = preview.id,
+                                      .message = std::move(unchanged)};
+        }
+        return std::nullopt;
+    }
+
+    const VaultPlan& plan_;
+    const Vault& vault_;
+    PlanCensus census_;
+    std::optional<std::string> limit_;
+    std::vector<std::string> forbidden_;
+};
+
+}  // namespace
+
+Preview Preview::switchingTo(VaultOperation other, std::optional<PlanIssue> itsIssue) const {
+    Preview switched = *this;
+    switched.operation = std::move(other);
+    switched.description = switched.operation.describedForReview();
+    if (const auto* rename = std::get_if<Op::RenameNote>(&switched.operation.value)) {
+        switched.before = rename->from;
+        switched.after = rename->to;
+    }
+    switched.issue = std::move(itsIssue);
+    return switched;
+}
+
+std::string Report::summary() const {
+    auto text = fmt::format("{} applied", applied.size());
+    if (!skipped.empty()) text += fmt::format(" · {} skipped", skipped.size());
+    if (!failed.empty()) text += fmt::format(" · {} failed", failed.size());
+    return text;
+}
+
+std::vector<Preview> validate(const VaultPlan& plan, const Vault& vault,
+                              const std::optional<std::string>& limitToNote,
+                              const std::vector<std::string>& forbiddenFolders) {
+    return Validation(plan, vault, limitToNote, forbiddenFolders).previews();
+}
+
+Setting setting(std::string_view key, std::string_view value, std::string_view text) {
+    // A wall-clock time is the same in every zone; this one has no gaps that would move it.
+    const Calendar calendar;
+    FrontmatterDoc doc(text);
+    if (key == NoteReminder::key) {
+        const auto date = NoteReminder::date(value, calendar);
+        if (!date) {
+            return {.text = {},
+                    .refusal = fmt::format("“{}” isn't a time Vesk can read for a reminder, such as "
+                                           "2026-09-18T09:00.",
+                                           value)};
+        }
+        return {.text = NoteReminder::setting(date, text, calendar), .refusal = {}};
+    }
+    if (key == NoteReminder::repeatKey) {
+        const auto repeat = NoteReminder::repeatFrom(value);
+        if (!repeat) {
+            return {.text = {},
+                    .refusal = fmt::format(
+                        "Vesk repeats daily, weekdays, weekly, monthly or yearly, not “{}”.", value)};
+        }
+        if (isRemoved(doc, NoteReminder::key)) {
+            return {.text = {}, .refusal = "That note has no reminder to repeat."};
+        }
+        doc.set(key, YAMLValue::string(rawValue(*repeat)));
+        return {.text = doc.serialized(), .refusal = {}};
+    }
+    if (!canBeKey(std::string(key))) {
+        return {.text = {}, .refusal = fmt::format("“{}” can't be a property's name.", key)};
+    }
+    doc.set(key, yamlValue(key, value));
+    return {.text = doc.serialized(), .refusal = {}};
+}
+
+std::string removing(std::string_view key, std::string_view text) {
+    if (key == NoteReminder::key) return NoteReminder::setting(std::nullopt, text, Calendar());
+    FrontmatterDoc doc(text);
+    if (isRemoved(doc, key)) return std::string(text);
+    doc.remove(key);
+    return doc.serialized();
+}
+
+std::string remapped(std::string_view path, std::string_view from, std::string_view to) {
+    if (path == from) return std::string(to);
+    if (!isAtOrBelow(path, from)) return std::string(path);
+    return joinedPath(to, path.substr(from.empty() ? 0 : from.size() + 1));
+}
+
+}  // namespace vesk::VaultPlanExecutor
