@@ -2,16 +2,13 @@
 
 #include "Vesk/Views/DesktopApplication.h"
 #include "Vesk/Views/Style.h"
-#include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
-#include "VeskCore/Vault/VaultBookmarks.h"
 
 namespace vesk::views {
 namespace {
 
 constexpr const char* applicationID = "com.tarnlight.vesk";
-constexpr std::size_t mostAlternatives = 3;
 constexpr double usualPoints = 12;
 
 }  // namespace
@@ -20,7 +17,10 @@ DesktopApplication::DesktopApplication(const DesktopSeams& seams)
     : Gtk::Application(applicationID, Gio::Application::Flags::HANDLES_COMMAND_LINE),
       seams_(seams),
       prompt_([this] { return window_ ? window_->window() : nullptr; }),
-      bridge_(prompt_) {
+      bridge_(prompt_),
+      reminderCenter_(notifications_, seams_.mainQueue, seams_.background, seams_.clock, Calendar::system()),
+      workspace_(services()),
+      images_(EditorImages::make(seams_.mainQueue, seams_.background)) {
     add_main_option_entry(OptionType::BOOL, "new-note", 'n', "Begin a new note");
     add_main_option_entry(OptionType::STRING, "search", 's', "Search the open vault", "WORDS");
 }
@@ -29,7 +29,30 @@ DesktopApplication::~DesktopApplication() {
     listTimer_.disconnect();
     searchTimer_.disconnect();
     rowMenu_.reset();
-    closeVault();
+    surfaceSubscriptions_.clear();
+    subscriptions_.clear();
+    window_.reset();
+    workspace_.close();
+}
+
+WorkspaceServices DesktopApplication::services() {
+    return {.clock = seams_.clock,
+            .mainQueue = seams_.mainQueue,
+            .background = seams_.background,
+            .log = seams_.log,
+            .defaults = seams_.defaults,
+            .bookmarks = seams_.bookmarks,
+            .fileVersions = seams_.fileVersions,
+            .embeddings = seams_.embeddings,
+            .calendar = Calendar::system(),
+            .bridge = bridge_,
+            .reminderCenter = reminderCenter_,
+            .fileEvents = seams_.fileEvents,
+            .chooseFolder = [this](const FolderPanel& panel,
+                                   std::function<void(std::optional<FilePath>)> answer) {
+                chooseFolder(window_ ? window_->window() : nullptr, panel.message, panel.prompt,
+                             panel.directory.value_or(FilePath()), std::move(answer));
+            }};
 }
 
 void DesktopApplication::on_startup() {
@@ -58,7 +81,7 @@ int DesktopApplication::on_command_line(const Glib::RefPtr<Gio::ApplicationComma
     showWindow();
     bool begins = false;
     Glib::ustring typed;
-    if (options && options->lookup_value("new-note", begins) && begins) newNote();
+    if (options && options->lookup_value("new-note", begins) && begins) newNote({});
     if (options && options->lookup_value("search", typed)) {
         window_->focusSearch();
         search(typed);
@@ -68,7 +91,7 @@ int DesktopApplication::on_command_line(const Glib::RefPtr<Gio::ApplicationComma
 
 void DesktopApplication::showWindow() {
     if (!window_) makeWindow();
-    if (!open_) restoreLastVault();
+    if (!workspace_.vault.get()) workspace_.restoreLastVault();
     window_->present();
 }
 
@@ -76,9 +99,9 @@ void DesktopApplication::makeWindow() {
     window_ = std::make_unique<MainWindow>(*this, seams_.defaults);
     window_->onCloseWanted = [this] { askToQuit(); };
     window_->onActivated = [this] {
-        if (open_) open_->surface->followDisk(true);
+        if (surface()) surface()->followDisk(true);
     };
-    window_->onOpenOther = [this](const std::string& folder) { openVault(folder); };
+    window_->onOpenOther = [this](const std::string& folder) { workspace_.openAndRemember(folder); };
     window_->onSearch = [this](const std::string& typed) { search(typed); };
     window_->onInspectorShown = [this] { showLinks(); };
     window_->outline = [this] { return outline(); };
@@ -87,18 +110,18 @@ void DesktopApplication::makeWindow() {
         path.empty() ? offerToCreate(title) : showNote(path, true);
     };
     auto& sidebar = window_->sidebar();
-    sidebar.rowsBelow = [this](const std::string& id) {
-        const auto found = open_ ? open_->lists.below.find(id) : decltype(open_->lists.below.find(id)){};
-        return open_ && found != open_->lists.below.end() ? found->second : Sidebar::Rows();
-    };
+    sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id); };
     sidebar.onChosen = [this](const SidebarRow& row) {
         if (row.kind == SidebarRow::Kind::note || row.kind == SidebarRow::Kind::reminder) showNote(row.path);
-        if (row.kind == SidebarRow::Kind::document) openFile(open_->session->vault().absolutePath(row.path));
+        if (row.kind == SidebarRow::Kind::document) openFile(workspace_.vault.get()->absolutePath(row.path));
     };
     sidebar.onMenu = [this](const SidebarRow& row, double x, double y) { rowMenu(row, x, y); };
-    sidebar.onMoved = [this](const std::string& path, const std::string& folder) { move(path, folder); };
+    sidebar.onMoved = [this](const std::string& path, const std::string& folder) {
+        workspace_.moveNote(path, folder);
+    };
     connectEditor();
     applyLook();
+    watchWorkspace();
     for (const char* change : {"notify::dark", "notify::high-contrast"})
         onSignal(adw_style_manager_get_default(), change, [this] { applyLook(); });
 }
@@ -112,9 +135,12 @@ void DesktopApplication::applyLook() {
 void DesktopApplication::connectEditor() {
     auto& note = window_->note();
     note.onOpen = [this](const std::string& path) { showNote(path, true); };
-    note.onRenamed = [this](const std::string& path, const std::string& name) { rename(path, name); };
+    note.onRenamed = [this](const std::string& path, const std::string& name) {
+        workspace_.renameNote(path, name);
+        showTitle();
+    };
     note.onOpenElsewhere = [this](const std::string& path) {
-        if (open_) openFile(open_->session->vault().absolutePath(path));
+        if (workspace_.vault.get()) openFile(workspace_.vault.get()->absolutePath(path));
     };
     auto& editor = note.editor();
     editor.onLink = [this](const LinkAt& link) { follow(link); };
@@ -131,132 +157,93 @@ void DesktopApplication::connectEditor() {
 
 // The vault
 
-void DesktopApplication::restoreLastVault() {
-    VaultBookmarks remembered(seams_.defaults, seams_.bookmarks);
-    const auto restored = remembered.restoreMostRecent();
-    match(
-        restored, [&](const VaultBookmarks::Restored::Vault& last) { openVault(last.path); },
-        [&](const VaultBookmarks::Restored::Unavailable& lost) {
-            std::vector<std::string> others;
-            for (const auto& folder : remembered.olderVaultsThatOpen(mostAlternatives))
-                others.push_back(folder.string());
-            window_->showWelcome("Your vault can't be opened",
-                                 lost.path ? "“" + *lost.path + "” isn't there any more, or can't be read."
-                                           : "The folder that was open last is gone.",
-                                 others);
-        },
-        [&](const VaultBookmarks::Restored::NothingRemembered&) {
-            window_->showWelcome("Welcome to Vesk",
-                                 "Your notes are ordinary Markdown files in a folder of yours.\n"
-                                 "Choose the folder, or make a new one.",
-                                 {});
-        });
+void DesktopApplication::watchWorkspace() {
+    const auto watch = [this](auto& value, auto handler) {
+        subscriptions_.push_back(value.subscribe(handler));
+    };
+    watch(workspace_.launchProblem, [this](const auto&) { showLaunch(); });
+    watch(workspace_.vault, [this](const std::optional<Vault>& vault) {
+        history_.clear();
+        place_ = 0;
+        window_->clearSearch();
+        window_->setCanGo(false, false);
+        if (!vault) return;
+        window_->setTitle(decodedText(std::string(lastComponent(vault->root().string()))), "");
+        window_->showVault();
+    });
+    watch(workspace_.surface, [this](const auto&) { surfaceChanged(); });
+    watch(workspace_.selection, [this](const std::optional<std::string>& path) { selectionChanged(path); });
+    watch(workspace_.status, [this](const std::string& status) { window_->setStatus(status); });
+    watch(workspace_.warnings,
+          [this](const std::vector<VaultWarning>& warnings) { window_->setWarnings(warnings); });
+    watch(workspace_.folderError, [this](const std::optional<std::string>& words) {
+        if (!words) return;
+        tell(std::string(*words));
+        workspace_.folderError.set(std::nullopt);
+    });
+    watch(workspace_.notes, [this](const auto&) { names_.reset(); });
+    watch(workspace_.tree, [this](const auto&) { listsChanged(); });
+    watch(workspace_.home, [this](const auto&) { listsChanged(); });
+    watch(workspace_.style, [this](const auto&) { listsChanged(); });
+    watch(workspace_.noteIcons, [this](const auto&) { listsChanged(); });
+    watch(workspace_.trashedNotes, [this](const auto&) { listsChanged(); });
+    subscriptions_.push_back(workspace_.editorFocusRequested.subscribe(
+        [this] { window_->note().focus(std::exchange(wantsTitle_, false)); }));
+    showLaunch();
 }
 
-void DesktopApplication::chooseVault() {
-    const char* documents = g_get_user_special_dir(G_USER_DIRECTORY_DOCUMENTS);
-    chooseFolder(window_ ? window_->window() : nullptr, "Choose a folder for your notes.", "Open Vault",
-                 documents ? FilePath(documents) : FilePath(), [this](std::optional<FilePath> chosen) {
-                     if (chosen) openVault(*chosen);
-                 });
+void DesktopApplication::showLaunch() {
+    if (workspace_.vault.get()) return;
+    const auto& problem = workspace_.launchProblem.get();
+    if (!problem) {
+        window_->showWelcome("Welcome to Vesk",
+                             "Your notes are ordinary Markdown files in a folder of yours.\n"
+                             "Choose the folder, or make a new one.",
+                             {});
+        return;
+    }
+    std::vector<std::string> others;
+    for (const auto& folder : problem->alternatives) others.push_back(folder.string());
+    window_->showWelcome("Your vault can't be opened",
+                         problem->path
+                             ? "“" + decodedText(*problem->path) + "” isn't there any more, or can't be read."
+                             : "The folder that was open last is gone.",
+                         others);
+}
+
+void DesktopApplication::surfaceChanged() {
+    surfaceSubscriptions_.clear();
+    const auto& pane = workspace_.surface.get();
+    window_->note().attach(pane);
+    if (!pane) return;
+    window_->note().editor().decorations().setImages(images_);
+    surfaceSubscriptions_.push_back(pane->saved.subscribe(
+        [this](const std::string&, const std::string&, const ForeignEdit::Outcome&) { showLinks(); }));
+    surfaceSubscriptions_.push_back(pane->notice.subscribe([this](const auto&) { showTitle(); }));
+    surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool isIndexing) {
+        if (!isIndexing) showLinks();
+    }));
+    showLinks();
 }
 
 void DesktopApplication::openPath(const std::string& path) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) return openVault(path);
-    if (!open_) restoreLastVault();
-    const auto inside = open_ ? open_->session->vault().relativePath(path) : std::nullopt;
+    if (std::filesystem::is_directory(path, ignored)) {
+        if (!workspace_.vault.get() || workspace_.vault.get()->root() != Vault(path).root())
+            workspace_.openAndRemember(path);
+        return;
+    }
+    if (!workspace_.vault.get()) workspace_.restoreLastVault();
+    const auto inside = workspace_.vault.get() ? workspace_.vault.get()->relativePath(path) : std::nullopt;
     if (inside && Vault::indexedKind(*inside) == IndexedKind::note) {
         showNote(*inside, true);
     } else if (std::filesystem::exists(path, ignored) && Vault::indexedKind(path) == IndexedKind::note) {
         // A note of no vault that is open: its folder is one.
-        openVault(FilePath(path).parent_path());
-        if (open_) showNote(FilePath(path).filename().string(), true);
+        workspace_.openAndRemember(FilePath(path).parent_path(), [this, path](bool opened) {
+            if (opened) showNote(FilePath(path).filename().string(), true);
+        });
     } else {
         tell("“" + decodedText(path) + "” isn't a note.");
-    }
-}
-
-void DesktopApplication::openVault(const FilePath& folder) {
-    if (open_ && open_->session->vault().root() == Vault(folder).root()) return;
-    bridge_.flushAllPendingSaves();
-    bridge_.confirmLeavingUnsavedText(LeavingContext::openingAnotherVault, [this, folder](bool safe) {
-        if (safe) reallyOpen(folder);
-    });
-}
-
-void DesktopApplication::closeVault() {
-    if (!open_) return;
-    listTimer_.disconnect();
-    searchTimer_.disconnect();
-    ++listing_;
-    ++searching_;
-    if (window_) {
-        window_->note().attach(nullptr);
-        window_->note().editor().decorations().setImages(nullptr);
-    }
-    open_->subscriptions.clear();
-    open_->session->stop();
-    open_.reset();
-    history_.clear();
-    place_ = 0;
-}
-
-void DesktopApplication::reallyOpen(const FilePath& folder) {
-    closeVault();
-    std::error_code failure;
-    if (!std::filesystem::is_directory(folder, failure)) {
-        window_->showWelcome("Your vault can't be opened",
-                             "“" + folder.string() + "” isn't a folder that can be read.", {});
-        return;
-    }
-    try {
-        const Vault vault(folder);
-        vault.ensureSupportDirectory();
-        auto events = seams_.fileEvents(vault);
-        const SessionServices services{.clock = seams_.clock,
-                                       .mainQueue = seams_.mainQueue,
-                                       .background = seams_.background,
-                                       .log = seams_.log,
-                                       .defaults = seams_.defaults,
-                                       .fileEvents = *events,
-                                       .fileVersions = seams_.fileVersions,
-                                       .embeddings = seams_.embeddings,
-                                       .calendar = Calendar::system()};
-        auto session = VaultSession::make(vault, services);
-        auto surface = EditorSurface::make(session, bridge_, services);
-        auto images = EditorImages::make(seams_.mainQueue, seams_.background);
-        open_.reset(new OpenVault{
-            std::move(events), services, std::move(session), std::move(surface), std::move(images), {}, {}});
-    } catch (const std::exception&) {
-        window_->showWelcome("Your vault can't be opened", describe(std::current_exception()), {});
-        return;
-    }
-    VaultBookmarks(seams_.defaults, seams_.bookmarks).store(folder);
-    auto& session = *open_->session;
-    session.onExternalChange = [this] { list(); };
-    session.onNoteWritten = [this](const std::string&) { list(); };
-    auto& subscriptions = open_->subscriptions;
-    subscriptions.push_back(
-        session.status.subscribe([this](const std::string& status) { window_->setStatus(status); }));
-    subscriptions.push_back(session.indexing.subscribe([this](bool isIndexing) {
-        if (!isIndexing) showLinks();
-    }));
-    subscriptions.push_back(open_->surface->saved.subscribe(
-        [this](const std::string&, const std::string&, const ForeignEdit::Outcome&) { showLinks(); }));
-    subscriptions.push_back(open_->surface->notice.subscribe([this](const auto&) { showTitle(); }));
-    window_->note().editor().decorations().setImages(open_->images);
-    window_->note().attach(open_->surface);
-    window_->setTitle(decodedText(std::string(lastComponent(session.vault().root().string()))), "");
-    window_->setStatus("Opening " + decodedText(std::string(lastComponent(session.vault().root().string()))) +
-                       "…");
-    window_->setCanGo(false, false);
-    window_->showVault();
-    showLinks();
-    list();
-    session.start();
-    for (const auto& warning : session.heldTextWarnings()) {
-        prompt_.tell(warning.title, warning.detail);
     }
 }
 
@@ -273,8 +260,11 @@ void DesktopApplication::askToQuit() {
 
 void DesktopApplication::endNow() {
     bridge_.flushAllPendingSaves();
-    closeVault();
     rowMenu_.reset();
+    surfaceSubscriptions_.clear();
+    subscriptions_.clear();
+    if (window_) window_->note().attach(nullptr);
+    workspace_.close();
     // Not from inside one of its own signals.
     Glib::signal_idle().connect_once([this] {
         window_.reset();

@@ -15,12 +15,20 @@ constexpr std::size_t mostShown = 60;
 void DesktopApplication::addActions() {
     const auto withNote = [this](void (DesktopApplication::*does)(const std::string&)) {
         return [this, does] {
-            if (open_ && open_->surface->loadedPath())
-                (this->*does)(std::string(*open_->surface->loadedPath()));
+            if (const auto path = openNote()) (this->*does)(*path);
         };
     };
     actions_ = {
-        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote(); }},
+        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote({}); }},
+        {"new-folder",
+         "New Folder…",
+         "Notes",
+         {"<Control><Shift>n"},
+         [this] {
+             if (workspace_.vault.get())
+                 askForFolderName("New Folder", "",
+                                  [this](const std::string& name) { workspace_.createFolder(name, ""); });
+         }},
         {"quick-switcher", "Go to Note…", "Notes", {"<Control>p"}, [this] { quickSwitcher(); }},
         {"search", "Search All Notes", "Notes", {"<Control><Shift>f"}, [this] { window_->focusSearch(); }},
         {"rename", "Rename Note", "Notes", {"F2"}, withNote(&DesktopApplication::askForName)},
@@ -58,7 +66,11 @@ void DesktopApplication::addActions() {
          "General",
          {"<Control><Shift>p"},
          [this] { commandPalette(); }},
-        {"open-vault", "Open Another Vault…", "General", {"<Control>o"}, [this] { chooseVault(); }},
+        {"open-vault",
+         "Open Another Vault…",
+         "General",
+         {"<Control>o"},
+         [this] { workspace_.chooseVault(Workspace::StartIn::documents); }},
         {"trash", "Trash…", "General", {}, [this] { showTrash(); }},
         {"preferences", "Preferences", "General", {"<Control>comma"}, [this] { showPreferences(); }},
         {"shortcuts",
@@ -78,15 +90,13 @@ void DesktopApplication::addActions() {
 }
 
 void DesktopApplication::quickSwitcher() {
-    if (!open_) return;
-    const auto names = open_->lists.names;
-    if (!names) return;
+    if (!surface()) return;
     std::vector<std::string> paths;
-    paths.reserve(open_->lists.notes.size());
-    for (const auto& note : open_->lists.notes) paths.push_back(note.relativePath);
+    paths.reserve(workspace_.notes.get().size());
+    for (const auto& note : workspace_.notes.get()) paths.push_back(note.relativePath);
     Picker::show(
         window_->window(), "Go to Note", "Go to note…",
-        [names, paths = std::move(paths)](const std::string& typed) {
+        [names = names(), paths = std::move(paths)](const std::string& typed) {
             std::vector<PickerItem> items;
             for (const auto index : names->matching(typed, mostShown))
                 items.push_back({.id = paths[index],
@@ -99,11 +109,10 @@ void DesktopApplication::quickSwitcher() {
         },
         [this](const std::string& path, const std::string& typed) {
             if (!path.empty()) return showNote(path, true);
-            if (!open_) return;
+            if (!surface()) return;
             try {
-                const auto note = open_->session->vault().createNote(typed, "", "");
-                open_->session->notesChanged({note.relativePath});
-                list();
+                const auto note = workspace_.vault.get()->createNote(typed, "", "");
+                workspace_.reload();
                 showNote(note.relativePath, true);
             } catch (const std::exception&) {
                 tell(describe(std::current_exception()));
@@ -113,10 +122,10 @@ void DesktopApplication::quickSwitcher() {
 
 void DesktopApplication::commandPalette() {
     std::vector<PickerItem> all;
-    std::vector<Completion::Candidate> names;
+    std::vector<Completion::Candidate> titles;
     const auto add = [&](std::string id, const char* title, const char* group, const std::string& key) {
         all.push_back({.id = std::move(id), .title = title, .detail = group, .key = key});
-        names.push_back({title, 0});
+        titles.push_back({title, 0});
     };
     for (const auto& action : actions_)
         if (std::string_view(action.name) != "command-palette")
@@ -124,7 +133,7 @@ void DesktopApplication::commandPalette() {
                 action.keys.empty() ? std::string() : std::string(action.keys.front()));
     for (const auto& command : editorCommands())
         add(std::string("editor:") + command.id, command.title, command.group, command.key);
-    const auto candidates = std::make_shared<const Completion::Candidates>(std::move(names));
+    const auto candidates = std::make_shared<const Completion::Candidates>(std::move(titles));
     Picker::show(
         window_->window(), "Command Palette", "Do…",
         [all = std::move(all), candidates](const std::string& typed) {
@@ -227,7 +236,8 @@ void DesktopApplication::showPreferences() {
     auto* folder = ADW_ACTION_ROW(adw_action_row_new());
     adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(folder), FALSE);
     adw_preferences_row_set_title(ADW_PREFERENCES_ROW(folder), "Folder");
-    const auto path = open_ ? open_->session->vault().root().string() : std::string("None is open");
+    const auto path =
+        workspace_.vault.get() ? workspace_.vault.get()->root().string() : std::string("None is open");
     char* escaped = g_markup_escape_text(decodedText(path).c_str(), -1);
     adw_action_row_set_subtitle(folder, escaped);
     g_free(escaped);
@@ -235,7 +245,7 @@ void DesktopApplication::showPreferences() {
     gtk_widget_set_valign(change, GTK_ALIGN_CENTER);
     onSignal(change, "clicked", [this, window] {
         gtk_window_close(GTK_WINDOW(window));
-        chooseVault();
+        workspace_.chooseVault(Workspace::StartIn::documents);
     });
     adw_action_row_add_suffix(folder, change);
     adw_preferences_group_add(vault, GTK_WIDGET(folder));
@@ -246,10 +256,10 @@ void DesktopApplication::showPreferences() {
 }
 
 void DesktopApplication::showTrash() {
-    if (!open_) return;
-    if (open_->lists.trashed.empty() && open_->lists.trashedOther == 0) return tell("The trash is empty.");
+    const auto& trashed = workspace_.trashedNotes.get();
+    if (trashed.empty() && workspace_.trashedOtherItems.get() == 0) return tell("The trash is empty.");
     std::vector<PickerItem> all;
-    for (const auto& note : open_->lists.trashed)
+    for (const auto& note : trashed)
         all.push_back(
             {.id = note.trashPath,
              .title = decodedText(note.name()),

@@ -11,9 +11,11 @@
 #include "Vesk/Views/DesktopPrompt.h"
 #include "Vesk/Views/FindBar.h"
 #include "Vesk/Views/MainWindow.h"
-#include "Vesk/Views/NoteLists.h"
+#include "Vesk/Views/NoNotifications.h"
 #include "Vesk/Views/Picker.h"
+#include "Vesk/Views/SidebarRows.h"
 #include "Vesk/Views/Toolkit.h"
+#include "Vesk/Workspace.h"
 
 namespace vesk::views {
 
@@ -30,16 +32,6 @@ protected:
     int on_command_line(const Glib::RefPtr<Gio::ApplicationCommandLine>& line) override;
 
 private:
-    /// What belongs to one open vault and goes with it.
-    struct OpenVault {
-        std::unique_ptr<FileEventSource> events;
-        SessionServices services;
-        std::shared_ptr<VaultSession> session;
-        std::shared_ptr<EditorSurface> surface;
-        std::shared_ptr<EditorImages> images;
-        std::vector<Subscription> subscriptions;
-        NoteLists lists;
-    };
     struct Action {
         const char *name, *title, *group;
         std::vector<Glib::ustring> keys;
@@ -49,29 +41,34 @@ private:
     // Desktop.cpp: life
     void makeWindow();
     void showWindow();
-    void restoreLastVault();
-    void chooseVault();
+    WorkspaceServices services();
+    void watchWorkspace();
     void openPath(const std::string& path);
-    void openVault(const FilePath& folder);
-    void reallyOpen(const FilePath& folder);
-    void closeVault();
+    void showLaunch();
+    void surfaceChanged();
     void askToQuit();
     void connectEditor();
     void applyLook();
 
     // DesktopNotes.cpp: the vault's contents
-    void list();
-    void listed(NoteLists lists);
-    void showNote(const std::string& path, bool takesKeyboard = false, bool isStep = false);
+    VaultSession* session() const { return workspace_.session.get().get(); }
+    EditorSurface* surface() const { return workspace_.surface.get().get(); }
+    /// The path of the note that is open, or none.
+    std::optional<std::string> openNote() const;
+    void listsChanged();
+    void showNote(const std::string& path, bool takesKeyboard = false);
+    void selectionChanged(const std::optional<std::string>& path);
+    void askForFolderName(const std::string& title, const std::string& name,
+                          std::function<void(const std::string&)> done);
+    std::shared_ptr<const Completion::Candidates> names();
+    void highlight(const std::string& path);
     void showTitle();
     void go(int steps);
-    void newNote(const std::string& folder = "");
-    bool rename(const std::string& path, const std::string& name);
-    void move(const std::string& path, const std::string& folder);
     void askWhereTo(const std::string& path);
     void askForName(const std::string& path);
     void trash(const std::string& path);
     void restore(const std::string& trashPath);
+    void newNote(const std::optional<std::string>& folder);
     void emptyTrash();
     void rowMenu(const SidebarRow& row, double x, double y);
     void search(const std::string& typed);
@@ -100,12 +97,19 @@ private:
     DesktopPrompt prompt_;
     EditorBridge bridge_;
     std::vector<Action> actions_;
+    NoNotifications notifications_;
+    ReminderCenter reminderCenter_;
+    Workspace workspace_;
     std::unique_ptr<MainWindow> window_;
-    std::unique_ptr<OpenVault> open_;
+    std::shared_ptr<EditorImages> images_;
+    std::vector<Subscription> subscriptions_, surfaceSubscriptions_;
+    std::shared_ptr<const Completion::Candidates>
+        names_;  ///< of notes by title, in the order of the workspace's
     std::vector<std::string> history_;
     std::size_t place_ = 0;  ///< in the history
-    std::uint64_t listing_ = 0, searching_ = 0;
+    std::uint64_t searching_ = 0;
     sigc::connection listTimer_, searchTimer_;
+    bool wantsTitle_ = false;  ///< the note that opens next is named first
     Glib::RefPtr<Gio::SimpleActionGroup> rowActions_;
     std::unique_ptr<Gtk::PopoverMenu> rowMenu_;
     bool isAsking_ = false;

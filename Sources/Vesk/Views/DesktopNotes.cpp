@@ -17,7 +17,7 @@
 namespace vesk::views {
 namespace {
 
-constexpr unsigned listDelay = 150, searchDelay = 90;  // milliseconds after the last of several changes
+constexpr unsigned searchDelay = 90;  // milliseconds after the last letter
 constexpr int mostHits = 60;
 constexpr std::size_t mostHistory = 200;
 constexpr std::uintmax_t largestAttachment = 200'000'000;
@@ -30,67 +30,89 @@ void DesktopApplication::tell(const std::string& words) {
 
 // Lists
 
-void DesktopApplication::list() {
-    if (!open_ || listTimer_.connected()) return;
-    listTimer_ = Glib::signal_timeout().connect(
-        [this] {
-            if (!open_) return false;
-            const auto number = ++listing_;
-            seams_.background.run(Priority::userInitiated,
-                                  [this, number, vault = open_->session->vault()](const std::stop_token&) {
-                                      auto lists = std::make_shared<NoteLists>(NoteLists::read(vault));
-                                      seams_.mainQueue.post([this, number, lists] {
-                                          if (number == listing_) listed(std::move(*lists));
-                                      });
-                                  });
-            return false;
-        },
-        open_->lists.below.empty() ? 0 : listDelay);
+void DesktopApplication::listsChanged() {
+    if (listTimer_.connected()) return;
+    // Several lists change at once; the rows are asked for when all have.
+    listTimer_ = Glib::signal_idle().connect([this] {
+        window_->sidebar().refresh();
+        if (const auto path = openNote()) highlight(*path);
+        showTitle();
+        return false;
+    });
 }
 
-void DesktopApplication::listed(NoteLists lists) {
-    if (!open_) return;
-    open_->lists = std::move(lists);
-    std::vector<std::string> paths;
-    paths.reserve(open_->lists.notes.size());
-    for (const auto& note : open_->lists.notes) paths.push_back(note.relativePath);
-    open_->session->setListedNotes(std::move(paths));
-    open_->session->documentListReloaded(open_->lists.documents);
-    window_->sidebar().refresh();
-    if (open_->surface->loadedPath()) window_->sidebar().highlight(*open_->surface->loadedPath());
+std::optional<std::string> DesktopApplication::openNote() const {
+    return surface() ? surface()->loadedPath() : std::nullopt;
+}
+
+std::shared_ptr<const Completion::Candidates> DesktopApplication::names() {
+    if (!names_) {
+        std::vector<Completion::Candidate> candidates;
+        candidates.reserve(workspace_.notes.get().size());
+        for (const auto& note : workspace_.notes.get())
+            candidates.push_back(
+                {decodedText(note.title), static_cast<std::int64_t>(secondsSince1970(note.modified))});
+        names_ = std::make_shared<const Completion::Candidates>(std::move(candidates));
+    }
+    return names_;
 }
 
 // The open note
 
-void DesktopApplication::showNote(const std::string& path, bool takesKeyboard, bool isStep) {
-    if (!open_) return;
+void DesktopApplication::showNote(const std::string& path, bool takesKeyboard) {
+    if (!surface()) return;
     window_->note().commitTitle();
     window_->closeFind();
-    if (open_->surface->loadedPath() != path) open_->surface->load(path);
-    if (!isStep && (history_.empty() || history_[place_] != path)) {
+    workspace_.select(path);
+    window_->showNotePage(true);
+    if (!takesKeyboard) return;
+    window_->note().focus();
+    // Once more when the window has settled: one that is just being shown gives the keyboard to its first
+    // control.
+    Glib::signal_idle().connect_once([this] {
+        if (window_) window_->note().focus();
+    });
+}
+
+void DesktopApplication::selectionChanged(const std::optional<std::string>& path) {
+    if (path && (history_.empty() || history_[place_] != *path)) {
         if (!history_.empty()) history_.resize(place_ + 1);
-        history_.push_back(path);
+        history_.push_back(*path);
         if (history_.size() > mostHistory) history_.erase(history_.begin());
         place_ = history_.size() - 1;
     }
-    window_->sidebar().highlight(path);
-    window_->showNotePage(true);
     window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
+    if (path) {
+        highlight(*path);
+        window_->showNotePage(true);
+    }
     showTitle();
     showLinks();
-    if (takesKeyboard) window_->note().focus();
+}
+
+void DesktopApplication::highlight(const std::string& path) {
+    auto& sidebar = window_->sidebar();
+    if (!sidebar.shows(path)) {
+        std::vector<std::string> folders;
+        for (auto folder = std::string(parentFolder(path)); !folder.empty();
+             folder = std::string(parentFolder(folder)))
+            folders.push_back(folder);
+        for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder)
+            sidebar.expand(folderRowID(*folder));
+    }
+    sidebar.highlight(path);
 }
 
 void DesktopApplication::showTitle() {
-    if (!open_) return;
-    window_->note().nameChanged();
+    if (surface()) window_->note().nameChanged();
 }
 
 void DesktopApplication::go(int steps) {
     const auto wanted = static_cast<std::ptrdiff_t>(place_) + steps;
     if (wanted < 0 || wanted >= static_cast<std::ptrdiff_t>(history_.size())) return;
     place_ = static_cast<std::size_t>(wanted);
-    showNote(std::string(history_[place_]), true, true);
+    showNote(std::string(history_[place_]), true);
+    window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
 }
 
 std::vector<MainWindow::Heading> DesktopApplication::outline() const {
@@ -107,70 +129,19 @@ std::vector<MainWindow::Heading> DesktopApplication::outline() const {
 
 // Structure
 
-void DesktopApplication::newNote(const std::string& folder) {
-    if (!open_) return chooseVault();
-    try {
-        window_->note().commitTitle();
-        bridge_.flushAllPendingSaves();
-        const auto note = open_->session->vault().createNote(Vault::untitledName, folder, "");
-        open_->session->notesChanged({note.relativePath});
-        list();
-        showNote(note.relativePath);
-        window_->note().focus(true);
-    } catch (const std::exception&) {
-        tell(describe(std::current_exception()));
-    }
-}
-
-bool DesktopApplication::rename(const std::string& path, const std::string& name) {
-    if (!open_) return false;
+void DesktopApplication::newNote(const std::optional<std::string>& folder) {
+    window_->note().commitTitle();
     bridge_.flushAllPendingSaves();
-    try {
-        const auto to = open_->session->vault().renameNote(path, name);
-        open_->session->noteMoved(path, to);
-        open_->surface->follow(path, to);
-        for (auto& visited : history_)
-            if (visited == path) visited = to;
-        list();
-        showTitle();
-        return true;
-    } catch (const VaultWriteError& error) {
-        tell(error.kind == VaultWriteError::Kind::alreadyExists
-                 ? "Couldn't rename this note — one called “" + name + "” is already in this folder."
-                 : "Couldn't rename this note: " + error.description());
-    } catch (const std::exception&) {
-        tell("Couldn't rename this note: " + describe(std::current_exception()));
-    }
-    return false;
-}
-
-void DesktopApplication::move(const std::string& path, const std::string& folder) {
-    if (!open_ || parentFolder(path) == folder) return;
-    bridge_.flushAllPendingSaves();
-    const auto name = decodedText(std::string(stem(path)));
-    try {
-        const auto to = open_->session->vault().moveNote(path, folder);
-        open_->session->noteMoved(path, to);
-        open_->surface->follow(path, to);
-        for (auto& visited : history_)
-            if (visited == path) visited = to;
-        list();
-    } catch (const VaultWriteError& error) {
-        tell(error.kind == VaultWriteError::Kind::alreadyExists
-                 ? "Couldn't move " + name + ": a note with that name is already in " +
-                       (folder.empty() ? "the vault root" : folder) + "."
-                 : name + ": " + error.description());
-    } catch (const std::exception&) {
-        tell(name + ": " + describe(std::current_exception()));
-    }
+    window_->clearSearch();
+    wantsTitle_ = true;
+    workspace_.newNote(folder);
 }
 
 void DesktopApplication::askWhereTo(const std::string& path) {
-    if (!open_) return;
-    std::vector<Completion::Candidate> names;
-    for (const auto& folder : open_->lists.folders) names.push_back({decodedText(folder), 0});
-    const auto candidates = std::make_shared<const Completion::Candidates>(std::move(names));
-    const auto folders = open_->lists.folders;
+    const auto folders = workspace_.tree.get().noteDestinations();
+    std::vector<Completion::Candidate> choices;
+    for (const auto& folder : folders) choices.push_back({decodedText(folder), 0});
+    const auto candidates = std::make_shared<const Completion::Candidates>(std::move(choices));
     Picker::show(
         window_->window(), "Move Note", "Move to folder…",
         [candidates, folders](const std::string& typed) {
@@ -184,7 +155,7 @@ void DesktopApplication::askWhereTo(const std::string& path) {
                                  .icon = "folder-symbolic"});
             return items;
         },
-        [this, path](const std::string& folder, const std::string&) { move(path, folder); });
+        [this, path](const std::string& folder, const std::string&) { workspace_.moveNote(path, folder); });
 }
 
 void DesktopApplication::askForName(const std::string& path) {
@@ -193,62 +164,60 @@ void DesktopApplication::askForName(const std::string& path) {
 }
 
 void DesktopApplication::trash(const std::string& path) {
-    if (!open_) return;
-    bridge_.flushAllPendingSaves();
-    try {
-        const auto trashed = VaultTrash(open_->session->vault()).trashNote(path);
-        open_->session->notesTrashed({path});
-        if (open_->surface->loadedPath() == path) open_->surface->close();
-        open_->session->notesChanged({path});
-        std::erase(history_, path);
-        place_ = history_.empty() ? 0 : std::min(place_, history_.size() - 1);
-        window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
-        list();
-        const auto inTrash = trashed.starts_with(".trash/") ? trashed.substr(7) : trashed;
+    const auto trashedBefore = workspace_.trashedNotes.get();
+    workspace_.trashNote(path);
+    std::erase(history_, path);
+    place_ = history_.empty() ? 0 : std::min(place_, history_.size() - 1);
+    window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
+    for (const auto& note : workspace_.trashedNotes.get()) {
+        if (std::find(trashedBefore.begin(), trashedBefore.end(), note) != trashedBefore.end()) continue;
         window_->toast("“" + decodedText(std::string(stem(path))) + "” is in the trash", "Undo",
-                       [this, inTrash] { restore(inTrash); });
-    } catch (const std::exception&) {
-        tell("Couldn't move " + path + " to the trash: " + describe(std::current_exception()));
+                       [this, trashPath = note.trashPath] { restore(trashPath); });
+        break;
     }
 }
 
 void DesktopApplication::restore(const std::string& trashPath) {
-    if (!open_) return;
-    try {
-        const VaultTrash trash(open_->session->vault());
-        const auto notes = trash.trashedNotes().first;
-        const auto note = std::find_if(notes.begin(), notes.end(), [&](const TrashedNote& candidate) {
-            return candidate.trashPath == trashPath;
-        });
-        if (note == notes.end()) return tell("The trash doesn't hold that note any more.");
-        const auto path = trash.restore(*note);
-        open_->session->notesChanged({path});
-        list();
-        if (Vault::indexedKind(path) == IndexedKind::note) showNote(path);
-    } catch (const std::exception&) {
-        tell(describe(std::current_exception()));
+    for (const auto& note : workspace_.trashedNotes.get()) {
+        if (note.trashPath != trashPath) continue;
+        const auto restored = note;
+        return workspace_.restoreTrashed(restored);
     }
+    tell("The trash doesn't hold that note any more.");
 }
 
 void DesktopApplication::emptyTrash() {
-    if (!open_) return;
-    const auto prompt = VaultTrash::emptyPrompt(open_->lists.trashed, open_->lists.trashedOther);
+    const auto prompt =
+        VaultTrash::emptyPrompt(workspace_.trashedNotes.get(), workspace_.trashedOtherItems.get());
     auto* dialog = ADW_MESSAGE_DIALOG(
         adw_message_dialog_new(window_->window(), prompt.c_str(), "This can't be undone."));
     adw_message_dialog_add_response(dialog, "cancel", "Cancel");
     adw_message_dialog_add_response(dialog, "empty", "Empty Trash");
     adw_message_dialog_set_response_appearance(dialog, "empty", ADW_RESPONSE_DESTRUCTIVE);
     adw_message_dialog_set_close_response(dialog, "cancel");
-    onSignal(dialog, "response::empty", [this] {
-        if (!open_) return;
-        try {
-            VaultTrash(open_->session->vault()).empty();
-        } catch (const std::exception&) {
-            tell(describe(std::current_exception()));
-        }
-        list();
+    onSignal(dialog, "response::empty", [this] { workspace_.emptyTrash(); });
+    gtk_window_present(GTK_WINDOW(dialog));
+}
+
+void DesktopApplication::askForFolderName(const std::string& title, const std::string& name,
+                                          std::function<void(const std::string&)> done) {
+    auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(window_->window(), title.c_str(), nullptr));
+    auto* entry = gtk_entry_new();
+    gtk_editable_set_text(GTK_EDITABLE(entry), name.c_str());
+    gtk_entry_set_activates_default(GTK_ENTRY(entry), TRUE);
+    gtk_accessible_update_property(GTK_ACCESSIBLE(entry), GTK_ACCESSIBLE_PROPERTY_LABEL, "Name", -1);
+    adw_message_dialog_set_extra_child(dialog, entry);
+    adw_message_dialog_add_response(dialog, "cancel", "Cancel");
+    adw_message_dialog_add_response(dialog, "done", name.empty() ? "Create" : "Rename");
+    adw_message_dialog_set_response_appearance(dialog, "done", ADW_RESPONSE_SUGGESTED);
+    adw_message_dialog_set_default_response(dialog, "done");
+    adw_message_dialog_set_close_response(dialog, "cancel");
+    onSignal(dialog, "response::done", [entry, done = std::move(done)] {
+        const std::string typed = gtk_editable_get_text(GTK_EDITABLE(entry));
+        if (typed.find_first_not_of(" \t") != std::string::npos) done(typed);
     });
     gtk_window_present(GTK_WINDOW(dialog));
+    gtk_widget_grab_focus(entry);
 }
 
 void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
@@ -261,29 +230,48 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
     };
     auto first = Gio::Menu::create(), second = Gio::Menu::create();
     const auto path = row.path;
+    const auto reveal = [this, path] { revealFiles({workspace_.vault.get()->absolutePath(path)}); };
     switch (row.kind) {
         case SidebarRow::Kind::note:
         case SidebarRow::Kind::reminder:
             item(first, "Rename", "rename", [this, path] { askForName(path); });
             item(first, "Move to Folder…", "move", [this, path] { askWhereTo(path); });
-            item(first, "Show in Files", "reveal",
-                 [this, path] { revealFiles({open_->session->vault().absolutePath(path)}); });
+            item(first, "Show in Files", "reveal", reveal);
             item(second, "Move to Trash", "trash", [this, path] { trash(path); });
             break;
         case SidebarRow::Kind::folder:
             item(first, "New Note Here", "new", [this, path] { newNote(path); });
-            item(first, "Show in Files", "reveal",
-                 [this, path] { revealFiles({open_->session->vault().absolutePath(path)}); });
+            item(first, "New Folder Here…", "new-folder", [this, path] {
+                askForFolderName("New Folder", "", [this, path](const std::string& name) {
+                    workspace_.createFolder(name, path);
+                });
+            });
+            item(first, "Rename Folder…", "rename", [this, path] {
+                askForFolderName(
+                    "Rename Folder", decodedText(std::string(lastComponent(path))),
+                    [this, path](const std::string& name) { workspace_.renameFolder(path, name); });
+            });
+            {
+                auto colors = Gio::Menu::create();
+                item(colors, "None", "color-none",
+                     [this, path] { workspace_.setFolderColor(path, std::nullopt); });
+                for (const auto color : allFolderColors())
+                    item(colors, displayName(color).c_str(),
+                         ("color-" + std::string(rawValue(color))).c_str(),
+                         [this, path, color] { workspace_.setFolderColor(path, color); });
+                first->append_submenu("Colour", colors);
+            }
+            item(second, "Move to Trash", "trash", [this, path] { workspace_.trashFolder(path); });
+            item(first, "Show in Files", "reveal", reveal);
             break;
         case SidebarRow::Kind::document:
         case SidebarRow::Kind::file:
             item(first, "Open", "open",
-                 [this, path] { openFile(open_->session->vault().absolutePath(path)); });
-            item(first, "Show in Files", "reveal",
-                 [this, path] { revealFiles({open_->session->vault().absolutePath(path)}); });
+                 [this, path] { openFile(workspace_.vault.get()->absolutePath(path)); });
+            item(first, "Show in Files", "reveal", reveal);
             break;
         case SidebarRow::Kind::trashedNote:
-            item(first, "Restore", "restore", [this, path] { restore(path.substr(7)); });
+            item(first, "Restore", "restore", [this, path] { restore(path); });
             item(second, "Empty Trash…", "empty", [this] { emptyTrash(); });
             break;
         case SidebarRow::Kind::trash:
@@ -291,7 +279,11 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             break;
         case SidebarRow::Kind::header:
         case SidebarRow::Kind::placeholder:
-            item(first, "New Note", "new", [this] { newNote(); });
+            item(first, "New Note", "new", [this] { newNote({}); });
+            item(first, "New Folder…", "new-folder", [this] {
+                askForFolderName("New Folder", "",
+                                 [this](const std::string& name) { workspace_.createFolder(name, ""); });
+            });
             break;
     }
     menu->append_section(first);
@@ -312,13 +304,13 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
 void DesktopApplication::search(const std::string& typed) {
     searchTimer_.disconnect();
     const auto number = ++searching_;
-    if (!open_ || typed.find_first_not_of(' ') == std::string::npos) return;
+    if (!session() || typed.find_first_not_of(' ') == std::string::npos) return;
     searchTimer_ = Glib::signal_timeout().connect(
         [this, typed, number] {
-            if (!open_) return false;
-            open_->session->searchNotes(typed, mostHits, [this, number](const std::vector<SearchHit>& hits) {
-                if (number == searching_ && open_ && window_)
-                    window_->results().show(hits, open_->session->indexing.get());
+            if (!session()) return false;
+            session()->searchNotes(typed, mostHits, [this, number](const std::vector<SearchHit>& hits) {
+                if (number == searching_ && session() && window_)
+                    window_->results().show(hits, session()->indexing.get());
             });
             return false;
         },
@@ -328,15 +320,24 @@ void DesktopApplication::search(const std::string& typed) {
 void DesktopApplication::showLinks() {
     if (!window_ || !window_->isInspectorShown()) return;
     auto& inspector = window_->inspector();
-    if (!open_ || !open_->surface->loadedPath())
+    if (!session())
+        return workspace_.vault.get()
+                   ? inspector.showMessage(
+                         "dialog-warning-symbolic", "No links",
+                         "Vesk couldn't open its index, so it can't tell which notes link here. Your notes "
+                         "are "
+                         "untouched — the index is only a cache. Reopening the vault rebuilds it.")
+                   : inspector.showMessage("insert-link-symbolic", "No note selected",
+                                           "Pick a note to see what links to it.");
+    if (!openNote())
         return inspector.showMessage("insert-link-symbolic", "No note selected",
                                      "Pick a note to see what links to it.");
-    if (open_->session->indexing.get())
+    if (session()->indexing.get())
         return inspector.showMessage("insert-link-symbolic", "Reading the vault",
                                      "Indexing the vault — links appear when it finishes.");
-    const auto& path = *open_->surface->loadedPath();
+    const auto path = *openNote();
     try {
-        const auto& index = open_->session->index();
+        const auto& index = session()->index();
         const auto row = [&](const std::string& to) {
             const auto title = index.title(to);
             return LinkRow{to, decodedText(title.value_or(std::string(stem(to)))),
@@ -363,15 +364,14 @@ void DesktopApplication::showLinks() {
 
 std::shared_ptr<const Completion::Candidates> DesktopApplication::candidates(
     const Completion::Prefix& prefix) {
-    if (!open_) return nullptr;
+    if (!session()) return nullptr;
     switch (prefix.kind) {
         case Completion::Prefix::Kind::note:
-            return open_->lists.names;
+            return names();
         case Completion::Prefix::Kind::tag: {
             std::vector<Completion::Candidate> tags;
             try {
-                for (const auto& [tag, count] : open_->session->index().allTags())
-                    tags.push_back({tag, count});
+                for (const auto& [tag, count] : session()->index().allTags()) tags.push_back({tag, count});
             } catch (const std::exception&) {
                 return nullptr;  // without an index there is nothing to propose
             }
@@ -398,9 +398,10 @@ void DesktopApplication::openFile(const FilePath& file) {
 }
 
 std::optional<FilePath> DesktopApplication::attachment(const std::string& target) const {
-    if (!open_ || !open_->surface->loadedPath() || Vault::leavesVault(target)) return {};
-    const auto& vault = open_->session->vault();
-    const auto folder = std::string(parentFolder(*open_->surface->loadedPath()));
+    const auto shown = openNote();
+    if (!shown || Vault::leavesVault(target)) return {};
+    const auto& vault = *workspace_.vault.get();
+    const auto folder = std::string(parentFolder(*shown));
     const std::string plain = Glib::uri_unescape_string(target);
     for (const std::string& spelled : {target, plain}) {
         if (Vault::leavesVault(spelled)) continue;
@@ -416,10 +417,10 @@ std::optional<FilePath> DesktopApplication::attachment(const std::string& target
 
 void DesktopApplication::attach(std::string bytes, const std::string& extension,
                                 const std::optional<std::string>& stemName) {
-    if (!open_ || !open_->surface->loadedPath()) return;
+    if (!openNote()) return;
     try {
-        const auto path = open_->session->vault().saveAttachment(
-            bytes, extension, stemName, seams_.clock.now(), open_->services.calendar);
+        const auto path = workspace_.vault.get()->saveAttachment(bytes, extension, stemName,
+                                                                 seams_.clock.now(), Calendar::system());
         window_->note().editor().insertText(utf16(Vault::attachmentEmbed(path)));
     } catch (const std::exception&) {
         tell(describe(std::current_exception()));
@@ -451,18 +452,19 @@ void DesktopApplication::attachFiles(const std::vector<FilePath>& files) {
 }
 
 void DesktopApplication::follow(const LinkAt& link) {
-    if (!open_ || !open_->surface->loadedPath()) return;
+    if (!openNote()) return;
     const auto openTarget = [this](const std::string& target) {
         bridge_.flushAllPendingSaves();  // so that the index knows the link as it stands
         try {
-            for (const auto& [name, resolved] :
-                 open_->session->index().outgoingLinks(*open_->surface->loadedPath()))
+            for (const auto& [name, resolved] : session()->index().outgoingLinks(*openNote()))
                 if (NoteIndex::linkKey(name) == NoteIndex::linkKey(target) && resolved)
                     return showNote(*resolved, true);
         } catch (const std::exception&) {
             tell("Couldn't read the link index.");
             return;
         }
+        if (const auto document = workspace_.document(target, *openNote()))
+            return openFile(workspace_.vault.get()->absolutePath(*document));
         if (const auto file = attachment(target)) return openFile(*file);
         offerToCreate(target);
     };
@@ -492,7 +494,7 @@ void DesktopApplication::follow(const LinkAt& link) {
 }
 
 void DesktopApplication::offerToCreate(const std::string& name) {
-    if (!open_) return;
+    if (!surface()) return;
     if (Vault::leavesVault(name)) {
         prompt_.tell("“" + name + "” points outside the vault, so Vesk won't create it. ",
                      "Rename the link to something inside the vault folder.");
@@ -507,12 +509,11 @@ void DesktopApplication::offerToCreate(const std::string& name) {
     adw_message_dialog_set_default_response(dialog, "create");
     adw_message_dialog_set_close_response(dialog, "cancel");
     onSignal(dialog, "response::create", [this, name] {
-        if (!open_) return;
+        if (!surface()) return;
         try {
             const auto folder = parentFolder(name);
-            const auto note = open_->session->vault().createNote(stem(name), folder, "");
-            open_->session->notesChanged({note.relativePath});
-            list();
+            const auto note = workspace_.vault.get()->createNote(stem(name), folder, "");
+            workspace_.reload();
             showNote(note.relativePath, true);
         } catch (const std::exception&) {
             tell(describe(std::current_exception()));

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int columnWidth = 740;  // of text, in pixels: a line longer than this tires the eye
 constexpr int leastMargin = 28;
-constexpr std::size_t firstPiece = 12'000, nextPiece = 60'000;  // units styled at once
+constexpr std::size_t firstPiece = 12'000, nextPiece = 20'000;  // units styled at once
 constexpr unsigned pictureDelay = 250;                          // milliseconds after the last keystroke
 
 GtkTextViewClass* parentClass() {

@@ -240,6 +240,11 @@ Gtk::Widget& MainWindow::buildContent() {
     flap_ = ADW_FLAP(adw_flap_new());
     adw_flap_set_flap_position(flap_, GTK_PACK_END);
     adw_flap_set_fold_policy(flap_, ADW_FLAP_FOLD_POLICY_AUTO);
+    warning_.onAction = [this](const std::string&) {
+        if (!warnings_.empty()) dismissed_.insert(warnings_.front().code);
+        setWarnings(std::vector<VaultWarning>(warnings_));
+    };
+    notePage_.append(warning_);
     notePage_.append(find_);
     notePage_.append(note_);
     notePage_.set_hexpand(true);
@@ -365,6 +370,23 @@ void MainWindow::setStatus(const std::string& status) {
     status_.set_text(status);
 }
 
+void MainWindow::setWarnings(const std::vector<VaultWarning>& warnings) {
+    warnings_ = warnings;
+    std::erase_if(warnings_, [this](const VaultWarning& warning) {
+        return warning.severity == VaultWarning::Severity::info || dismissed_.contains(warning.code);
+    });
+    showWarning();
+}
+
+void MainWindow::showWarning() {
+    if (warnings_.empty()) return warning_.dismiss();
+    const auto& first = warnings_.front();
+    warning_.present({.heading = first.title,
+                      .text = first.detail,
+                      .actions = {"Dismiss"},
+                      .icon = "dialog-warning-symbolic"});
+}
+
 void MainWindow::showWelcome(const std::string& title, const std::string& words,
                              const std::vector<std::string>& others) {
     adw_status_page_set_title(welcome_, title.c_str());
@@ -389,7 +411,7 @@ void MainWindow::showWelcome(const std::string& title, const std::string& words,
     }
     root_.set_visible_child("welcome");
     gtk_window_set_title(window(), "Vesk");
-    choose->grab_focus();
+    if (gtk_widget_get_mapped(GTK_WIDGET(window_))) choose->grab_focus();
 }
 
 void MainWindow::showVault() {

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "Vesk/Views/FindBar.h"
 #include "Vesk/Views/Inspector.h"
@@ -31,6 +33,8 @@ public:
     void present();
     void setTitle(const std::string& title, const std::string& subtitle);
     void setStatus(const std::string& status);
+    /// What the person should know of the folder, above the note.
+    void setWarnings(const std::vector<VaultWarning>& warnings);
     /// Over the whole window: no vault is open. Empty title: the vault's own view.
     void showWelcome(const std::string& title, const std::string& words,
                      const std::vector<std::string>& others);
@@ -74,6 +78,7 @@ private:
     void buildHandle(Gtk::Separator& handle, Gtk::Widget& pane, int& width, int direction);
     Gtk::Widget& buildMenuButton();
     void fillOutline();
+    void showWarning();
     void remember();
 
     UserDefaults& defaults_;
@@ -104,6 +109,9 @@ private:
     NotePane note_;
     Inspector inspector_;
     FindBar find_;
+    NoteBanner warning_;
+    std::vector<VaultWarning> warnings_;
+    std::set<std::string> dismissed_;  ///< codes
     int sidebarWidth_ = 280, inspectorWidth_ = 280, dragStart_ = 0;
 };
 

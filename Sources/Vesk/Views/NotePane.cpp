@@ -13,7 +13,7 @@ namespace {
 // toolkit busy for seconds, so that it is left to other programs.
 constexpr std::size_t mostStyled = 3'000'000;
 constexpr std::size_t mostShown = 12'000'000;
-constexpr std::size_t longestLine = 200'000;
+constexpr std::size_t longestLine = 24'000;
 
 enum class Fit { styled, plain, tooLarge, unshowable };
 

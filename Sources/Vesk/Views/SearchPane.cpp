@@ -26,11 +26,13 @@ void setSnippet(Gtk::Label& label, const SearchHit& hit) {
     for (char& letter : text)
         if (letter == '\n' || letter == '\r' || letter == '\t') letter = ' ';
     label.set_text(text);
+    const bool isDark = adw_style_manager_get_dark(adw_style_manager_get_default());
     const Utf16Map map(text);
     PangoAttrList* marks = pango_attr_list_new();
     for (const auto& range : hit.matchRanges) {
-        for (auto* mark :
-             {pango_attr_weight_new(PANGO_WEIGHT_BOLD), pango_attr_foreground_alpha_new(0xFFFF)}) {
+        for (auto* mark : {pango_attr_weight_new(PANGO_WEIGHT_BOLD),
+                           isDark ? pango_attr_foreground_new(0x7878, 0xAEAE, 0xEDED)
+                                  : pango_attr_foreground_new(0x1C1C, 0x7171, 0xD8D8)}) {
             mark->start_index = static_cast<guint>(map.byteFromUtf16(range.location));
             mark->end_index = static_cast<guint>(map.byteFromUtf16(range.end()));
             pango_attr_list_insert(marks, mark);

@@ -323,6 +323,10 @@ void Sidebar::expand(const std::string& id) {
     }
 }
 
+bool Sidebar::shows(const std::string& path) const {
+    return find([&](const SidebarRow& row) { return row.path == path; }) != nullptr;
+}
+
 void Sidebar::highlight(const std::string& path) {
     highlighted_ = path;
     if (!selection_) return;
@@ -331,7 +335,9 @@ void Sidebar::highlight(const std::string& path) {
     isHighlighting_ = true;
     const auto row = path.empty() ? Glib::RefPtr<Gtk::TreeListRow>()
                                   : find([&](const SidebarRow& candidate) { return candidate.path == path; });
-    selection_->set_selected(row ? row->get_position() : GTK_INVALID_LIST_POSITION);
+    const auto at = row ? row->get_position() : GTK_INVALID_LIST_POSITION;
+    selection_->set_selected(at);
+    if (row) gtk_widget_activate_action(GTK_WIDGET(list_.gobj()), "list.scroll-to-item", "u", at);
     isHighlighting_ = false;
 }
 

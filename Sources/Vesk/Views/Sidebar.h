@@ -53,6 +53,8 @@ public:
     /// The ids of the rows that are open.
     const std::set<std::string>& expanded() const { return expanded_; }
     void expand(const std::string& id);
+    /// Whether a row of the path is in an open level.
+    bool shows(const std::string& path) const;
     std::optional<SidebarRow> selected() const;
     void focusList() { list_.grab_focus(); }
 

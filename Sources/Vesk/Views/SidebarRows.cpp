@@ -1,0 +1,105 @@
+#include "Vesk/Views/SidebarRows.h"
+
+#include <algorithm>
+
+#include "VeskCore/Support/Text.h"
+
+namespace vesk::views {
+namespace {
+
+constexpr std::string_view folderPrefix = "folder:";
+
+SidebarRow header(const char* id, const char* title) {
+    return {.kind = SidebarRow::Kind::header, .id = id, .title = title};
+}
+
+SidebarRow noteRow(const Workspace& workspace, const Note& note, std::string_view section) {
+    const auto& icons = workspace.noteIcons.get();
+    SidebarRow row{.kind = SidebarRow::Kind::note,
+                   .id = std::string(section) + note.relativePath,
+                   .path = note.relativePath,
+                   .title = decodedText(note.title)};
+    if (icons.contains(note.relativePath)) row.icon = "starred-symbolic";
+    return row;
+}
+
+void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::Node& node) {
+    rows.reserve(rows.size() + node.children.size() + node.notes.size());
+    for (const auto& child : node.children) {
+        const auto color = workspace.folderColor(child->path);
+        const auto count = child->totalNoteCount();
+        rows.push_back(
+            {.kind = SidebarRow::Kind::folder,
+             .id = folderRowID(child->path),
+             .path = child->path,
+             .title = decodedText(child->name),
+             .detail = count > 0 ? std::to_string(count) : std::string(),
+             .icon = "folder-symbolic",
+             .color = color ? std::string(rawValue(*color)) : std::string(),
+             .hasChildren = !child->children.empty() || !child->notes.empty() || !child->documents.empty()});
+    }
+    for (const auto& note : node.notes) rows.push_back(noteRow(workspace, note, "note:"));
+    for (const auto& document : node.documents)
+        rows.push_back({.kind = SidebarRow::Kind::document,
+                        .id = "document:" + document.relativePath,
+                        .path = document.relativePath,
+                        .title = decodedText(document.fileName()),
+                        .icon = "text-x-generic-symbolic"});
+}
+
+Sidebar::Rows top(const Workspace& workspace) {
+    Sidebar::Rows rows;
+    const auto& home = workspace.home.get();
+    if (!home.comingUp.empty()) rows.push_back(header("coming-up", "Coming Up"));
+    for (const auto& reminder : home.comingUp)
+        rows.push_back({.kind = SidebarRow::Kind::reminder,
+                        .id = "reminder:" + reminder.path,
+                        .path = reminder.path,
+                        .title = decodedText(reminder.title),
+                        .icon = "alarm-symbolic"});
+    if (!home.unfiled.empty()) rows.push_back(header("unfiled", "Not Yet Filed"));
+    for (const auto& note : home.unfiled) rows.push_back(noteRow(workspace, note, "unfiled:"));
+    if (!home.recent.empty()) rows.push_back(header("recent", "Recently Changed"));
+    for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
+    rows.push_back(header("notes", "Notes"));
+    addLevel(rows, workspace, workspace.tree.get().root());
+    if (workspace.notes.get().empty())
+        rows.push_back({.kind = SidebarRow::Kind::placeholder, .id = "none", .title = "No notes yet"});
+    const auto& trashed = workspace.trashedNotes.get();
+    const auto items =
+        trashed.size() + static_cast<std::size_t>(std::max(0, workspace.trashedOtherItems.get()));
+    if (items > 0) {
+        rows.push_back(header("trash-header", ""));
+        rows.push_back({.kind = SidebarRow::Kind::trash,
+                        .id = "trash",
+                        .title = "Trash",
+                        .detail = std::to_string(items),
+                        .icon = "user-trash-symbolic",
+                        .hasChildren = !trashed.empty()});
+    }
+    return rows;
+}
+
+}  // namespace
+
+std::string folderRowID(std::string_view folder) {
+    return std::string(folderPrefix) + std::string(folder);
+}
+
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id) {
+    if (id.empty()) return top(workspace);
+    Sidebar::Rows rows;
+    if (id == "trash") {
+        for (const auto& note : workspace.trashedNotes.get())
+            rows.push_back({.kind = SidebarRow::Kind::trashedNote,
+                            .id = "trashed:" + note.trashPath,
+                            .path = note.trashPath,
+                            .title = decodedText(note.name())});
+    } else if (id.starts_with(folderPrefix)) {
+        if (const auto* node = workspace.tree.get().node(std::string_view(id).substr(folderPrefix.size())))
+            addLevel(rows, workspace, *node);
+    }
+    return rows;
+}
+
+}  // namespace vesk::views

@@ -1,0 +1,15 @@
+// What the workspace holds as rows of the sidebar, a level at a time.
+#pragma once
+
+#include <string>
+
+#include "Vesk/Views/Sidebar.h"
+#include "Vesk/Workspace.h"
+
+namespace vesk::views {
+
+/// The rows below the row of that id, or the top ones for an empty id. Main thread.
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id);
+std::string folderRowID(std::string_view folder);
+
+}  // namespace vesk::views
