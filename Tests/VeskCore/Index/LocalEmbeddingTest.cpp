@@ -108,6 +108,45 @@ TEST_F(LocalEmbeddingTest, WithoutAModelItSaysForWhichLanguage) {
     EXPECT_THROW(local.embed({"East."}, stop.get_token()), BrainError);
 }
 
+/// Notes what it is told to expect and what it is asked.
+class ListeningModel final : public SentenceEmbedding {
+public:
+    ListeningModel(std::vector<std::string>& expected, std::vector<std::string>& asked)
+        : expected_(expected), asked_(asked) {}
+    int dimension() const override { return 1; }
+    void expect(std::span<const std::string_view> sentences) override {
+        expected_.assign(sentences.begin(), sentences.end());
+        throw 42;  // a failure to prepare is none of the model
+    }
+    std::optional<std::vector<double>> vector(std::string_view sentence) override {
+        asked_.emplace_back(sentence);
+        return std::vector<double>{1};
+    }
+
+private:
+    std::vector<std::string>& expected_;
+    std::vector<std::string>& asked_;
+};
+
+TEST_F(LocalEmbeddingTest, TellsTheModelWhichSentencesItIsAskedForNext) {
+    struct Source final : SentenceEmbeddingSource {
+        std::unique_ptr<SentenceEmbedding> sentenceEmbedding(std::string_view) override {
+            return std::make_unique<ListeningModel>(expected, asked);
+        }
+        std::vector<std::string> expected, asked;
+    } listening;
+    LocalEmbedding provider("en", listening);
+    const std::string withNul("One\0two. ", 9);
+    for (int i = 0; i < 9; ++i) {
+        listening.asked.clear();
+        EXPECT_EQ(provider.embed({withNul + "  Three!\n\nFour"}, {}), (std::vector<Vector>{{1}}));
+        EXPECT_EQ(listening.expected,
+                  (std::vector<std::string>{std::string("One\0two.", 8), "Three!", "Four"}));
+        // What stands behind a NUL is text all the same.
+        EXPECT_EQ(listening.asked, (std::vector<std::string>{"One two.", "Three!", "Four"}));
+    }
+}
+
 TEST_F(LocalEmbeddingTest, TheGuardLetsNothingThrough) {
     ScriptedModel model({{"Odd.", {1, 2, 3}}});
     struct {
