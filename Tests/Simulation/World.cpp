@@ -240,7 +240,10 @@ private:
     void broken(const std::string& what) {
         if (!fault_) fault_ = what;
     }
-    int drawn(int bound) { return static_cast<int>(time_.random()() % static_cast<std::uint64_t>(bound)); }
+    static const std::string& place(int pick) {
+        const auto& places = SyncService::places();
+        return places[static_cast<std::size_t>(pick) % places.size()];
+    }
 
     // The process
 
@@ -382,42 +385,38 @@ private:
         return {};
     }
 
-    /// Another program at work on the file in the very moment between two calls.
+    /// Another program at work on the file in the very moment between two calls. Some come back.
     void intrude(std::string_view operation, const std::string& path) {
         // Without an exchange of files the system offers no way to close this moment.
         if (operation == "replace") return;
-        isIntruding_ = true;
+        std::string target = path.substr(vaultRoot.size() + 1);
+        if (!isVisibleNote(target)) {
+            if (!surface_ || !surface_->loadedPath()) return;
+            target = *surface_->loadedPath();
+        }
         if (tells_)
-            std::printf("    intrusion before %.*s %s\n", static_cast<int>(operation.size()),
-                        operation.data(), path.c_str());
-        const auto relative = path.substr(vaultRoot.size() + 1);
-        const int kind = intrusionKind_;
-        std::string target = isVisibleNote(relative)              ? relative
-                             : surface_ && surface_->loadedPath() ? *surface_->loadedPath()
-                                                                  : "";
-        if (!target.empty()) {
-            const auto text = files_.textAt(absolute(target));
-            if (!text) {
-                if (kind % 4 == 0 && !files_.isTaken(absolute(target)) &&
-                    !files_.isTaken(absolute(std::string(parentFolder(target)))) ==
-                        parentFolder(target).empty())
-                    localCreate(target);
-            } else if (kind % 5 < 3) {
-                localEdit(target, kind);
-            } else if (kind % 5 == 3) {
-                localMove(
-                    target,
-                    SyncService::places()[static_cast<std::size_t>(kind) % SyncService::places().size()]);
-            } else {
-                localDelete(target);
-            }
-        }
+            std::printf("    intrusion %d on %s before %s\n", intrusionKind_, target.c_str(),
+                        std::string(operation).c_str());
+        intruded_ = isIntruding_ = true;
+        disturb(target, intrusionKind_);
         isIntruding_ = false;
-        if (kind >= 15 && target != "") {
-            intrudeIn_ = 1 + kind % 5;
-            intrusionKind_ = kind - 5;
+        if (intrusionKind_ < 15) return;
+        intrudeIn_ = 1 + intrusionKind_ % 5;
+        intrusionKind_ -= 5;
+    }
+    void disturb(const std::string& path, int kind) {
+        if (!files_.isTaken(absolute(path))) {
+            if (kind % 2 == 0) localCreate(path);
+            return;
         }
-        intruded_ = true;
+        switch (kind % 5) {
+            case 3:
+                return localMove(path, place(kind));
+            case 4:
+                return localDelete(path);
+            default:
+                return localEdit(path, kind);
+        }
     }
 
     // Other programs
@@ -446,7 +445,8 @@ private:
         if (!seen) return;
         auto text = texts_.changed(*seen, style);
         oracle_.made(text, *seen);
-        oracle_.stands(text);
+        // Another that writes what stands there already brings nothing of its own.
+        if (text != *seen) oracle_.stands(text);
         if (style % 11 == 10) text = Texts::withCarriageReturns(text);
         touched_.insert(path);
         files_.put(absolute(path), text, style % 2 == 0);
@@ -555,10 +555,7 @@ private:
                 if (const auto path = note(a)) localEdit(*path, b);
                 break;
             case Do::localMove:
-                if (const auto path = note(a))
-                    localMove(
-                        *path,
-                        SyncService::places()[static_cast<std::size_t>(b) % SyncService::places().size()]);
+                if (const auto path = note(a)) localMove(*path, place(b));
                 break;
             case Do::localDelete:
                 if (const auto path = note(a)) localDelete(*path);
@@ -636,8 +633,7 @@ private:
         acting([&] { surface_->load(path); });
         handedOver();
         // What is shown as loaded is what the note holds, as far as the editor knows.
-        const bool isNewest = service_.statusOf(path) == SyncService::Status::current;
-        if (isRunning() && isLoaded() && isNewest && holds(path, surface_->text())) touched_.erase(path);
+        if (isRunning() && isLoaded()) noteKnown(path, surface_->text());
     }
 
     void type(int style) {
@@ -660,13 +656,12 @@ private:
 
     void create(int pick) {
         if (!ready()) return;
-        const auto& place =
-            SyncService::places()[static_cast<std::size_t>(pick) % SyncService::places().size()];
+        const auto& path = place(pick);
         const auto text = texts_.fresh();
         oracle_.made(text, {});
         std::optional<std::string> made;
         trying([&] {
-            const auto note = session_->vault().createNote(stem(place), parentFolder(place), text);
+            const auto note = session_->vault().createNote(stem(path), parentFolder(path), text);
             made = note.relativePath;
             touched_.insert(*made);
             session_->apply({FileChange{note.path, *made, {FileChange::Kind::Plain::created}}});
@@ -790,14 +785,17 @@ private:
             broken("a conflict copy of " + path + ", which nobody else had changed");
         if (known && std::holds_alternative<Outcome::KeptAsCopy>(outcome.value))
             broken("a recovered copy of " + path + ", which was in its place");
-        if (holds(path, text)) touched_.erase(path);
+        noteKnown(path, text);
         // Where a text has followed its note, another may have been begun.
         if (const auto* followed = std::get_if<Outcome::FollowedMove>(&outcome.value))
             touched_.insert(followed->to);
     }
-    bool holds(const std::string& path, const std::string& text) const {
+    /// The editor knows the note as it is if that is what it shows or saved, and the newest there is.
+    void noteKnown(const std::string& path, const std::string& text) {
         const auto now = files_.textAt(absolute(path));
-        return now && LineEndings::normalized(*now) == text;
+        if (now && LineEndings::normalized(*now) == text &&
+            service_.statusOf(path) == SyncService::Status::current)
+            touched_.erase(path);
     }
     bool isLet(const std::string& text) { return oracle_.isSafe(text, textsOnDisk(false)); }
 
