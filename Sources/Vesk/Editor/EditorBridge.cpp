@@ -37,10 +37,14 @@ void EditorCoordinator::scheduleSave(std::string text) {
 
 void EditorCoordinator::flushSave() {
     if (!unsaved_) return;
-    saveWorkItem_.cancel();
     const std::string text = std::move(*unsaved_);
-    unsaved_.reset();
+    dropSave();
     onSave_(text);
+}
+
+void EditorCoordinator::dropSave() {
+    saveWorkItem_.cancel();
+    unsaved_.reset();
 }
 
 EditorBridge::~EditorBridge() {

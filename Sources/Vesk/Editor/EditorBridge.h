@@ -26,6 +26,8 @@ public:
     void scheduleSave(std::string text);
     /// Saves at once what was typed and not saved yet.
     void flushSave();
+    /// What was typed is saved by another way.
+    void dropSave();
     bool hasUnsavedEdit() const { return unsaved_.has_value(); }
 
 private:

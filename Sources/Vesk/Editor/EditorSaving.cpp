@@ -254,7 +254,11 @@ void EditorSurface::retrySave() {
                       std::holds_alternative<SaveNotice::Waiting>(present->kind)))
         return;
     const std::string path = present->notePath;
-    if (loadedPath_ == path && isLoaded()) return write(std::string(text_), path, true);
+    if (loadedPath_ == path && isLoaded()) {
+        // A second save of the same text would meet what the first has merged.
+        coordinator_.dropSave();
+        return write(std::string(text_), path, true);
+    }
     if (const auto held = ledger_.unsaved.find(path); held != ledger_.unsaved.end())
         write(std::string(held->second), path, true);
 }
