@@ -54,7 +54,7 @@ void EditorSurface::write(const std::string& text, const std::string& path, bool
         if (loadedPath_ == path && olderCopyPath.get() == path) olderCopyPath.set(std::nullopt);
         saved.send(path, text, outcome);
     } catch (const ForeignEdit::CopyKeptButSaveFailed& error) {
-        ledger_.baselines.insert_or_assign(path, error.preservedText);
+        ledger_.baselines.insert_or_assign(path, holdsNow(text, path) ? text : error.preservedText);
         trouble = SaveNotice{path, SaveNotice::Failed{error.description()}};
     } catch (const NewerVersionDownloading& error) {
         trouble = SaveNotice{path, SaveNotice::Waiting{error.description()}};
