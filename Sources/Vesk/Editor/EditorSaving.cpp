@@ -129,9 +129,12 @@ void EditorSurface::record(const Outcome& outcome, const std::string& text, cons
             show(SaveNotice{path, SaveNotice::Followed{followed.to}}, std::nullopt);
         },
         [&](const Outcome::KeptAsCopy& kept) {
+            const auto openThere = baselineOf(kept.copyPath);
             makeWayFor(path, kept.copyPath);
             baseline(path, text);
-            baseline(kept.copyPath, text);
+            // A note that was shown at the copy's place and went has to meet the copy as another's text.
+            const bool isOpenThere = loadedPath_ == kept.copyPath && openThere;
+            baseline(kept.copyPath, isOpenThere ? *openThere : text);
             followShown(path, kept.copyPath);
             show(SaveNotice{path, SaveNotice::Recovered{kept.copyPath}}, std::nullopt);
         },
