@@ -227,24 +227,29 @@ void EditorSurface::makeWayFor(const std::string& from, const std::string& to) {
             }
         });
         session_->reserveName(copy);
-        ledger_.unsaved.insert_or_assign(copy, text);
+        const std::string owner = ownerOf(path);
+        // It begins anew under the copy's name: nothing that is known of either path is followed.
+        ledger_.unsaved.erase(path);
+        ledger_.baselines.erase(copy);
         followShown(path, copy);
         write(text, copy, false);
-        if (!ledger_.unsaved.contains(copy)) {
-            show(SaveNotice{path, SaveNotice::Recovered{copy}}, std::nullopt);
-        } else if (!session_->heldText().keep(text, copy, ownerOf(copy), std::nullopt)) {
-            // The store's disk refuses: what it has of the text stays under its old name.
-            ledger_.unsaved.erase(path);
-            continue;
-        }
-        letGoOf(path);
+        const bool isUnsaved = ledger_.unsaved.contains(copy);
+        if (!isUnsaved) show(SaveNotice{path, SaveNotice::Recovered{copy}}, std::nullopt);
+        // Where the store's disk refuses, what it has of the text stays under the old name.
+        if (isUnsaved && !session_->heldText().keep(text, copy, ownerOf(copy), std::nullopt)) continue;
+        session_->heldText().discard(path, owner);
+        ledger_.owners.erase(path);
     }
     std::erase_if(ledger_.baselines, [&](const auto& entry) { return isDisplaced(entry.first); });
 }
 
 std::vector<std::string> EditorSurface::retryHeldBeforeLeaving() {
     const auto held = ledger_.unsaved;
-    for (const auto& entry : held) write(entry.second, entry.first, false);
+    for (const auto& [path, text] : held) {
+        // One that another's save made way for has been tried under its new name.
+        const auto now = ledger_.unsaved.find(path);
+        if (now != ledger_.unsaved.end() && now->second == text) write(text, path, false);
+    }
     std::vector<std::string> names;
     for (const auto& entry : ledger_.unsaved) names.emplace_back(stem(entry.first));
     std::sort(names.begin(), names.end());
