@@ -773,8 +773,9 @@ private:
                         essence(text).c_str());
         using Outcome = ForeignEdit::Outcome;
         // These leave the note to another's text, and it may be an old one that the service brought again.
-        const bool isAnothers = std::holds_alternative<Outcome::DiskWins>(outcome.value) ||
-                                std::holds_alternative<Outcome::Merged>(outcome.value);
+        const auto& there = whereItWent(outcome).value;
+        const bool isAnothers = std::holds_alternative<Outcome::DiskWins>(there) ||
+                                std::holds_alternative<Outcome::Merged>(there);
         if (!isAnothers && !isLet(text)) {
             broken("a save was told of that didn't happen: " + essence(text) + " at " + path);
         }
@@ -789,6 +790,11 @@ private:
         // Where a text has followed its note, another may have been begun.
         if (const auto* followed = std::get_if<Outcome::FollowedMove>(&outcome.value))
             touched_.insert(followed->to);
+    }
+    /// What became of the text at the end of the note's way.
+    static const ForeignEdit::Outcome& whereItWent(const ForeignEdit::Outcome& outcome) {
+        const auto* followed = std::get_if<ForeignEdit::Outcome::FollowedMove>(&outcome.value);
+        return followed ? whereItWent(*followed->inner) : outcome;
     }
     /// The editor knows the note as it is if that is what it shows or saved, and the newest there is.
     void noteKnown(const std::string& path, const std::string& text) {
