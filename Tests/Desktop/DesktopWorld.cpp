@@ -296,6 +296,52 @@ void DesktopWorld::clickAt(int x, int y, int button) const {
         {"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", std::to_string(button)});
 }
 
+std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const std::string& name) const {
+    std::optional<Point> found;
+    until([&] {
+        const auto target = control(name);
+        if (!target) return false;
+        constexpr guint32 inWindow = 1;
+        GVariant* answer = call(target->bus, target->path, "org.a11y.atspi.Component", "GetExtents",
+                                g_variant_new("(u)", inWindow), "((iiii))");
+        if (!answer) return false;
+        int x = 0, y = 0, width = 0, height = 0;
+        g_variant_get(answer, "((iiii))", &x, &y, &width, &height);
+        g_variant_unref(answer);
+        if (width <= 0 || height <= 0) return false;
+        found = Point{x + width / 2, y + height / 2};
+        return true;
+    });
+    return found;
+}
+
+bool DesktopWorld::click(const std::string& name, int button) const {
+    const auto at = middleOf(name);
+    if (at) clickAt(at->x, at->y, button);
+    return at.has_value();
+}
+
+bool DesktopWorld::drag(const std::string& from, const std::string& to) const {
+    const auto start = middleOf(from), end = middleOf(to);
+    if (!start || !end) return false;
+    const auto move = [](int x, int y) -> std::vector<std::string> {
+        return {"mousemove", "--sync", std::to_string(x), std::to_string(y), "sleep", "0.05"};
+    };
+    std::vector<std::string> words{"xdotool"};
+    const auto add = [&](const std::vector<std::string>& more) {
+        words.insert(words.end(), more.begin(), more.end());
+    };
+    add(move(start->x, start->y));
+    add({"mousedown", "1"});
+    constexpr int steps = 8;
+    for (int step = 1; step <= steps; ++step)
+        add(move(start->x + (end->x - start->x) * step / steps,
+                 start->y + (end->y - start->y) * step / steps));
+    add({"sleep", "0.1", "mouseup", "1"});
+    launchTool(words);
+    return true;
+}
+
 bool DesktopWorld::until(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {

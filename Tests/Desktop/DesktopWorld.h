@@ -48,6 +48,10 @@ public:
     void key(const std::string& keys) const;
     void type(const std::string& text) const;
     void clickAt(int x, int y, int button = 1) const;
+    /// In the middle of a control; false if it doesn't come.
+    bool click(const std::string& name, int button = 1) const;
+    /// Presses on the one control, moves as a hand does and lets go over the other.
+    bool drag(const std::string& from, const std::string& to) const;
 
     /// Looks again and again until the condition holds; false after a time that no slow machine needs.
     static bool until(const std::function<bool()>& condition);
@@ -68,6 +72,10 @@ public:
 
 private:
     std::vector<std::string> environment() const;
+    struct Point {
+        int x = 0, y = 0;
+    };
+    std::optional<Point> middleOf(const std::string& name) const;
     void launchTool(const std::vector<std::string>& words) const;
     pid_t launch(const std::vector<std::string>& words, const std::vector<std::string>& more,
                  const std::string& log) const;

@@ -1,5 +1,7 @@
 #include "Vesk/Views/Desktop.h"
 
+#include <cmath>
+
 #include "Vesk/Views/DesktopApplication.h"
 #include "Vesk/Views/Style.h"
 #include "VeskCore/Support/PathText.h"
@@ -10,6 +12,7 @@ namespace {
 
 constexpr const char* applicationID = "com.tarnlight.vesk";
 constexpr double usualPoints = 12;
+constexpr const char* foldersKey = "vesk.window.folders";  // root → ids of the rows that are open
 
 }  // namespace
 
@@ -97,6 +100,7 @@ void DesktopApplication::showWindow() {
 
 void DesktopApplication::makeWindow() {
     window_ = std::make_unique<MainWindow>(*this, seams_.defaults);
+    window_->setMenu(mainMenu());
     window_->onCloseWanted = [this] { askToQuit(); };
     window_->onActivated = [this] {
         if (surface()) surface()->followDisk(true);
@@ -119,6 +123,7 @@ void DesktopApplication::makeWindow() {
     sidebar.onMoved = [this](const std::string& path, const std::string& folder) {
         workspace_.moveNote(path, folder);
     };
+    sidebar.onTrashed = [this](const std::string& path) { trash(path); };
     connectEditor();
     applyLook();
     watchWorkspace();
@@ -168,12 +173,21 @@ void DesktopApplication::watchWorkspace() {
         window_->clearSearch();
         window_->setCanGo(false, false);
         if (!vault) return;
+        rememberFolders();
+        foldersOf_ = vault->root().string();
+        std::set<std::string> open;
+        const auto folders = seams_.defaults.value(foldersKey);
+        const auto* known = folders ? folders->find(foldersOf_) : nullptr;
+        if (const auto* list = known ? known->asArray() : nullptr)
+            for (const auto& folder : *list)
+                if (const auto* id = folder.asString()) open.insert(*id);
+        window_->sidebar().begin(std::move(open));
         window_->setTitle(decodedText(std::string(lastComponent(vault->root().string()))), "");
         window_->showVault();
     });
     watch(workspace_.surface, [this](const auto&) { surfaceChanged(); });
     watch(workspace_.selection, [this](const std::optional<std::string>& path) { selectionChanged(path); });
-    watch(workspace_.status, [this](const std::string& status) { window_->setStatus(status); });
+    watch(workspace_.status, [this](const auto&) { showStatus(); });
     watch(workspace_.warnings,
           [this](const std::vector<VaultWarning>& warnings) { window_->setWarnings(warnings); });
     watch(workspace_.folderError, [this](const std::optional<std::string>& words) {
@@ -190,6 +204,24 @@ void DesktopApplication::watchWorkspace() {
     subscriptions_.push_back(workspace_.editorFocusRequested.subscribe(
         [this] { window_->note().focus(std::exchange(wantsTitle_, false)); }));
     showLaunch();
+}
+
+void DesktopApplication::rememberFolders() {
+    if (!window_ || foldersOf_.empty()) return;
+    Json::Array open;
+    for (const auto& id : window_->sidebar().expanded()) open.emplace_back(id);
+    auto folders = seams_.defaults.value(foldersKey).value_or(Json::object());
+    if (!folders.asObject()) folders = Json::object();
+    folders.set(foldersOf_, std::move(open));
+    seams_.defaults.set(foldersKey, std::move(folders));
+}
+
+void DesktopApplication::showStatus() {
+    if (!window_) return;
+    if (!session() || session()->status->empty()) return window_->setStatus(workspace_.status.get());
+    if (!session()->indexing.get()) return window_->setStatus(session()->status.get());
+    window_->setStatus(session()->status.get() + " " +
+                       std::to_string(std::lround(session()->indexProgress.get() * 100)) + " %");
 }
 
 void DesktopApplication::showLaunch() {
@@ -222,7 +254,10 @@ void DesktopApplication::surfaceChanged() {
     surfaceSubscriptions_.push_back(pane->notice.subscribe([this](const auto&) { showTitle(); }));
     surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool isIndexing) {
         if (!isIndexing) showLinks();
+        showStatus();
     }));
+    surfaceSubscriptions_.push_back(session()->status.subscribe([this](const auto&) { showStatus(); }));
+    surfaceSubscriptions_.push_back(session()->indexProgress.subscribe([this](double) { showStatus(); }));
     showLinks();
 }
 
@@ -260,6 +295,7 @@ void DesktopApplication::askToQuit() {
 
 void DesktopApplication::endNow() {
     bridge_.flushAllPendingSaves();
+    rememberFolders();
     rowMenu_.reset();
     surfaceSubscriptions_.clear();
     subscriptions_.clear();

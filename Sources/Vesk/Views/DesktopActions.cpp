@@ -9,6 +9,7 @@ namespace vesk::views {
 namespace {
 
 constexpr std::size_t mostShown = 60;
+constexpr int menuSections = 3;
 
 }  // namespace
 
@@ -19,7 +20,7 @@ void DesktopApplication::addActions() {
         };
     };
     actions_ = {
-        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote({}); }},
+        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote({}); }, 1},
         {"new-folder",
          "New Folder…",
          "Notes",
@@ -28,8 +29,9 @@ void DesktopApplication::addActions() {
              if (workspace_.vault.get())
                  askForFolderName("New Folder", "",
                                   [this](const std::string& name) { workspace_.createFolder(name, ""); });
-         }},
-        {"quick-switcher", "Go to Note…", "Notes", {"<Control>p"}, [this] { quickSwitcher(); }},
+         },
+         1},
+        {"quick-switcher", "Go to Note…", "Notes", {"<Control>p"}, [this] { quickSwitcher(); }, 1},
         {"search", "Search All Notes", "Notes", {"<Control><Shift>f"}, [this] { window_->focusSearch(); }},
         {"rename", "Rename Note", "Notes", {"F2"}, withNote(&DesktopApplication::askForName)},
         {"move",
@@ -42,6 +44,7 @@ void DesktopApplication::addActions() {
          "Notes",
          {"<Control>Delete"},
          withNote(&DesktopApplication::trash)},
+        {"icon", "Choose Note Icon…", "Notes", {}, withNote(&DesktopApplication::askForIcon)},
         {"back", "Back", "Moving Around", {"<Alt>Left"}, [this] { go(-1); }},
         {"forward", "Forward", "Moving Around", {"<Alt>Right"}, [this] { go(1); }},
         {"outline", "Outline", "Moving Around", {"<Control><Shift>o"}, [this] { window_->showOutline(); }},
@@ -65,20 +68,23 @@ void DesktopApplication::addActions() {
          "Command Palette…",
          "General",
          {"<Control><Shift>p"},
-         [this] { commandPalette(); }},
+         [this] { commandPalette(); },
+         1},
         {"open-vault",
          "Open Another Vault…",
          "General",
          {"<Control>o"},
-         [this] { workspace_.chooseVault(Workspace::StartIn::documents); }},
-        {"trash", "Trash…", "General", {}, [this] { showTrash(); }},
-        {"preferences", "Preferences", "General", {"<Control>comma"}, [this] { showPreferences(); }},
+         [this] { workspace_.chooseVault(Workspace::StartIn::documents); },
+         2},
+        {"trash", "Trash…", "General", {}, [this] { showTrash(); }, 2},
+        {"preferences", "Preferences", "General", {"<Control>comma"}, [this] { showPreferences(); }, 3},
         {"shortcuts",
          "Keyboard Shortcuts",
          "General",
          {"<Control>question", "F1"},
-         [this] { showShortcuts(); }},
-        {"about", "About Vesk", "General", {}, [this] { showAbout(); }},
+         [this] { showShortcuts(); },
+         3},
+        {"about", "About Vesk", "General", {}, [this] { showAbout(); }, 3},
         {"quit", "Quit", "General", {"<Control>q"}, [this] { askToQuit(); }},
     };
     for (const auto& action : actions_) {
@@ -87,6 +93,17 @@ void DesktopApplication::addActions() {
         });
         if (!action.keys.empty()) set_accels_for_action(Glib::ustring("app.") + action.name, action.keys);
     }
+}
+
+Glib::RefPtr<Gio::Menu> DesktopApplication::mainMenu() const {
+    auto menu = Gio::Menu::create();
+    for (int number = 1; number <= menuSections; ++number) {
+        auto section = Gio::Menu::create();
+        for (const auto& action : actions_)
+            if (action.menu == number) section->append(action.title, Glib::ustring("app.") + action.name);
+        menu->append_section(section);
+    }
+    return menu;
 }
 
 void DesktopApplication::quickSwitcher() {

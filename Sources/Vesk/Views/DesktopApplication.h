@@ -36,6 +36,7 @@ private:
         const char *name, *title, *group;
         std::vector<Glib::ustring> keys;
         std::function<void()> does;
+        int menu = 0;  ///< section of the main menu; 0 for none
     };
 
     // Desktop.cpp: life
@@ -49,6 +50,8 @@ private:
     void askToQuit();
     void connectEditor();
     void applyLook();
+    void showStatus();
+    void rememberFolders();
 
     // DesktopNotes.cpp: the vault's contents
     VaultSession* session() const { return workspace_.session.get().get(); }
@@ -66,6 +69,7 @@ private:
     void go(int steps);
     void askWhereTo(const std::string& path);
     void askForName(const std::string& path);
+    void askForIcon(const std::string& path);
     void trash(const std::string& path);
     void restore(const std::string& trashPath);
     void newNote(const std::optional<std::string>& folder);
@@ -86,6 +90,7 @@ private:
 
     // DesktopActions.cpp: keys and menus
     void addActions();
+    Glib::RefPtr<Gio::Menu> mainMenu() const;
     void quickSwitcher();
     void commandPalette();
     void showShortcuts();
@@ -110,6 +115,7 @@ private:
     std::uint64_t searching_ = 0;
     sigc::connection listTimer_, searchTimer_;
     bool wantsTitle_ = false;  ///< the note that opens next is named first
+    std::string foldersOf_;    ///< root of the vault whose open folders the list shows
     Glib::RefPtr<Gio::SimpleActionGroup> rowActions_;
     std::unique_ptr<Gtk::PopoverMenu> rowMenu_;
     bool isAsking_ = false;

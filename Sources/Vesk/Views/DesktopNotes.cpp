@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "Vesk/Views/DesktopApplication.h"
+#include "Vesk/Views/IconPicker.h"
 #include "VeskCore/Editor/BlockModel.h"
 #include "VeskCore/Editor/EditorLines.h"
 #include "VeskCore/Editor/Folding.h"
@@ -163,6 +164,16 @@ void DesktopApplication::askForName(const std::string& path) {
     window_->note().focus(true);
 }
 
+void DesktopApplication::askForIcon(const std::string& path) {
+    const auto& icons = workspace_.noteIcons.get();
+    const auto current = icons.find(path);
+    showIconPicker(window_->window(), current == icons.end() ? std::nullopt : std::optional(current->second),
+                   [this, path](const std::optional<std::string>& symbol) {
+                       workspace_.setNoteIcon(path, symbol);
+                       workspace_.refreshNoteIcons();
+                   });
+}
+
 void DesktopApplication::trash(const std::string& path) {
     const auto trashedBefore = workspace_.trashedNotes.get();
     workspace_.trashNote(path);
@@ -229,6 +240,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
         rowActions_->add_action(name, [does = std::move(does)] { does(); });
     };
     auto first = Gio::Menu::create(), second = Gio::Menu::create();
+    bool hasColors = false;
     const auto path = row.path;
     const auto reveal = [this, path] { revealFiles({workspace_.vault.get()->absolutePath(path)}); };
     switch (row.kind) {
@@ -236,6 +248,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
         case SidebarRow::Kind::reminder:
             item(first, "Rename", "rename", [this, path] { askForName(path); });
             item(first, "Move to Folder…", "move", [this, path] { askWhereTo(path); });
+            item(first, "Choose Icon…", "icon", [this, path] { askForIcon(path); });
             item(first, "Show in Files", "reveal", reveal);
             item(second, "Move to Trash", "trash", [this, path] { trash(path); });
             break;
@@ -251,18 +264,9 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
                     "Rename Folder", decodedText(std::string(lastComponent(path))),
                     [this, path](const std::string& name) { workspace_.renameFolder(path, name); });
             });
-            {
-                auto colors = Gio::Menu::create();
-                item(colors, "None", "color-none",
-                     [this, path] { workspace_.setFolderColor(path, std::nullopt); });
-                for (const auto color : allFolderColors())
-                    item(colors, displayName(color).c_str(),
-                         ("color-" + std::string(rawValue(color))).c_str(),
-                         [this, path, color] { workspace_.setFolderColor(path, color); });
-                first->append_submenu("Colour", colors);
-            }
-            item(second, "Move to Trash", "trash", [this, path] { workspace_.trashFolder(path); });
             item(first, "Show in Files", "reveal", reveal);
+            hasColors = true;
+            item(second, "Move to Trash", "trash", [this, path] { workspace_.trashFolder(path); });
             break;
         case SidebarRow::Kind::document:
         case SidebarRow::Kind::file:
@@ -287,11 +291,25 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             break;
     }
     menu->append_section(first);
+    if (hasColors) {
+        auto colors = Gio::Menu::create();
+        auto swatches = Gio::MenuItem::create("", "");
+        swatches->set_attribute_value("custom", Glib::Variant<Glib::ustring>::create("colors"));
+        colors->append_item(swatches);
+        menu->append_section(_("Colour"), colors);
+    }
     if (second->get_n_items() > 0) menu->append_section(second);
     auto& sidebar = window_->sidebar();
     sidebar.insert_action_group("row", rowActions_);
     if (rowMenu_) rowMenu_->unparent();
     rowMenu_ = std::make_unique<Gtk::PopoverMenu>(menu);
+    if (hasColors)
+        rowMenu_->add_child(colorSwatches(workspace_.folderColor(path),
+                                          [this, path](std::optional<FolderColor> color) {
+                                              rowMenu_->popdown();
+                                              workspace_.setFolderColor(path, color);
+                                          }),
+                            "colors");
     rowMenu_->set_parent(sidebar);
     rowMenu_->set_has_arrow(false);
     rowMenu_->set_halign(Gtk::Align::START);

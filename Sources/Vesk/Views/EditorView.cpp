@@ -5,7 +5,9 @@
 #include <algorithm>
 
 #include "Vesk/Views/EditorCommands.h"
+#include "VeskCore/Editor/BlockModel.h"
 #include "VeskCore/Editor/EditorLines.h"
+#include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
 
@@ -19,6 +21,29 @@ constexpr unsigned pictureDelay = 250;                          // milliseconds 
 
 GtkTextViewClass* parentClass() {
     return GTK_TEXT_VIEW_CLASS(g_type_class_peek(GTK_TYPE_TEXT_VIEW));
+}
+
+/// Where reading begins: behind the frontmatter and behind a first heading that repeats the title.
+std::size_t bodyStart(std::u16string_view text, const std::string& title) {
+    const auto afterBlanks = [&](std::size_t at) {
+        while (at < text.size()) {
+            const auto line = EditorLines::lineFrom(text, at);
+            if (EditorLines::firstShown(EditorLines::piece(text, line.content)) != 0) return at;
+            if (line.full.end() == at) break;
+            at = line.full.end();
+        }
+        return text.size();
+    };
+    std::size_t start = 0;
+    if (const auto frontmatter = MarkdownSpans::frontmatterRange(text))
+        start = afterBlanks(frontmatter->end());
+    const auto first = afterBlanks(start);
+    if (first >= text.size() || text[first] != u'#') return start;
+    const auto line = EditorLines::lineFrom(text, first);
+    const auto block = BlockModel::classify(EditorLines::piece(text, line.full));
+    const auto* heading = std::get_if<MarkdownBlock::Kind::Heading>(&block.kind.value);
+    if (!heading || heading->level != 1 || !equalsIgnoringCase(utf8(block.content), title)) return start;
+    return afterBlanks(line.full.end());
 }
 
 }  // namespace
@@ -107,8 +132,8 @@ void EditorView::show(std::u16string_view text, bool isPlain, const std::string&
     decorations_.clear();
     highlighter_.reset();
     content_.load(text, isPlain);
-    content_.select({});
-    selection_ = {};
+    content_.select({isPlain ? 0 : bodyStart(text, title), 0});
+    selection_ = content_.selection();
     if (!isPlain) {
         highlighter_ = std::make_unique<MarkdownHighlighter>();
         highlighter_->isFocused = [this] { return has_focus(); };

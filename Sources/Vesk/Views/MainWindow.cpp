@@ -8,7 +8,10 @@ namespace vesk::views {
 namespace {
 
 constexpr int leastSidebar = 220, greatestSidebar = 480, leastContent = 340;
+constexpr std::size_t longToast = 80;  // bytes that take longer to read than a toast usually stays
+constexpr guint longToastSeconds = 10;
 constexpr const char* sidebarKey = "vesk.window.sidebar";
+constexpr const char* sidebarShownKey = "vesk.window.sidebar.shown";
 constexpr const char* inspectorKey = "vesk.window.inspector";
 constexpr const char* inspectorShownKey = "vesk.window.inspector.shown";
 
@@ -60,6 +63,7 @@ void MainWindow::remember() {
         defaults_.set("vesk.window.height", height);
     }
     defaults_.set(sidebarKey, sidebarWidth_);
+    defaults_.set(sidebarShownKey, sidebarPane_.get_visible());
     defaults_.set(inspectorKey, inspectorWidth_);
     defaults_.set(inspectorShownKey, isInspectorShown());
 }
@@ -71,7 +75,13 @@ void MainWindow::build() {
     buildHandle(sidebarHandle_, sidebarPane_, sidebarWidth_, 1);
     adw_leaflet_page_set_navigatable(adw_leaflet_append(leaflet_, raw(sidebarHandle_)), FALSE);
     adw_leaflet_append(leaflet_, raw(buildContent()));
-    onSignal(leaflet_, "notify::folded", [this] { toList_.set_visible(adw_leaflet_get_folded(leaflet_)); });
+    showSidebar(defaults_.boolean(sidebarShownKey).value_or(true));
+    onSignal(leaflet_, "notify::folded", [this] {
+        const bool isFolded = adw_leaflet_get_folded(leaflet_);
+        toList_.set_visible(isFolded);
+        // A list that was hidden while there was room is the way to the notes now.
+        if (isFolded) showSidebar(true);
+    });
 
     auto* welcomeBar = adw_header_bar_new();
     gtk_widget_add_css_class(welcomeBar, "flat");
@@ -106,7 +116,11 @@ Gtk::Widget& MainWindow::buildSidebar() {
     add->set_action_name("app.new-note");
     setAccessibleName(*add, "New Note");
     adw_header_bar_pack_start(bar, raw(*add));
-    adw_header_bar_pack_end(bar, raw(buildMenuButton()));
+    menuButton_.set_icon_name("open-menu-symbolic");
+    menuButton_.set_primary(true);
+    menuButton_.set_tooltip_text("Main Menu");
+    setAccessibleName(menuButton_, "Main Menu");
+    adw_header_bar_pack_end(bar, raw(menuButton_));
     title_ = ADW_WINDOW_TITLE(adw_window_title_new("Vesk", ""));
     adw_header_bar_set_title_widget(bar, GTK_WIDGET(title_));
 
@@ -157,29 +171,6 @@ void MainWindow::buildHandle(Gtk::Separator& handle, Gtk::Widget& pane, int& wid
         pane.set_size_request(width, -1);
     });
     handle.add_controller(drag);
-}
-
-Gtk::Widget& MainWindow::buildMenuButton() {
-    const auto section = [](std::initializer_list<std::pair<const char*, const char*>> items) {
-        auto menu = Gio::Menu::create();
-        for (const auto& [label, action] : items) menu->append(label, action);
-        return menu;
-    };
-    auto menu = Gio::Menu::create();
-    menu->append_section(section({{"New Note", "app.new-note"},
-                                  {"Go to Note…", "app.quick-switcher"},
-                                  {"Command Palette…", "app.command-palette"}}));
-    menu->append_section(section({{"Open Another Vault…", "app.open-vault"}, {"Trash…", "app.trash"}}));
-    menu->append_section(section({{"Preferences", "app.preferences"},
-                                  {"Keyboard Shortcuts", "app.shortcuts"},
-                                  {"About Vesk", "app.about"}}));
-    auto* button = Gtk::make_managed<Gtk::MenuButton>();
-    button->set_icon_name("open-menu-symbolic");
-    button->set_menu_model(menu);
-    button->set_primary(true);
-    button->set_tooltip_text("Main Menu");
-    setAccessibleName(*button, "Main Menu");
-    return *button;
 }
 
 Gtk::Widget& MainWindow::buildContent() {
@@ -278,7 +269,10 @@ void MainWindow::toggleInspector() {
 void MainWindow::toggleSidebar() {
     if (adw_leaflet_get_folded(leaflet_))
         return showNotePage(adw_leaflet_get_visible_child(leaflet_) != raw(contentPane_));
-    const bool shows = !sidebarPane_.get_visible();
+    showSidebar(!sidebarPane_.get_visible());
+}
+
+void MainWindow::showSidebar(bool shows) {
     sidebarPane_.set_visible(shows);
     sidebarHandle_.set_visible(shows);
 }
@@ -372,9 +366,11 @@ void MainWindow::setStatus(const std::string& status) {
 
 void MainWindow::setWarnings(const std::vector<VaultWarning>& warnings) {
     warnings_ = warnings;
-    std::erase_if(warnings_, [this](const VaultWarning& warning) {
-        return warning.severity == VaultWarning::Severity::info || dismissed_.contains(warning.code);
-    });
+    std::erase_if(warnings_,
+                  [this](const VaultWarning& warning) { return dismissed_.contains(warning.code); });
+    std::stable_sort(
+        warnings_.begin(), warnings_.end(),
+        [](const VaultWarning& one, const VaultWarning& other) { return one.severity > other.severity; });
     showWarning();
 }
 
@@ -384,7 +380,8 @@ void MainWindow::showWarning() {
     warning_.present({.heading = first.title,
                       .text = first.detail,
                       .actions = {"Dismiss"},
-                      .icon = "dialog-warning-symbolic"});
+                      .icon = first.severity == VaultWarning::Severity::info ? "dialog-information-symbolic"
+                                                                             : "dialog-warning-symbolic"});
 }
 
 void MainWindow::showWelcome(const std::string& title, const std::string& words,
@@ -427,9 +424,15 @@ void MainWindow::showNotePage(bool note) {
 }
 
 void MainWindow::toast(const std::string& words, const char* button, std::function<void()> does) {
-    char* escaped = g_markup_escape_text(words.c_str(), -1);
-    auto* toast = adw_toast_new(escaped);
-    g_free(escaped);
+    auto* toast = adw_toast_new("");
+    // A toast's own title is cut at one line, and with it the reason why something wasn't done.
+    auto* label = gtk_label_new(words.c_str());
+    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
+    gtk_label_set_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
+    gtk_label_set_xalign(GTK_LABEL(label), 0);
+    gtk_label_set_max_width_chars(GTK_LABEL(label), 60);
+    adw_toast_set_custom_title(toast, label);
+    if (words.size() > longToast) adw_toast_set_timeout(toast, longToastSeconds);
     if (button) {
         adw_toast_set_button_label(toast, button);
         onSignal(toast, "button-clicked", std::move(does));

@@ -33,6 +33,7 @@ public:
     void present();
     void setTitle(const std::string& title, const std::string& subtitle);
     void setStatus(const std::string& status);
+    void setMenu(const Glib::RefPtr<Gio::MenuModel>& menu) { menuButton_.set_menu_model(menu); }
     /// What the person should know of the folder, above the note.
     void setWarnings(const std::vector<VaultWarning>& warnings);
     /// Over the whole window: no vault is open. Empty title: the vault's own view.
@@ -76,10 +77,10 @@ private:
     Gtk::Widget& buildSidebar();
     Gtk::Widget& buildContent();
     void buildHandle(Gtk::Separator& handle, Gtk::Widget& pane, int& width, int direction);
-    Gtk::Widget& buildMenuButton();
     void fillOutline();
     void showWarning();
     void remember();
+    void showSidebar(bool shows);
 
     UserDefaults& defaults_;
     AdwApplicationWindow* window_;
@@ -98,6 +99,7 @@ private:
     Gtk::Stack lists_;
     Gtk::Label status_;
     Gtk::Button toList_, back_, forward_;
+    Gtk::MenuButton menuButton_;
     Gtk::MenuButton outlineButton_;
     Gtk::Popover outlinePopover_;
     Gtk::ListBox outlineList_;

@@ -17,6 +17,9 @@ private:
     explicit RowObject(SidebarRow given) : row(std::move(given)) {}
 };
 
+/// Stands for the trash where a folder's path is meant; no folder has this name.
+constexpr const char* trashTarget = "/";
+
 /// The path of the note that is being dragged; one pointer drags one.
 std::string dragged;
 
@@ -84,6 +87,7 @@ public:
         detail_.add_css_class("numeric");
         box_.set_spacing(8);
         box_.append(icon_);
+        box_.append(glyph_);
         box_.append(title_);
         box_.append(detail_);
         set_child(box_);
@@ -94,6 +98,8 @@ public:
         const bool isHeader = row.kind == SidebarRow::Kind::header;
         icon_.set_visible(!row.icon.empty());
         if (!row.icon.empty()) icon_.set_from_icon_name(row.icon);
+        glyph_.set_visible(!row.glyph.empty());
+        glyph_.set_text(row.glyph);
         for (const auto& old : colors_) icon_.remove_css_class(old);
         colors_.clear();
         if (!row.color.empty()) {
@@ -126,7 +132,7 @@ public:
 private:
     Gtk::Box box_;
     Gtk::Image icon_;
-    Gtk::Label title_, detail_;
+    Gtk::Label glyph_, title_, detail_;
     std::vector<Glib::ustring> colors_;
 };
 
@@ -145,7 +151,25 @@ Sidebar::Sidebar() {
     list_.add_css_class("navigation-sidebar");
     list_.set_single_click_activate(false);
     setAccessibleName(list_, "Notes and folders");
+    auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType held) {
+            const bool isShift = (held & Gdk::ModifierType::SHIFT_MASK) == Gdk::ModifierType::SHIFT_MASK;
+            return (key == GDK_KEY_Menu || (key == GDK_KEY_F10 && isShift)) && menuAtKeyboard();
+        },
+        false);
+    list_.add_controller(keys);
     set_child(list_);
+}
+
+bool Sidebar::menuAtKeyboard() {
+    const auto row = selected();
+    if (!row || !onMenu) return false;
+    double x = 0, y = 0;
+    if (auto* focus = gtk_window_get_focus(GTK_WINDOW(gtk_widget_get_root(raw(list_)))))
+        gtk_widget_translate_coordinates(focus, raw(*this), 24, gtk_widget_get_height(focus), &x, &y);
+    onMenu(*row, x, y);
+    return true;
 }
 
 Glib::RefPtr<Gio::ListModel> Sidebar::level(const Glib::RefPtr<Glib::ObjectBase>& item) {
@@ -181,10 +205,12 @@ void Sidebar::refresh() {
             const auto found = levels_.find(id);
             if (found != levels_.end()) found->second->change(rowsBelow(id));
         }
-        const auto wanted = expanded_;
-        for (const auto& id : wanted) expand(id);
         isHighlighting_ = false;
     }
+    isHighlighting_ = true;
+    const auto wanted = expanded_;
+    for (const auto& id : wanted) expand(id);
+    isHighlighting_ = false;
     highlight(highlighted_);
 }
 
@@ -224,6 +250,7 @@ void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
         if (!row || dragged.empty()) return {};
         if (row->kind == SidebarRow::Kind::folder) return row->path;
         if (row->kind == SidebarRow::Kind::header && row->id == "notes") return std::string();
+        if (row->kind == SidebarRow::Kind::trash) return std::string(trashTarget);
         return {};
     };
     drop->signal_enter().connect(
@@ -237,7 +264,11 @@ void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
             const auto folder = folderOf();
             const auto path = dragged;
             if (!folder || path.empty()) return false;
-            if (onMoved) onMoved(path, *folder);
+            if (*folder == trashTarget) {
+                if (onTrashed) onTrashed(path);
+            } else if (onMoved) {
+                onMoved(path, *folder);
+            }
             return true;
         },
         false);
@@ -321,6 +352,11 @@ void Sidebar::expand(const std::string& id) {
         row->set_expanded(true);
         expanded_.insert(id);
     }
+}
+
+void Sidebar::begin(std::set<std::string> expanded) {
+    expanded_ = std::move(expanded);
+    highlighted_.clear();
 }
 
 bool Sidebar::shows(const std::string& path) const {

@@ -22,6 +22,7 @@ struct SidebarRow {
     std::string title;
     std::string detail;  ///< beside the title, faint: a count, a due time
     std::string icon;    ///< symbolic icon; none for a plain row
+    std::string glyph;   ///< in the place of an icon
     std::string color;   ///< name of a folder's colour; none for the usual one
     bool hasChildren = false;
     bool operator==(const SidebarRow&) const = default;
@@ -45,6 +46,8 @@ public:
     std::function<void()> onExpansionChanged;
     /// A note was dragged onto a folder, or onto the top for an empty one.
     std::function<void(const std::string& path, const std::string& folder)> onMoved;
+    /// A note was dragged onto the trash.
+    std::function<void(const std::string& path)> onTrashed;
 
     /// The rows may have changed: levels on screen are asked for anew, and what is the same stays.
     void refresh();
@@ -53,6 +56,8 @@ public:
     /// The ids of the rows that are open.
     const std::set<std::string>& expanded() const { return expanded_; }
     void expand(const std::string& id);
+    /// Another vault: these are open from the next refresh on, and nothing is highlighted.
+    void begin(std::set<std::string> expanded);
     /// Whether a row of the path is in an open level.
     bool shows(const std::string& path) const;
     std::optional<SidebarRow> selected() const;
@@ -61,6 +66,7 @@ public:
 private:
     friend class SidebarLevel;
     Glib::RefPtr<Gio::ListModel> level(const Glib::RefPtr<Glib::ObjectBase>& item);
+    bool menuAtKeyboard();
     void setUp(const Glib::RefPtr<Gtk::ListItem>& item);
     void bind(const Glib::RefPtr<Gtk::ListItem>& item);
     void selectionChanged();

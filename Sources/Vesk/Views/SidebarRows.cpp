@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Vesk/Views/CharmGlyphs.h"
 #include "VeskCore/Support/Text.h"
 
 namespace vesk::views {
@@ -19,7 +20,10 @@ SidebarRow noteRow(const Workspace& workspace, const Note& note, std::string_vie
                    .id = std::string(section) + note.relativePath,
                    .path = note.relativePath,
                    .title = decodedText(note.title)};
-    if (icons.contains(note.relativePath)) row.icon = "starred-symbolic";
+    if (const auto icon = icons.find(note.relativePath); icon != icons.end()) {
+        row.glyph = glyph(icon->second);
+        if (row.glyph.empty()) row.icon = "starred-symbolic";
+    }
     return row;
 }
 

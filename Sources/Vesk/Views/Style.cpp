@@ -20,6 +20,9 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .folder-green { color: #2ec27e; } .folder-teal { color: #1ba5a5; } .folder-blue { color: #3584e4; }
 .folder-indigo { color: #5c5cd6; } .folder-purple { color: #9141ac; } .folder-pink { color: #d56199; }
 .folder-brown { color: #986a44; } .folder-gray { color: #77767b; }
+.swatch { min-width: 18px; min-height: 18px; border-radius: 9px; box-shadow: inset 0 0 0 1px @borders; }
+.swatch.colored { background-color: currentColor; box-shadow: none; }
+.charm { font-size: 18pt; min-width: 34px; min-height: 34px; }
 .search-snippet { font-size: 9.5pt; }
 .search-results > row { padding: 8px 10px; }
 .find-bar { margin: 6px 12px; }

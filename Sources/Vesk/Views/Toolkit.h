@@ -2,6 +2,7 @@
 #pragma once
 
 #include <adwaita.h>
+#include <glib/gi18n.h>
 #include <gtkmm.h>
 
 #include <functional>

@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "DesktopWorld.h"
+
+namespace vesk::test {
+namespace {
+
+constexpr const char* text = "Note text";
+
+/// Notes and folders as a person arranges them in the list.
+class StructureTest : public ::testing::Test, public DesktopWorld {
+protected:
+    void TearDown() override {
+        if (HasFailure()) std::cerr << output();
+    }
+};
+
+TEST_F(StructureTest, MovesANoteThatIsDraggedToAFolderAndToTheTrash) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Trips/Oslo.md", "Two\n");
+    vault.write(".trash/Old.md", "Three\n");
+    start("Trips/Oslo.md");
+    ASSERT_TRUE(drag("Plan", "Trips"));
+    EXPECT_TRUE(until([&] { return vault.exists("Trips/Plan.md") && !vault.exists("Plan.md"); }));
+    ASSERT_TRUE(drag("Plan", "Trash"));
+    EXPECT_TRUE(until([&] { return vault.exists(".trash/Plan.md") && !vault.exists("Trips/Plan.md"); }));
+}
+
+TEST_F(StructureTest, GivesANoteAnIconByKeysAlone) {
+    vault.write("Plan.md", "One\n");
+    start("Plan.md");
+    key("ctrl+shift+p");
+    ASSERT_TRUE(until([&] { return shows("Command Palette"); }));
+    type("choose note icon");
+    ASSERT_TRUE(until([&] { return !shows("About Vesk"); }));
+    key("Return");
+    ASSERT_TRUE(until([&] { return shows("Search icons"); }));
+    type("coffee");
+    ASSERT_TRUE(until([&] { return !shows("Car"); }));
+    key("Return");
+    EXPECT_TRUE(fileBecomes("Plan.md", "---\nicon: cup.and.saucer\n---\nOne\n")) << vault.read("Plan.md");
+    EXPECT_TRUE(until([&] { return shows("☕"); }));
+}
+
+TEST_F(StructureTest, ColoursAFolderAndRemembersWhatIsOpen) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Trips/Oslo.md", "Two\n");
+    start("Plan.md");
+    ASSERT_TRUE(click("Trips"));
+    key("shift+F10");
+    ASSERT_TRUE(press("Teal"));
+    EXPECT_TRUE(until([&] {
+        return vault.exists(".vesk/style.json") &&
+               vault.read(".vesk/style.json").find("\"Trips\":\"teal\"") != std::string::npos;
+    })) << (vault.exists(".vesk/style.json") ? vault.read(".vesk/style.json") : "no file");
+    ASSERT_TRUE(click("Trips"));
+    key("shift+Right");
+    ASSERT_TRUE(until([&] { return shows("Oslo"); }));
+    key("ctrl+q");
+    ASSERT_EQ(waitForEnd(), 0);
+    start();
+    EXPECT_TRUE(until([&] { return shows("Oslo"); }));
+}
+
+TEST_F(StructureTest, TellsWhyANameIsRefused) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Oslo.md", "Two\n");
+    start("Plan.md");
+    key("F2");
+    key("ctrl+a");
+    type("Oslo");
+    key("Return");
+    EXPECT_TRUE(until(
+        [&] { return shows("Couldn't rename this note — one called “Oslo” is already in this folder."); }));
+    EXPECT_EQ(vault.read("Plan.md"), "One\n");
+    EXPECT_EQ(textOf(text), "One\n");
+}
+
+}  // namespace
+}  // namespace vesk::test
