@@ -55,6 +55,14 @@ public:
     std::string relativePath;
 };
 
+/// What a worker needs to search a vault; keeps it open while it works, also once the session is gone.
+struct SearchAccess {
+    Vault vault;
+    std::shared_ptr<NoteIndex> index;
+    std::shared_ptr<const SearchEngine> search;
+    std::shared_ptr<LocalEmbedding> embedder;
+};
+
 /// Main thread only. Tasks of its own hold it weakly: made as a shared_ptr by the workspace, stopped once,
 /// then dropped.
 class VaultSession : public std::enable_shared_from_this<VaultSession> {
@@ -72,6 +80,7 @@ public:
     NoteIndex& index() { return *index_; }
     const SearchEngine& search() const { return *search_; }
     LocalEmbedding& embedder() { return *embedder_; }
+    SearchAccess searchAccess() const { return {vault_, index_, search_, embedder_}; }
     HeldTextStore& heldText() { return heldText_; }
     ForeignEdit::Departures& departures() { return departures_; }
 

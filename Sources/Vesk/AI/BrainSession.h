@@ -189,11 +189,7 @@ private:
     /// The same for an action.
     struct Rewrite {
         QuickAction action;
-        Note note;
-        std::string original;
-        bool isSelectionOnly = false;
-        std::optional<std::string> noteTextAtAsk;
-        std::optional<std::size_t> selectionLocation;
+        AskContext of;
         std::optional<std::string> subjectDescription;
     };
     /// What a plan may do.
@@ -206,20 +202,29 @@ private:
     struct Streaming;
     struct Mailbox;
 
-    void probed(std::uint64_t number, std::vector<ProviderOption> rows);
+    // BrainSession.cpp
+    void probed(std::uint64_t number, std::vector<ProviderOption> rows, bool isLast);
     void resolveActiveProvider();
-    std::vector<BrainMessage> conversationHistory(std::size_t limit) const;
-    void gather(const std::string& question, const AskSubject& subject, AIScope about);
-    void gathered(std::uint64_t number, Gathered gathered);
-    void stream(Streaming streaming);
-    void receive(std::uint64_t number, const std::shared_ptr<Mailbox>& mailbox);
-    void finishStreaming(std::optional<std::string> failure, const std::optional<std::string>& stopReason);
-    std::optional<std::string> findProposal(ChatTurn& turn, const std::optional<std::string>& stopReason);
-    int extractPlan(std::string_view text, const std::optional<std::string>& limitToNote);
+    std::vector<BrainMessage> conversationHistory() const;
+    void gather(const std::string& question, const AskSubject& subject, AIScope about,
+                std::vector<BrainMessage> history, bool ignoringRetrieval);
+    void gathered(Gathered gathered);
+    void begin(std::string words, AIScope about);
     void append(ChatTurn turn);
     void appendFailure(std::string_view message);
     void appendNothingFound(AIScope about);
-    std::string systemPrompt(AIScope about, bool lean) const;
+
+    // BrainStreaming.cpp
+    void stream(Streaming streaming);
+    void receive(std::uint64_t number, const std::shared_ptr<Mailbox>& mailbox);
+    void ended(std::uint64_t number, const std::shared_ptr<Mailbox>& mailbox);
+    void finishStreaming(std::optional<std::string> failure, const std::optional<std::string>& stopReason);
+    void findProposal(ChatTurn& turn, const std::optional<std::string>& stopReason);
+    /// Whether the text holds a replacement block, even an unchanged one.
+    bool findRewrite(ChatTurn& turn, bool wasCut);
+    void findPlan(ChatTurn& turn, const std::optional<std::string>& limitToNote, std::string_view unreadable);
+    /// How many operations there are to review.
+    int extractPlan(std::string_view text, const std::optional<std::string>& limitToNote);
 
     BrainServices services_;
     std::weak_ptr<VaultSession> vaultSession_;
