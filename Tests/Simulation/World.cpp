@@ -689,6 +689,8 @@ private:
             touched_.insert(*from);
             touched_.insert(to);
         });
+        // A move that fails late counts as one that failed if another program has already been at its end.
+        if (intruded_) touched_.insert(*from);
         handedOver();
     }
 
