@@ -41,7 +41,11 @@ void Workspace::rebuildTree() {
 /// A selected note that another device moved stays selected where it is now.
 void Workspace::followDepartedSelection() {
     const auto selected = selection.get();
-    if (!selected || !session.get() || Vault::isDocument(*selected) || note(*selected)) return;
+    if (!selected || !session.get() || Vault::isDocument(*selected)) return;
+    // Unsaved text may have made way for another note that got its name.
+    const auto shown = surface.get()->loadedPath();
+    if (shown && shown != selected) return selection.set(shown);
+    if (note(*selected)) return;
     const auto destination = session.get()->departures().destination(*selected);
     if (!destination || !note(*destination)) return;
     surface.get()->follow(*selected, *destination);

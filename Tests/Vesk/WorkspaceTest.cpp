@@ -189,6 +189,25 @@ TEST_F(WorkspaceTest, ShowsWhatOtherDevicesDo) {
     EXPECT_EQ(pane().loadedPath(), "Sub/moved.md");
 }
 
+TEST_F(WorkspaceTest, SelectsTheCopyThatUnsavedTextBecameForANoteWithItsName) {
+    vault().write("a.md", "one");
+    vault().write("b.md", "two");
+    openVault();
+    workspace->select("b.md");
+    ASSERT_TRUE(pane().edit("typed"));
+    fillDisk();
+    pane().flush();
+    std::filesystem::remove(vault() / "b.md");
+    ASSERT_EQ(workspace->renameNote("a.md", "b"), "b.md");
+    EXPECT_EQ(pane().loadedPath(), "b (recovered).md");
+    EXPECT_EQ(workspace->selection.get(), "b (recovered).md");
+    fillDisk(false);
+    ASSERT_TRUE(pane().edit("typed on"));
+    pass(2);
+    EXPECT_EQ(vault().read("b (recovered).md"), "typed on");
+    EXPECT_EQ(vault().read("b.md"), "one");
+}
+
 TEST_F(WorkspaceTest, RestampsWrittenNotesOnceAfterABurst) {
     vault().write("a.md", "one");
     vault().write("b.md", "two");
