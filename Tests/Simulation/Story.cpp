@@ -57,6 +57,7 @@ constexpr std::array kinds = {
     Kind{Do::evict, "evict", 2, 12, 1},
     Kind{Do::goOnline, "goOnline", 2, 1, 1},
     Kind{Do::goOffline, "goOffline", 1, 1, 1},
+    Kind{Do::typeSoon, "typeSoon", 6, 16, 7},
 };
 
 const Kind& kindOf(Do what) {

@@ -54,6 +54,7 @@ enum class Do {
     evict,
     goOnline,  ///< the service works beside everything else
     goOffline,
+    typeSoon,  ///< a: after how many jobs from now, b: style of the change
 };
 
 struct Action {

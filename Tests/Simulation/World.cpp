@@ -309,7 +309,7 @@ private:
     }
     /// After acts that take the text out of the editor's hands.
     void handedOver() {
-        if (isRunning()) typedIsOwed();
+        if (isRunning() && !typedMeanwhile_) typedIsOwed();
     }
 
     /// The process is no more: what it had in memory goes, and the disk stays as it is.
@@ -478,7 +478,7 @@ private:
 
     void perform(const Action& action) {
         const auto& [what, a, b] = action;
-        intruded_ = false;
+        intruded_ = typedMeanwhile_ = false;
         switch (what) {
             case Do::type:
                 return type(a);
@@ -539,6 +539,8 @@ private:
                 intrudeIn_ = 1 + a;
                 intrusionKind_ = b;
                 return;
+            case Do::typeSoon:
+                return time_.interruptAfter(1 + a, [this, style = b] { typeMeanwhile(style); });
             case Do::overflow:
                 acting([&] { events_.overflow(); });
                 return;
@@ -654,6 +656,19 @@ private:
         typedAt_ = time_.monotonic();
     }
 
+    /// A keystroke between two jobs of the process, without waiting for the others.
+    void typeMeanwhile(int style) {
+        if (isDead_ || !surface_ || !isLoaded()) return;
+        const std::string seen = surface_->text();
+        const auto text = texts_.changed(seen, style);
+        if (tells_) std::printf("    typed meanwhile: %s\n", essence(text).c_str());
+        if (!surface_->edit(text)) return broken("a keystroke was not taken");
+        oracle_.made(text, seen);
+        pending_ = text;
+        typedAt_ = time_.monotonic();
+        typedMeanwhile_ = true;
+    }
+
     void create(int pick) {
         if (!ready()) return;
         const auto& path = place(pick);
@@ -735,6 +750,7 @@ private:
         if (!isRunning()) return;
         constexpr LeavingChoice choices[] = {LeavingChoice::stay, LeavingChoice::saveElsewhere,
                                              LeavingChoice::leave};
+        time_.interruptAfter(0, nullptr);
         prompt_.choice = choices[answer % 3];
         bool leaves = false;
         acting([&] {
@@ -830,6 +846,7 @@ private:
 
     void comeToRest() {
         crashIn_ = failIn_ = intrudeIn_ = vaultFullness_ = supportFullness_ = 0;
+        time_.interruptAfter(0, nullptr);
         isOnline_ = false;
         // The sweep of what crashes left waits an hour, and held text for notes that were not here waits for
         // the next start.
@@ -942,9 +959,10 @@ private:
     std::set<std::string> inMemoryOnly_;  ///< and said so
     std::set<std::string> touched_;       ///< what others did something to since the editor last knew it
     bool isDead_ = false, isIntruding_ = false, intruded_ = false, isOnline_ = false;
-    bool heldRefused_ = false;  ///< in this run
-    bool isTrouble_ = false;    ///< the person has been told of text that isn't saved
-    bool wasRefused_ = false;   ///< any call
+    bool typedMeanwhile_ = false;  ///< in the present step, perhaps after what it takes out of hand
+    bool heldRefused_ = false;     ///< in this run
+    bool isTrouble_ = false;       ///< the person has been told of text that isn't saved
+    bool wasRefused_ = false;      ///< any call
     int crashIn_ = 0, crashKind_ = 0, failIn_ = 0, failKind_ = 0, intrudeIn_ = 0, intrusionKind_ = 0;
     int vaultFullness_ = 0, supportFullness_ = 0;
     std::optional<std::string> fault_;

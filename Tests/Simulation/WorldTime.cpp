@@ -63,6 +63,8 @@ struct Lanes {
     std::map<Key, Timer> timers;
     std::shared_ptr<Lane> running;
     bool isDropping = false;
+    int interruptIn = 0;
+    Job interruption;
 
     void post(Lane& lane, Job job) {
         if (!isDropping) lane.jobs.push_back(std::move(job));
@@ -103,13 +105,17 @@ struct Lanes {
     }
     void runUntil(std::mt19937_64& random, Duration limit) {
         while (true) {
-            if (step(random)) continue;
+            if (step(random)) {
+                if (interruptIn > 0 && --interruptIn == 0) std::exchange(interruption, nullptr)();
+                continue;
+            }
             if (timers.empty() || timers.begin()->first.first > limit) return;
             moveTo(timers.begin()->first.first);
         }
     }
     void drop() {
         isDropping = true;
+        interruptIn = 0;
         auto droppedTimers = std::exchange(timers, {});
         droppedTimers.clear();
         for (const auto& lane : std::vector(lanes)) {
@@ -183,6 +189,10 @@ public:
         const auto target = lanes_->now + duration;
         lanes_->runUntil(random_, target);
         lanes_->moveTo(target);
+    }
+    void interruptAfter(int jobs, Job act) override {
+        lanes_->interruptIn = jobs;
+        lanes_->interruption = std::move(act);
     }
     void dropEverything() override { lanes_->drop(); }
     std::mt19937_64& random() override { return random_; }

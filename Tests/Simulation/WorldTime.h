@@ -19,6 +19,8 @@ public:
     virtual void advance(Duration duration) = 0;
     /// Drops everything that waits, as a crash does.
     virtual void dropEverything() = 0;
+    /// Something that happens after so many jobs from now, whatever waits then; 0: nothing any more.
+    virtual void interruptAfter(int, std::function<void()>) {}
     virtual std::mt19937_64& random() = 0;
 };
 
