@@ -76,14 +76,15 @@ void VaultSession::recheckAfterEchoWindow(const std::string& path, const std::op
     auto& check = tasks_->echoWindowChecks[path];
     check.cancel();
     check.number = ++tasks_->waitNumber;
-    check.timer = services_.mainQueue.postAfter(
-        echoWindow, [weak = weak_from_this(), path, wrote, number = check.number] {
+    check.wrote = wrote;
+    check.timer =
+        services_.mainQueue.postAfter(echoWindow, [weak = weak_from_this(), path, number = check.number] {
             auto session = weak.lock();
             if (!session) return;
             auto& due = session->tasks_->echoWindowChecks[path];
             due.job = session->services_.background.run(
-                Priority::utility, [&mainQueue = session->services_.mainQueue, weak, path, wrote, number,
-                                    vault = session->vault_](const std::stop_token& stop) {
+                Priority::utility, [&mainQueue = session->services_.mainQueue, weak, path, wrote = due.wrote,
+                                    number, vault = session->vault_](const std::stop_token& stop) {
                     if (stop.stop_requested()) return;
                     const auto echo = echoOf(vault, vault.absolutePath(path), wrote);
                     postTo(mainQueue, weak, [path, number, echo](VaultSession& back) {
@@ -106,6 +107,11 @@ void VaultSession::recheckEnded(const std::string& path, std::uint64_t number, E
             // Nobody told: the watcher took its going for the echo of the write.
             return apply({{vault_.absolutePath(path), path, {FileChange::Kind::Plain::deleted}}});
     }
+}
+
+void VaultSession::textShown(const std::string& path, std::string_view text) {
+    const auto check = tasks_->echoWindowChecks.find(path);
+    if (check != tasks_->echoWindowChecks.end() && check->second.wrote != text) check->second.wrote.reset();
 }
 
 ForeignEdit::Outcome VaultSession::saveEditorText(const std::string& text, const std::string& path,

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,7 +51,11 @@ struct VaultSession::Tasks {
 
     // Waiting for files
     Loop pendingPoll, documentPoll;
-    std::map<std::string, Loop> echoWindowChecks, currentVersionWaits;
+    struct EchoCheck : Loop {
+        std::optional<std::string> wrote;
+    };
+    std::map<std::string, EchoCheck> echoWindowChecks;
+    std::map<std::string, Loop> currentVersionWaits;
     std::uint64_t waitNumber = 0;  ///< of the loops in the maps, which come and go
 
     // Revisions

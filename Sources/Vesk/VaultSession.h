@@ -135,6 +135,10 @@ public:
     ForeignEdit::Outcome saveEditorText(const std::string& text, const std::string& path,
                                         const std::optional<std::string>& baseline,
                                         bool waitingForNewerVersion);
+    /// The editor has taken this text from the note. While the watcher takes all that happens to the note for
+    /// the echo of a write, another text than that is looked at once more in the end: the written one may
+    /// come back unheard.
+    void textShown(const std::string& path, std::string_view text);
     /// Throws NewerVersionDownloading and what reading throws.
     ForeignEdit::Disk editorDisk(const std::string& path);
     /// The session's own write of a whole file. With `expected` the file is replaced only while it holds

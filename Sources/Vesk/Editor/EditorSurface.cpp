@@ -210,6 +210,7 @@ void EditorSurface::loaded(const std::string& text, const std::string& path) {
     }
     ledger_.seenRevision = session_->diskRevisionOf(path);
     session_->departures().arrived(path);
+    session_->textShown(path, text);
     state.set({LoadState::Plain::loaded});
     loadGeneration.set(loadGeneration + 1);
 }
@@ -251,6 +252,7 @@ void EditorSurface::adopt(const DiskLook& look, const std::string& path) {
     const auto take = [&](const std::string& text) {
         if (text == text_) return;
         ledger_.baselines.insert_or_assign(path, text);
+        session_->textShown(path, text);
         replaceText(text);
     };
     match(
