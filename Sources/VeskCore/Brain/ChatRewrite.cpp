@@ -9,6 +9,17 @@ namespace {
 constexpr std::string_view opener = "```replacement";
 constexpr std::string_view closer = "\n```";
 
+/// Where the line feed before the closing fence stands, for a block whose opening line ends at `feed`; npos
+/// if it is never closed.
+std::size_t closeOf(std::string_view text, std::size_t feed) {
+    const auto close = text.find(closer, feed);
+    if (close != feed) return close;
+    // Right below the opening line a fence that says more is the first line of the replacement.
+    const auto lineEnd = text.find('\n', feed + closer.size());
+    const auto rest = text.substr(feed + closer.size(), lineEnd - feed - closer.size());
+    return trim(rest).empty() ? close : text.find(closer, feed + 1);
+}
+
 }  // namespace
 
 constinit const std::string_view instructions =
@@ -55,7 +66,7 @@ std::optional<std::string> extract(std::string_view text) {
     const auto feed = text.find('\n', open);
     if (feed == text.npos) return std::nullopt;
     // The line end behind the opener may be the one before the closing fence: an empty block.
-    const auto close = text.find(closer, feed);
+    const auto close = closeOf(text, feed);
     if (close == text.npos) return std::nullopt;
     return close == feed ? std::string() : std::string(text.substr(feed + 1, close - feed - 1));
 }
@@ -65,7 +76,7 @@ std::string removing(std::string_view text) {
     if (open == text.npos) return std::string(text);
     const auto before = trim(text.substr(0, open));
     const auto feed = text.find('\n', open);
-    const auto close = feed == text.npos ? text.npos : text.find(closer, feed);
+    const auto close = feed == text.npos ? text.npos : closeOf(text, feed);
     if (close == text.npos) return std::string(before);
     const auto after = trim(text.substr(close + closer.size()));
     if (before.empty() || after.empty()) return std::string(before.empty() ? after : before);

@@ -27,15 +27,13 @@ constexpr std::string_view fence = "```";
 constexpr std::size_t mostChatterLines = 2;
 constexpr std::size_t mostChatterCharacters = 160;
 
-bool isSpace(char c) {
-    return c == ' ' || c == '\t';
-}
-
 /// "1. " or "2) ".
 bool beginsNumbered(std::string_view line) {
     std::size_t at = 0;
     while (at < line.size() && isAsciiDigit(line[at])) ++at;
-    return at > 0 && at + 1 < line.size() && (line[at] == '.' || line[at] == ')') && isSpace(line[at + 1]);
+    if (at == 0 || at == line.size() || (line[at] != '.' && line[at] != ')')) return false;
+    const auto next = firstCodePoint(line.substr(at + 1));
+    return next && isSpaceOrNewline(*next);
 }
 
 /// Prose about the answer, not a part of the note.

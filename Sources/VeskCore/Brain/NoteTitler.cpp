@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <vector>
 
 #include "VeskCore/Markdown/FrontmatterDoc.h"
@@ -76,48 +77,53 @@ std::optional<std::string_view> headingText(std::string_view line) {
     return trim(line);
 }
 
+/// How long a list marker the line begins with, one of `bullets` or a number; 0 for none.
+std::size_t markerSize(std::string_view line, std::initializer_list<std::string_view> bullets) {
+    for (const auto bullet : bullets) {
+        if (line.starts_with(bullet)) return bullet.size();
+    }
+    std::size_t digits = 0;
+    while (digits < line.size() && isAsciiDigit(line[digits])) ++digits;
+    const bool isNumber = digits > 0 && digits < line.size() && (line[digits] == '.' || line[digits] == ')');
+    return isNumber ? digits + 1 : 0;
+}
+
 /// The line behind a list marker and a check box.
 std::string_view withoutListMarker(std::string_view line) {
-    auto rest = withoutIndent(line);
-    for (const std::string_view bullet : {"-", "*", "+", "•"}) {
-        if (!rest.starts_with(bullet)) continue;
-        rest.remove_prefix(bullet.size());
-        break;
-    }
-    if (rest.size() == withoutIndent(line).size()) {
-        std::size_t digits = 0;
-        while (digits < rest.size() && isAsciiDigit(rest[digits])) ++digits;
-        if (digits == 0 || digits == rest.size() || (rest[digits] != '.' && rest[digits] != ')')) return line;
-        rest.remove_prefix(digits + 1);
-    }
-    if (rest.empty() || !isBlank(rest.front())) return line;
-    rest = withoutIndent(rest);
+    const auto marked = withoutIndent(line);
+    const auto size = markerSize(marked, {"-", "*", "+", "•"});
+    if (size == 0 || size == marked.size() || !isBlank(marked[size])) return line;
+    const auto rest = withoutIndent(marked.substr(size));
     const bool isBox = rest.size() >= 3 && rest[0] == '[' && rest[2] == ']' &&
                        std::string_view(" xX").find(rest[1]) != std::string_view::npos;
     return isBox ? withoutIndent(rest.substr(3)) : rest;
 }
 
-/// Links as their labels, and pictures as nothing.
-std::string withoutLinks(std::string_view text) {
+/// The text with each "[label](target)" that follows `mark` as its label, or as nothing.
+std::string withoutTargets(std::string_view text, std::string_view mark, bool keepsLabel) {
+    const std::string opening = std::string(mark) + "[";
     std::string plain;
-    std::size_t kept = 0, parenthesis = 0;
-    for (auto open = text.find('['); open != text.npos;) {
-        const auto close = text.find(']', open);
+    std::size_t kept = 0, close = 0, end = 0;  // the next "]" and ")" are looked for once
+    for (auto open = text.find(opening); open != text.npos;) {
+        const auto label = open + opening.size();
+        if (close < label) close = text.find(']', label);
         if (close == text.npos) break;
-        std::size_t next = close + 1;
-        if (text.substr(next).starts_with('(') && parenthesis != text.npos) {
-            // Looked for once for all links that are never closed.
-            if (parenthesis <= close) parenthesis = text.find(')', next);
-            if (parenthesis != text.npos) {
-                const bool isPicture = open > kept && text[open - 1] == '!';
-                plain.append(text.substr(kept, open - kept - (isPicture ? 1 : 0)));
-                if (!isPicture) plain.append(text.substr(open + 1, close - open - 1));
-                next = kept = parenthesis + 1;
-            }
+        std::size_t next = label;
+        if (text.substr(close + 1).starts_with('(')) {
+            if (end <= close) end = text.find(')', close);
+            if (end == text.npos) break;
+            plain.append(text.substr(kept, open - kept));
+            if (keepsLabel) plain.append(text.substr(label, close - label));
+            next = kept = end + 1;
         }
-        open = text.find('[', next);
+        open = text.find(opening, next);
     }
     return plain.append(text.substr(kept));
+}
+
+/// Pictures as nothing, then links as their labels.
+std::string withoutLinks(std::string_view text) {
+    return withoutTargets(withoutTargets(text, "!", false), "", true);
 }
 
 /// The text line by line, as `change` gives each; none leaves a line out.
@@ -139,7 +145,10 @@ std::string_view unwrapped(std::string_view line) {
     static constexpr std::array<std::string_view, 13> wrapping{"\"", "'", "“", "”", "‘", "’", "«",
                                                                "»",  "`", "*", "_", " ", "„"};
     line = trim(line);
-    line = withoutListMarker(line);
+    if (const auto size = markerSize(line, {"-", "*", "•"}); size > 0) {
+        const auto next = firstCodePoint(line.substr(size));
+        if (next && isSpaceOrNewline(*next)) line = trim(line.substr(size));
+    }
     constexpr std::string_view label = "title:";
     if (asciiEqualsIgnoringCase(line.substr(0, label.size()), label)) line.remove_prefix(label.size());
     while (!line.empty() && (line.front() == '#' || isBlank(line.front()))) line.remove_prefix(1);

@@ -119,4 +119,12 @@ std::string listed(const std::vector<std::string>& paths) {
     return paths.empty() ? "(no notes in this folder)" : join(paths, "\n");
 }
 
+std::string counted(std::size_t count, std::string_view noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+std::string otherFiles(std::size_t count) {
+    return fmt::format("(and {})", counted(count, "non-note file"));
+}
+
 }  // namespace vesk::PlanPaths

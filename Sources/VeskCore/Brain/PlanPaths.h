@@ -1,6 +1,7 @@
 // What the paths of a plan tell before anything is looked at. Private to VaultPlanExecutor. Pure.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -30,5 +31,9 @@ VaultOperation mapped(const VaultOperation& operation,
                       const std::function<std::string(const std::string&)>& at);
 /// One path a line.
 std::string listed(const std::vector<std::string>& paths);
+/// "2 notes".
+std::string counted(std::size_t count, std::string_view noun);
+/// The line that tells a folder's other files, below its notes.
+std::string otherFiles(std::size_t count);
 
 }  // namespace vesk::PlanPaths

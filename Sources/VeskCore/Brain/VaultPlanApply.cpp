@@ -123,14 +123,26 @@ private:
         return paths;
     }
 
-    void requireNoPages(std::string_view folder) const {
-        bool found = false;
+    /// How many files a folder holds that are neither hidden nor notes. One with pages is left alone.
+    std::size_t otherFiles(std::string_view folder) const {
+        std::size_t count = 0;
+        bool hasPages = false;
         files().walk(at(folder), [&](const WalkEntry& entry) {
-            found = !entry.isDirectory() && Vault::isDocument(entry.name());
-            return found ? WalkStep::stop : WalkStep::descend;
+            const auto name = entry.name();
+            if (entry.isDirectory()) {
+                const bool isSeen = !name.starts_with('.') && !Vault::ignoredDirectories().contains(name);
+                return isSeen ? WalkStep::descend : WalkStep::skip;
+            }
+            hasPages = Vault::isDocument(name);
+            if (!name.starts_with('.') && Vault::indexedKind(name) != IndexedKind::note) ++count;
+            return hasPages ? WalkStep::stop : WalkStep::descend;
         });
-        if (found) throw Skip(std::string(PlanPaths::holdsPages));
+        if (hasPages) throw Skip(std::string(PlanPaths::holdsPages));
+        return count;
     }
+
+    /// A folder that took a note's name is no note.
+    bool isNoteThere(std::string_view path) const { return isThere(path) && !isFolder(path); }
 
     /// The note's text now.
     std::string currentText(const Preview& preview, const std::string& path) const {
@@ -207,8 +219,8 @@ private:
 
     void perform(const Op::RenameNote& it, const Preview&) {
         const auto from = at(it.from), to = at(it.to);
-        if (!isThere(it.from)) {
-            if (!isThere(it.to)) throw Skip(noLongerThere(it.from));
+        if (!isNoteThere(it.from)) {
+            if (isThere(it.from) || !isNoteThere(it.to)) throw Skip(noLongerThere(it.from));
             // Another device, or the user, moved it there already; who saw that move told of it then.
             recordRename(it.from, it.to);
             return;
@@ -235,7 +247,7 @@ private:
     }
 
     void perform(const Op::TrashNote& it, const Preview&) {
-        if (!isThere(it.path)) throw Skip(noLongerThere(it.path));
+        if (!isNoteThere(it.path)) throw Skip(noLongerThere(it.path));
         requireInside(trashFolderName);
         VaultTrash(vault_).trashNote(it.path);
         recordRemoval(it.path);
@@ -253,7 +265,7 @@ private:
         const auto taken = fmt::format("{}/ now exists", it.to);
         if (isTaken(it.to, it.from)) throw Skip(taken);
         requireInside(parentFolder(it.from));
-        requireNoPages(it.from);
+        otherFiles(it.from);
         const auto notes = notePaths(it.from);
         createParents(it.to);
         moveUnlessTaken(at(it.from), at(it.to), taken);
@@ -262,13 +274,13 @@ private:
 
     void perform(const Op::TrashFolder& it, const Preview& preview) {
         if (!isFolder(it.path)) throw Skip(noLongerThere(it.path + "/"));
-        requireNoPages(it.path);
+        const auto others = otherFiles(it.path);
         const auto notes = notePaths(it.path);
         const auto lines = splitLines(preview.before ? std::string_view(*preview.before) : "");
         const std::set<std::string_view> shown(lines.begin(), lines.end());
-        for (const auto& note : notes) {
-            if (!shown.contains(note)) throw Skip(changedMeanwhile(it.path + "/"));
-        }
+        bool isShown = others == 0 || shown.contains(PlanPaths::otherFiles(others));
+        for (const auto& note : notes) isShown = isShown && shown.contains(note);
+        if (!isShown) throw Skip(changedMeanwhile(it.path + "/"));
         requireInside(trashFolderName);
         VaultTrash(vault_).trashFolder(it.path);
         for (const auto& note : notes) recordRemoval(note);

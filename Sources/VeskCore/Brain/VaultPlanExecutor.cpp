@@ -36,9 +36,7 @@ std::string unreadable(std::string_view path) {
     return fmt::format("Vesk couldn't read {} to show what would change.", path);
 }
 
-std::string counted(std::size_t count, std::string_view noun) {
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
+using PlanPaths::counted;
 
 bool isRemoved(const FrontmatterDoc& doc, std::string_view key) {
     return !doc[key].has_value();
@@ -241,8 +239,7 @@ private:
         preview.before = PlanPaths::listed(notes);
         preview.after = PlanPaths::listed(moved);
         if (others > 0) {
-            *preview.after +=
-                fmt::format("\n({} other file{} with it)", others, others == 1 ? " moves" : "s move");
+            *preview.after += fmt::format("\n({} move with it)", counted(others, "other file"));
         }
         census_.moveFolder(it.from, it.to);
         return std::nullopt;
@@ -261,7 +258,7 @@ private:
                                   : fmt::format("Move the folder {}/ and its {} to the vault's trash",
                                                 it.path, join(parts, " and "));
         preview.before = PlanPaths::listed(notes);
-        if (others > 0) *preview.before += fmt::format("\n(and {})", counted(others, "non-note file"));
+        if (others > 0) *preview.before += "\n" + PlanPaths::otherFiles(others);
         preview.after = "(moved to .trash)";
         census_.removeFolder(it.path);
         return std::nullopt;
@@ -374,9 +371,9 @@ Setting setting(std::string_view key, std::string_view value, std::string_view t
 }
 
 std::string removing(std::string_view key, std::string_view text) {
-    if (key == NoteReminder::key) return NoteReminder::setting(std::nullopt, text, Calendar());
     FrontmatterDoc doc(text);
     if (isRemoved(doc, key)) return std::string(text);
+    if (key == NoteReminder::key) return NoteReminder::setting(std::nullopt, text, Calendar());
     doc.remove(key);
     return doc.serialized();
 }

@@ -170,11 +170,17 @@ VaultPlan parse(std::string_view reply) {
 }
 
 std::string removingPlanJSON(std::string_view reply) {
-    const auto open = reply.find("```");
-    const auto fenced = firstFenced(reply);
-    if (!fenced || !balancedJson(*fenced)) return std::string(trim(reply));
-    const auto close = reply.find("```", open + 3);
-    return std::string(trim(std::string(reply.substr(0, open)) + std::string(reply.substr(close + 3))));
+    constexpr std::string_view fence = "```";
+    for (auto open = reply.find(fence); open != reply.npos;) {
+        const auto fenced = firstFenced(reply.substr(open));
+        if (!fenced) break;
+        const auto after = reply.find(fence, open + fence.size()) + fence.size();
+        if (balancedJson(*fenced)) {
+            return std::string(trim(std::string(reply.substr(0, open)) + std::string(reply.substr(after))));
+        }
+        open = reply.find(fence, after);
+    }
+    return std::string(trim(reply));
 }
 
 std::optional<VaultOperation> operation(const Json& object) {

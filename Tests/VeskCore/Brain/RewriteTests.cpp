@@ -24,6 +24,9 @@ TEST(ChatRewrites, ComeFromTheFirstClosedBlock) {
         {"never closed", "So:\n```replacement\na\nb", std::nullopt, "So:"},
         {"no line end", "So: ```replacement", std::nullopt, "So:"},
         {"no block", "Just\n```\ncode\n```", std::nullopt, "Just\n```\ncode\n```"},
+        {"a replacement that begins with code", "```replacement\n```swift\nlet a = 1\n```",
+         "```swift\nlet a = 1", ""},
+        {"blanks behind the fence of an empty block", "```replacement\n``` \nDone.", "", "Done."},
         {"the first of two", "```replacement\na\n```\n```replacement\nb\n```", "a", "```replacement\nb\n```"},
     };
     for (const auto& row : rows) {
@@ -49,6 +52,8 @@ TEST(Refinements, UnwrapAnswers) {
         {"three lines behind it", "```md\na\n```\nb\nc\nd", "```md\na\n```\nb\nc\nd"},
         {"a list behind it", "```md\na\n```\n- b", "```md\na\n```\n- b"},
         {"a numbered list behind it", "```md\na\n```\n1. b", "```md\na\n```\n1. b"},
+        {"a number without a blank behind it", "```md\na\n```\n1.5 times shorter.", "a"},
+        {"a numbered list with a wide blank", "```md\na\n```\n1.\u3000b", "```md\na\n```\n1.\u3000b"},
         {"a link behind it", "```md\na\n```\nSee [b](c.md).", "```md\na\n```\nSee [b](c.md)."},
         {"code inside the fence", "```md\na\n```\nb\n```\nDone.", "a\n```\nb"},
         {"a long line behind it",

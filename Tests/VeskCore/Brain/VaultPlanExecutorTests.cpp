@@ -177,7 +177,7 @@ TEST_F(PlanExecution, ShowsBeforeAndAfter) {
         {"Create n.md (4 characters)", std::nullopt, "text"},
         {"Rename a.md → b.md", "a.md", "b.md"},
         {"Move the folder F/ → H/F/", "F/G/y.md\nF/x.md",
-         "H/F/G/y.md\nH/F/x.md\n(1 other file moves with it)"},
+         "H/F/G/y.md\nH/F/x.md\n(1 other file move with it)"},
         {"Move the folder H/ and its 2 notes and 1 other file to the vault's trash",
          "H/F/G/y.md\nH/F/x.md\n(and 1 non-note file)", "(moved to .trash)"},
         {"Move the empty folder Bare/ to the vault's trash", "(no notes in this folder)",
@@ -296,6 +296,31 @@ TEST_F(PlanExecution, SkipsWhatBecameStaleAndGoesOn) {
     EXPECT_EQ(folder.read("new.md"), "theirs");
     EXPECT_EQ(folder.read("F/unseen.md"), "unseen");
     EXPECT_EQ(folder.read("last.md"), "new");
+}
+
+TEST_F(PlanExecution, TrashesAndMovesOnlyWhatWasShown) {
+    for (const auto* path : {"F/x.md", "F/p.png", "G/x.md", "G/p.png", "note.md", "gone.md"}) {
+        folder.write(path, "old");
+    }
+    folder.write("G/node_modules/page.html", "<p>");
+    const auto previews = validate({Op{Op::TrashFolder{"F"}}, Op{Op::TrashFolder{"G"}},
+                                    Op{Op::TrashNote{"note.md"}}, Op{Op::RenameNote{"gone.md", "there.md"}}});
+    folder.write("F/unseen.png", "unseen");
+    for (const auto* path : {"note.md", "gone.md"}) {
+        std::filesystem::remove(folder / path);
+        folder.write(std::string(path) + "/unseen.md", "unseen");
+    }
+    const auto report = apply(previews);
+    EXPECT_EQ(report.applied,
+              (Strings{"Move the folder G/ and its 1 note and 1 other file to the vault's trash"}))
+        << "what nobody sees, a page among it, keeps no folder back";
+    EXPECT_EQ(report.skipped,
+              (Left{{"Move the folder F/ and its 1 note and 1 other file to the vault's trash",
+                     "F/ changed while you were reviewing — ask again for a fresh proposal"},
+                    {"Move note.md to the vault's trash", "note.md is no longer there"},
+                    {"Rename gone.md → there.md", "gone.md is no longer there"}}));
+    EXPECT_EQ(folder.read("F/unseen.png"), "unseen");
+    EXPECT_EQ(folder.read("note.md/unseen.md"), "unseen");
 }
 
 TEST_F(PlanExecution, DoesNotDoWhatReliedOnAnUntickedOperation) {
@@ -428,6 +453,9 @@ TEST(PlanProperties, StayWithinTheirKey) {
     EXPECT_EQ(VaultPlanExecutor::removing("remind", "---\nremind: 2026-09-18\nrepeat: daily\nk: v\n---\na\n"),
               "---\nk: v\n---\na\n");
     EXPECT_EQ(VaultPlanExecutor::removing("none", "a"), "a");
+    EXPECT_EQ(VaultPlanExecutor::removing("remind", "---\nrepeat: daily\n---\na\n"),
+              "---\nrepeat: daily\n---\na\n")
+        << "there is nothing to remove";
 }
 
 }  // namespace

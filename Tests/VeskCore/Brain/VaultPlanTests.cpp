@@ -72,6 +72,8 @@ TEST(Plans, AreFoundInReplies) {
          "Proposed changes",
          "```json\n{\"operations\":[{\"op\":\"create\",\"path\":\"\",\"content\":\"```\\n}\\\"]\"}," + trash +
              "]}\n```"},
+        {"behind another fence", "```\nls\n```\nSo:\n```json\n[" + trash + "]\n```", "Proposed changes",
+         "```\nls\n```\nSo:"},
         {"what can't be read left out",
          "{\"summary\":3,\"operations\":[7,{\"op\":\"hack\"}," + trash +
              ",{\"op\":\"update\",\"path\":\"x\"}]}",
