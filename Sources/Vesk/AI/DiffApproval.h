@@ -58,7 +58,8 @@ private:
 
     NoteEdit edit_;
     MainQueue& mainQueue_;
-    std::function<void(const NoteEdit&)> apply_;
+    std::function<void(const NoteEdit&)> apply_;  ///< none once it was called
+    bool isAvailable_ = false;
     TaskHandle comparing_;
 };
 

@@ -23,6 +23,7 @@ public:
         "Nothing has been changed yet. Vesk applies only what you tick.";
     static constexpr std::string_view missingBefore = "(does not exist)";
     static constexpr std::string_view missingAfter = "(removed)";
+    static constexpr std::string_view emptyFolder = "(no notes in this folder)";
     static constexpr std::string_view destinationHelp =
         "Where this note goes. The other folder is where its nearest filed notes are.";
 

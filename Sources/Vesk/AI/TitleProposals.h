@@ -13,8 +13,6 @@
 
 namespace vesk {
 
-class BrainSession;
-
 /// One offer, as the sheet watches it.
 struct TitleProposal {
     std::string id;  ///< a UUID
@@ -41,16 +39,21 @@ struct TitleProposal {
 
 class TitleProposals {
 public:
+    /// Asks for a title of a text, as BrainSession::suggestTitle does: `done` is called once on the main
+    /// thread, unless the handle was cancelled.
+    using Suggest = std::function<TaskHandle(std::string_view text,
+                                             std::function<void(std::optional<std::string>)> done)>;
     /// Renames the note at a path; the new path, or none if that failed.
     using Rename =
         std::function<std::optional<std::string>(const std::string& path, const std::string& title)>;
 
-    TitleProposals(std::shared_ptr<BrainSession> brain, Rename rename);
+    TitleProposals(Suggest suggest, Rename rename);
     ~TitleProposals();
 
     Observable<std::shared_ptr<TitleProposal>> pending;
 
-    /// Offers a title if the note is untitled, says enough, and was not asked about before; whether it does.
+    /// Offers a title if the note is untitled, says enough and was not turned down before, and no other offer
+    /// stands; whether it does.
     bool consider(const std::string& path, std::string_view text);
     /// Renames to the draft; a failure is told in the sheet.
     void useTitle();
@@ -59,7 +62,9 @@ public:
     void withdraw(std::string_view path);
 
 private:
-    std::shared_ptr<BrainSession> brain_;
+    void close(TitleProposal& offer);
+
+    Suggest suggest_;
     Rename rename_;
     std::set<std::string, std::less<>> declined_;
 };

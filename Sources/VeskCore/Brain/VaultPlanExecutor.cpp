@@ -211,8 +211,9 @@ private:
                       fmt::format("{} has no {} to remove.", it.path, it.key), preview);
     }
 
-    Blocked check(const Op::TrashNote& it, Preview&) {
+    Blocked check(const Op::TrashNote& it, Preview& preview) {
         if (!census_.note(it.path)) return missingNote(it.path);
+        read(it.path, preview);  // what can't be shown can go all the same
         census_.removeNote(it.path);
         return std::nullopt;
     }

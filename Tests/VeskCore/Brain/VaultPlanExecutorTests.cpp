@@ -182,7 +182,7 @@ TEST_F(PlanExecution, ShowsBeforeAndAfter) {
          "H/F/G/y.md\nH/F/x.md\n(and 1 non-note file)", "(moved to .trash)"},
         {"Move the empty folder Bare/ to the vault's trash", "(no notes in this folder)",
          "(moved to .trash)"},
-        {"Move b.md to the vault's trash", std::nullopt, std::nullopt},
+        {"Move b.md to the vault's trash", "new", std::nullopt},
     };
     ASSERT_EQ(previews.size(), std::size(rows));
     for (std::size_t i = 0; i < std::size(rows); ++i) {
