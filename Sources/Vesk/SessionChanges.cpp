@@ -49,7 +49,7 @@ void VaultSession::apply(const std::vector<FileChange>& changes) {
         }
     };
     const auto left = [&](const std::string& path) {
-        if (!isBulk) leniently([&] { index_->removeNote(path); });
+        if (!isBulk) removeFromIndex(path);
         if (!isNoteLike(path)) batch.removedDocuments.insert(path);
     };
     for (const auto& change : changes) {
@@ -128,8 +128,45 @@ bool VaultSession::reindexNote(const std::string& path, const std::string* writt
         parkPending(path);
         return false;
     }
-    leniently([&] { indexText(*index_, vault_, path, *text, services_.clock.now()); });
+    if (isIndexBusy()) {
+        tasks_->owedToIndex.insert(path);
+    } else {
+        leniently([&] { indexText(*index_, vault_, path, *text, services_.clock.now()); });
+    }
     return true;
+}
+
+void VaultSession::removeFromIndex(const std::string& path) {
+    if (isIndexBusy()) {
+        tasks_->owedToIndex.insert(path);
+    } else {
+        leniently([&] { index_->removeNote(path); });
+    }
+}
+
+bool VaultSession::isIndexBusy() const {
+    return indexing && !tasks_->isPayingIndex;
+}
+
+/// After a reindex: the notes that changed while it ran, as they stand now.
+void VaultSession::payIndex() {
+    const auto owed = std::exchange(tasks_->owedToIndex, {});
+    if (owed.size() > bulkChanges) {
+        tasks_->reindexAgain = true;
+        return;
+    }
+    tasks_->isPayingIndex = true;
+    bool isAnyGone = false;
+    for (const auto& path : owed) {
+        if (!isNoteLike(path) || !FilePlatform::current().files->exists(vault_.absolutePath(path))) {
+            removeFromIndex(path);
+            isAnyGone = true;
+        } else {
+            reindexNote(path, nullptr);
+        }
+    }
+    if (isAnyGone) leniently([&] { index_->resolveLinks(); });
+    tasks_->isPayingIndex = false;
 }
 
 void VaultSession::indexText(NoteIndex& index, const Vault& vault, const std::string& path,
@@ -169,7 +206,7 @@ void VaultSession::documentsIndexed(const DocumentIndexQueue::Outcomes& outcomes
         match(
             entry.second, [&](const Outcome::Pending&) { waiting.push_back(path); },
             [&](Outcome::Plain outcome) {
-                if (outcome == Outcome::Plain::vanished) leniently([&] { index_->removeNote(path); });
+                if (outcome == Outcome::Plain::vanished) removeFromIndex(path);
                 settled.insert(path);
             });
     }
@@ -193,13 +230,15 @@ void VaultSession::announce(const std::string& path) {
 void VaultSession::noteMoved(const std::string& from, const std::string& to) {
     departures_.moved(from, to);
     heldText_.moved(from, to);
-    leniently([&] { index_->removeNote(from); });
+    removeFromIndex(from);
     auto pending = pendingDownload.get();
     std::replace(pending.begin(), pending.end(), from, to);
     pendingDownload.setIfChanged(std::move(pending));
     reindexOne(to, nullptr);
-    leniently([&] { index_->resolveLinks(); });
-    startEmbeddingBackfill();
+    if (!isIndexBusy()) {
+        leniently([&] { index_->resolveLinks(); });
+        startEmbeddingBackfill();
+    }
     changed.send();
 }
 

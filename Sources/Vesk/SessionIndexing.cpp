@@ -64,6 +64,7 @@ void VaultSession::beginReindex() {
 void VaultSession::reindexEnded(std::optional<ReindexSummary> summary) {
     tasks_->reindex = {};
     if (tasks_->stopped) return;
+    payIndex();
     indexing.set(false);
     indexProgress.set(1.0);
     refreshReminders(true);
@@ -115,6 +116,7 @@ void VaultSession::documentListReloaded(const std::vector<VaultDocument>& docume
 }
 
 void VaultSession::refreshReminders(bool force) {
+    if (isIndexBusy()) return;  // read when the reindex has ended
     try {
         auto found = index_->reminders(services_.calendar, services_.clock.now());
         if (force) {

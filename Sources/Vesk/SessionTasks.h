@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -42,6 +43,9 @@ struct VaultSession::Tasks {
     std::vector<std::function<void()>> reindexDone, nextReindexDone;
     Loop embedding;
     bool reEmbedding = false;
+    /// What was saved, moved or removed while a reindex held the index: the main thread never waits for one.
+    std::set<std::string> owedToIndex;
+    bool isPayingIndex = false;
     bool scanningConflicts = false, scanConflictsAgain = false;
 
     // The status line

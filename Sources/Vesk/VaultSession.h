@@ -184,6 +184,9 @@ private:
     void wireWatcher();
     void rescanned();
     void reindexOne(const std::string& path, const std::string* written);
+    void removeFromIndex(const std::string& path);
+    bool isIndexBusy() const;
+    void payIndex();
     bool reindexNote(const std::string& path, const std::string* written);
     void documentsIndexed(const DocumentIndexQueue::Outcomes& outcomes);
     void publishRevision();

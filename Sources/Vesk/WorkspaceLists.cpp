@@ -102,7 +102,8 @@ void Workspace::refreshTrash() {
 }
 
 void Workspace::refreshNoteIcons() {
-    if (!session.get()) return;
+    // A reindex holds the index for seconds in a large vault; its end brings the icons.
+    if (!session.get() || session.get()->indexing.get()) return;
     std::map<std::string, std::string> icons;
     try {
         session.get()->index().query("SELECT note_path, value_text FROM properties WHERE key = ?",

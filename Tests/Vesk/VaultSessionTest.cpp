@@ -94,6 +94,27 @@ TEST_F(VaultSessionTest, RaisesEveryRevisionWhenEventsWereLost) {
     EXPECT_EQ(externalChanges, 1);
 }
 
+TEST_F(VaultSessionTest, IndexesAfterAReindexWhatChangedWhileItRan) {
+    vault().write("a.md", "old");
+    vault().write("from.md", "moved");
+    open();
+    bool isChanged = false;
+    // The notes have been read by then, and the reindex hasn't ended.
+    const auto subscription = session->indexProgress.subscribe([&](double part) {
+        if (part < 1 || !session->indexing.get() || std::exchange(isChanged, true)) return;
+        session->saveEditorText("new", "a.md", "old", false);
+        std::filesystem::rename(vault() / "from.md", vault() / "to.md");
+        session->noteMoved("from.md", "to.md");
+        EXPECT_EQ(indexed("a.md"), "old") << "the main thread waited for the index";
+    });
+    session->rebuildIndex();
+    time.settle();
+    EXPECT_TRUE(isChanged);
+    EXPECT_EQ(indexed("a.md"), "new");
+    EXPECT_EQ(indexed("from.md"), "-");
+    EXPECT_EQ(indexed("to.md"), "moved");
+}
+
 TEST_F(VaultSessionTest, RunsOnceMoreForAReindexAskedForMeanwhile) {
     open();
     int done = 0;

@@ -387,6 +387,7 @@ std::shared_ptr<const Completion::Candidates> DesktopApplication::candidates(
         case Completion::Prefix::Kind::note:
             return names();
         case Completion::Prefix::Kind::tag: {
+            if (session()->indexing.get()) return nullptr;
             std::vector<Completion::Candidate> tags;
             try {
                 for (const auto& [tag, count] : session()->index().allTags()) tags.push_back({tag, count});
@@ -473,10 +474,17 @@ void DesktopApplication::follow(const LinkAt& link) {
     if (!openNote()) return;
     const auto openTarget = [this](const std::string& target) {
         bridge_.flushAllPendingSaves();  // so that the index knows the link as it stands
+        const auto key = NoteIndex::linkKey(target);
+        // While the vault is being read the list of notes has to do.
+        if (session()->indexing.get()) {
+            for (const auto& note : workspace_.notes.get())
+                if (NoteIndex::linkKey(note.title) == key || NoteIndex::linkKey(note.relativePath) == key)
+                    return showNote(std::string(note.relativePath), true);
+        }
         try {
-            for (const auto& [name, resolved] : session()->index().outgoingLinks(*openNote()))
-                if (NoteIndex::linkKey(name) == NoteIndex::linkKey(target) && resolved)
-                    return showNote(*resolved, true);
+            if (!session()->indexing.get())
+                for (const auto& [name, resolved] : session()->index().outgoingLinks(*openNote()))
+                    if (NoteIndex::linkKey(name) == key && resolved) return showNote(*resolved, true);
         } catch (const std::exception&) {
             tell("Couldn't read the link index.");
             return;
