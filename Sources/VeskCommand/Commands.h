@@ -24,6 +24,7 @@ void addSafetyCommands(CLI::App& program,
 void addFormatCommand(CLI::App& program, CommandContext& context);     // format
 void addKeyCommands(CLI::App& program, CommandContext& context);       // key …
 void addProviderCommands(CLI::App& program, CommandContext& context);  // providers …
+void addAskCommands(CLI::App& program, CommandContext& context);       // ask act context
 void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

@@ -90,6 +90,7 @@ int main(int argc, char** argv) {
     command::addFormatCommand(program, context);
     command::addKeyCommands(program, context);
     command::addProviderCommands(program, context);
+    command::addAskCommands(program, context);
     command::addGenerateCommand(program);
 
     try {
