@@ -8,15 +8,13 @@
 namespace vesk {
 
 HomeSections::HomeSections(const std::vector<NoteReminder::Reminder>& reminders,
-                           const std::vector<Note>& notesByRecency,
-                           const std::vector<Note>& unfiledCandidates) {
+                           const std::vector<Note>& notesByRecency, const UnfiledNotes& waiting) {
     for (const auto& reminder : reminders) {
         if (comingUp.size() == comingUpLimit) break;
         if (drawn.insert(reminder.path).second) comingUp.push_back(reminder);
     }
-    std::copy_if(unfiledCandidates.begin(), unfiledCandidates.end(), std::back_inserter(unfiled),
-                 [&](const Note& note) { return !drawn.contains(note.relativePath); });
-    for (const Note& note : unfiled) drawn.insert(note.relativePath);
+    unfiled = waiting.excluding(drawn);
+    for (const Note& note : unfiled.candidates) drawn.insert(note.relativePath);
     recent = RecentlyChanged::pick(notesByRecency, drawn);
     for (const Note& note : recent) drawn.insert(note.relativePath);
 }
@@ -26,7 +24,7 @@ std::optional<HomeSections::Section> HomeSections::section(std::string_view path
     if (!drawn.contains(std::string(path))) return {};
     if (std::any_of(comingUp.begin(), comingUp.end(), [&](const auto& row) { return row.path == path; }))
         return Section::comingUp;
-    if (std::any_of(unfiled.begin(), unfiled.end(), is)) return Section::unfiled;
+    if (std::any_of(unfiled.candidates.begin(), unfiled.candidates.end(), is)) return Section::unfiled;
     if (std::any_of(recent.begin(), recent.end(), is)) return Section::recent;
     return {};
 }

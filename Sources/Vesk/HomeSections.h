@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "VeskCore/Brain/Filing/UnfiledNotes.h"
 #include "VeskCore/Reminders/NoteReminder.h"
 #include "VeskCore/Vault/Vault.h"
 
@@ -19,14 +20,14 @@ struct HomeSections {
     static constexpr std::size_t comingUpLimit = 3;
 
     std::vector<NoteReminder::Reminder> comingUp;
-    std::vector<Note> unfiled;
+    UnfiledNotes unfiled;
     std::vector<Note> recent;
     std::set<std::string> drawn;  ///< every path that the sections show
 
     HomeSections() = default;
     /// Reminders in the order in which they come up, notes newest first, and the notes that wait to be filed.
     HomeSections(const std::vector<NoteReminder::Reminder>& reminders,
-                 const std::vector<Note>& notesByRecency, const std::vector<Note>& unfiledCandidates);
+                 const std::vector<Note>& notesByRecency, const UnfiledNotes& waiting);
 
     /// Where a path shows.
     std::optional<Section> section(std::string_view path) const;

@@ -145,6 +145,7 @@ void Workspace::openConfirmed(const FilePath& folder) {
     documents.set({});
     emptyFolders.set({});
     attachments.set({});
+    home.setIfChanged({});
     rebuildTree();
     noteIcons.set({});
     style.set({});

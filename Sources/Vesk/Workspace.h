@@ -3,6 +3,7 @@
 // vaults opened in it. Main thread.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -119,6 +120,7 @@ public:
     void refreshFolders();
     void refreshTrash();
     void refreshNoteIcons();
+    /// The sections follow when a worker has drawn them up.
     void refreshHome();
     void scheduleExternalReload();
 
@@ -197,6 +199,7 @@ private:
     TimerHandle externalReload_, restamp_, iconsAgain_, indexWait_;
     std::set<std::string> writtenNotes_;
     TimePoint writtenSince_;
+    std::uint64_t homeRefresh_ = 0;  ///< what an older refresh draws up is dropped
     std::map<std::string, OwedAction> owedReminderActions_;
     std::set<std::string> owedReminderSaid_;
     std::vector<std::function<void()>> waitingForIndex_;

@@ -13,6 +13,18 @@ namespace {
 constexpr auto reloadPause = std::chrono::duration_cast<Duration>(Seconds{0.5});
 constexpr Seconds restampPause{2.0}, longestBurst{20.0};
 
+std::vector<Note> notesOf(const VaultTree& tree) {
+    std::vector<Note> notes;
+    std::vector<const VaultTree::Node*> nodes{&tree.root()};
+    while (!nodes.empty()) {
+        const auto* node = nodes.back();
+        nodes.pop_back();
+        notes.insert(notes.end(), node->notes.begin(), node->notes.end());
+        for (const auto& child : node->children) nodes.push_back(child.get());
+    }
+    return notes;
+}
+
 }  // namespace
 
 void Workspace::setNotes(std::vector<Note> list) {
@@ -53,10 +65,18 @@ void Workspace::followDepartedSelection() {
 }
 
 void Workspace::refreshHome() {
-    HomeSections sections(
-        session.get() ? session.get()->reminders.get() : std::vector<NoteReminder::Reminder>(), notes.get(),
-        {});
-    home.setIfChanged(std::move(sections));
+    if (!vault.get()) return;
+    // The tree is a cheap copy; what takes long with many notes is done with it on the worker.
+    offMain(
+        Priority::userInitiated,
+        [open = *vault.get(), folders = tree.get(),
+         reminders = session.get() ? session.get()->reminders.get() : decltype(HomeSections::comingUp)()] {
+            const auto listed = RecentlyChanged::byRecency(notesOf(folders));
+            return HomeSections(reminders, listed, UnfiledNotes::detect(open, folders, listed));
+        },
+        [this, number = ++homeRefresh_](HomeSections sections) {
+            if (number == homeRefresh_) home.setIfChanged(std::move(sections));
+        });
 }
 
 void Workspace::reload() {

@@ -3,6 +3,7 @@
 #include "Support/FakeNotifications.h"
 #include "Vesk/SessionWorld.h"
 #include "Vesk/Workspace.h"
+#include "VeskCore/Brain/Filing/OrganiseSettings.h"
 #include "VeskLinux/PathBookmarks.h"
 
 namespace vesk::test {
@@ -298,15 +299,45 @@ TEST_F(WorkspaceTest, KeepsColoursIconsAndDocumentsWithTheVault) {
     EXPECT_EQ(workspace->document("site.html", "x.md"), std::nullopt);
 }
 
+TEST_F(WorkspaceTest, ShowsNotesThatWaitToBeFiledUntilTheyAre) {
+    vault().write("Work/a.md", "a");
+    vault().write("Home/b.md", "b");
+    vault().write("loose.md", "c");
+    vault().write("due.md", "---\nremind: 2031-01-02 09:00\n---\nd");
+    openVault();
+    const auto waiting = [&] {
+        Names paths;
+        for (const auto& note : workspace->home.get().unfiled.candidates) paths.push_back(note.relativePath);
+        return paths;
+    };
+    EXPECT_EQ(waiting(), Names{"loose.md"}) << "what is coming up isn't repeated";
+    workspace->moveNote("loose.md", "Work");
+    pass(4);
+    EXPECT_EQ(waiting(), Names{});
+    OrganiseSettings{.inbox = {"Work"}}.save(*workspace->vault.get());
+    vault().write("Third/c.md", "e");
+    workspace->reload();
+    pass(4);
+    auto paths = waiting();
+    std::sort(paths.begin(), paths.end());
+    EXPECT_EQ(paths, (Names{"Work/a.md", "Work/loose.md"}));
+
+    ScratchFolder other;
+    workspace->open(other.path());
+    EXPECT_EQ(workspace->home.get(), HomeSections()) << "nothing of the other vault";
+    pass(4);
+    EXPECT_EQ(workspace->home.get(), HomeSections());
+}
+
 TEST(HomeSections, ShowEachNoteOnce) {
     std::vector<NoteReminder::Reminder> reminders;
     for (const char* path : {"a.md", "a.md", "b.md", "c.md", "d.md"}) reminders.push_back({.path = path});
     std::vector<Note> notes;
     for (const char* path : {"a.md", "d.md", "e.md", "X/f.md", "g.md", "h.md", "i.md", "j.md"})
         notes.push_back({.relativePath = path});
-    const HomeSections home(reminders, notes, {notes[1], notes[2]});
+    const HomeSections home(reminders, notes, {{notes[1], notes[2]}});
     EXPECT_EQ(home.comingUp.size(), 3u);
-    ASSERT_EQ(home.unfiled.size(), 2u);
+    ASSERT_EQ(home.unfiled.candidates.size(), 2u);
     ASSERT_EQ(home.recent.size(), 5u);
     EXPECT_EQ(home.recent.front().relativePath, "X/f.md");
     EXPECT_EQ(home.section("d.md"), HomeSections::Section::unfiled);

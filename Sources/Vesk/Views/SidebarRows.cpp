@@ -61,8 +61,12 @@ Sidebar::Rows top(const Workspace& workspace) {
                         .path = reminder.path,
                         .title = decodedText(reminder.title),
                         .icon = "alarm-symbolic"});
-    if (!home.unfiled.empty()) rows.push_back(header("unfiled", "Not Yet Filed"));
-    for (const auto& note : home.unfiled) rows.push_back(noteRow(workspace, note, "unfiled:"));
+    const auto& waiting = home.unfiled.candidates;
+    if (!waiting.empty()) {
+        rows.push_back(header("unfiled", "Not yet filed"));
+        rows.back().detail = std::to_string(waiting.size());
+    }
+    for (const auto& note : waiting) rows.push_back(noteRow(workspace, note, "unfiled:"));
     if (!home.recent.empty()) rows.push_back(header("recent", "Recently Changed"));
     for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
     rows.push_back(header("notes", "Notes"));
