@@ -228,8 +228,9 @@ private:
                 throw;
             }
             auto cameOut = contents();
-            if (cameOut && cameOut == inPlace) {
-                if (*cameOut != ours_) keepAside();
+            // What can't be read may be anyone's.
+            if (!cameOut || cameOut == inPlace) {
+                if (cameOut != ours_) keepAside();
                 return inHand.value_or(std::string());
             }
             inPlace = std::exchange(inHand, std::move(cameOut));
