@@ -113,6 +113,7 @@ void simplifyShape(Story& story, const std::function<bool(const Story&)>& fails)
     };
     tryWith([](Shape& shape) { shape.devices = 1; });
     tryWith([](Shape& shape) { shape.hasIndex = false; });
+    tryWith([](Shape& shape) { shape.hasWindow = false; });
     tryWith([](Shape& shape) { shape.leavesPlaceholders = false; });
     tryWith([](Shape& shape) { shape.renamesTheLocalSide = false; });
     tryWith([](Shape& shape) { shape.hasExchange = true; });
@@ -127,7 +128,8 @@ Story storyOf(std::uint64_t seed, int actions) {
                    .leavesPlaceholders = below(random, 4) == 0,
                    .renamesTheLocalSide = below(random, 2) == 0,
                    .hasExchange = below(random, 4) != 0,
-                   .hasIndex = below(random, 16) == 0};
+                   .hasIndex = below(random, 16) == 0,
+                   .hasWindow = seed % 2 == 0};
     // Not every world has all there is, so that what is there meets often.
     std::vector<int> weights;
     int total = 0;
@@ -167,6 +169,7 @@ std::string rowOf(const Story& story) {
     if (shape.renamesTheLocalSide) row += ", .renamesTheLocalSide = true";
     if (!shape.hasExchange) row += ", .hasExchange = false";
     if (shape.hasIndex) row += ", .hasIndex = true";
+    if (shape.hasWindow) row += ", .hasWindow = true";
     row += "}, {";
     for (std::size_t i = 0; i < story.actions.size(); ++i) {
         const auto& action = story.actions[i];

@@ -69,6 +69,7 @@ struct Shape {
     bool renamesTheLocalSide = false;
     bool hasExchange = true;
     bool hasIndex = false;
+    bool hasWindow = false;  ///< whose list of notes takes the shown one along when others move it
 };
 
 struct Story {

@@ -274,9 +274,31 @@ private:
                            std::holds_alternative<Notice::Waiting>(notice->kind)))
                 isTrouble_ = true;
         });
+        if (shape_.hasWindow) session_->onExternalChange = [this] { listAgain(); };
         heldRefused_ = isTrouble_ = false;
         inMemoryOnly_.clear();
         acting([&] { session_->start(); });
+    }
+
+    /// As the window does: a little later, the list is read beside everything else.
+    void listAgain() {
+        listing_ = time_.postAfter(seconds(0.5), [this] {
+            time_.run(Priority::userInitiated, [this, vault = session_->vault()](const std::stop_token&) {
+                std::set<std::string> paths;
+                try {
+                    for (const auto& note : vault.enumerateNotes()) paths.insert(note.relativePath);
+                } catch (const Error&) {
+                    return;
+                }
+                time_.post([this, paths = std::move(paths)] { followListed(paths); });
+            });
+        });
+    }
+    void followListed(const std::set<std::string>& paths) {
+        const auto shown = surface_->loadedPath();
+        if (!shown || paths.contains(*shown)) return;
+        const auto destination = session_->departures().destination(*shown);
+        if (destination && paths.contains(*destination)) surface_->follow(*shown, *destination);
     }
 
     /// Runs something that the person does, or time; what the process throws then is a fault of it.
@@ -953,6 +975,7 @@ private:
     std::shared_ptr<VaultSession> session_;
     std::shared_ptr<EditorSurface> surface_;
     Subscription saved_, notice_;
+    TimerHandle listing_;
 
     std::optional<std::string> pending_;  ///< typed, and in the memory of the process alone
     Duration typedAt_{};
