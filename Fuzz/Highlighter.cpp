@@ -1,6 +1,6 @@
 // A note and a history of edits and caret moves: after each the styles are those of a pass over the whole.
-// The steps stand between bytes 254: the note, then for each step two bytes of place, one of how much goes, and
-// what comes. The byte 255 for how much makes it a caret.
+// The steps stand between bytes 254: the note, then for each step two bytes of place, one of how much goes,
+// and what comes. The byte 255 for how much makes it a caret.
 #include <cstdint>
 #include <string>
 #include <vector>

@@ -5,8 +5,8 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <string>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 

@@ -221,17 +221,17 @@ bool BrainSession::findRewrite(ChatTurn& turn, bool wasCut) {
     const auto text = trim(*replacement);
     if (text.empty() || text == trim(context.original)) return true;
     turn.proposedRewrite = true;
-    pendingEdit.set(NoteEdit{.id = randomUuid(),
-                             .notePath = context.note.relativePath,
-                             .noteTitle = context.note.title,
-                             .action = "AI edit",
-                             .original = context.original,
-                             .replacement = NoteRefinement::rewrap(trimCharacters(*replacement, "\r\n"),
-                                                                   context.original),
-                             .isSelectionOnly = context.isSelection,
-                             .noteTextAtAsk = context.noteTextAtAsk,
-                             .selectionLocation = context.selectionLocation,
-                             .subjectDescription = {}});
+    pendingEdit.set(NoteEdit{
+        .id = randomUuid(),
+        .notePath = context.note.relativePath,
+        .noteTitle = context.note.title,
+        .action = "AI edit",
+        .original = context.original,
+        .replacement = NoteRefinement::rewrap(trimCharacters(*replacement, "\r\n"), context.original),
+        .isSelectionOnly = context.isSelection,
+        .noteTextAtAsk = context.noteTextAtAsk,
+        .selectionLocation = context.selectionLocation,
+        .subjectDescription = {}});
     return true;
 }
 
