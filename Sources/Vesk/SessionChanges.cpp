@@ -157,14 +157,15 @@ void VaultSession::payIndex() {
     }
     tasks_->isPayingIndex = true;
     bool isAnyGone = false;
-    for (const auto& path : owed) {
+    const auto pay = [&](const std::string& path) {
         if (!isNoteLike(path) || !FilePlatform::current().files->exists(vault_.absolutePath(path))) {
             removeFromIndex(path);
             isAnyGone = true;
         } else {
             reindexNote(path, nullptr);
         }
-    }
+    };
+    for (const auto& path : owed) leniently([&] { pay(path); });
     if (isAnyGone) leniently([&] { index_->resolveLinks(); });
     tasks_->isPayingIndex = false;
 }

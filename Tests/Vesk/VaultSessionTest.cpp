@@ -115,6 +115,23 @@ TEST_F(VaultSessionTest, IndexesAfterAReindexWhatChangedWhileItRan) {
     EXPECT_EQ(indexed("to.md"), "moved");
 }
 
+TEST_F(VaultSessionTest, EndsAReindexThoughWhatChangedMeanwhileCantBeLookedAt) {
+    vault().write("a.md", "old");
+    open();
+    const auto subscription = session->indexProgress.subscribe([&](double part) {
+        if (part < 1 || !session->indexing.get() || platform.files.fault) return;
+        session->saveEditorText("new", "a.md", "old", false);
+        platform.files.fault = [](std::string_view operation, const FilePath& path) -> std::optional<int> {
+            if (operation == "info" && path.filename() == "a.md") return EIO;
+            return {};
+        };
+    });
+    session->rebuildIndex();
+    time.settle();
+    EXPECT_TRUE(platform.files.fault);
+    EXPECT_FALSE(session->indexing.get());
+}
+
 TEST_F(VaultSessionTest, RunsOnceMoreForAReindexAskedForMeanwhile) {
     open();
     int done = 0;
