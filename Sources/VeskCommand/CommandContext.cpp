@@ -107,10 +107,15 @@ std::unique_ptr<NoteIndex> CommandContext::openIndex(const Vault& vault, bool mu
 
 void CommandContext::notesChanged(const Vault& vault,
                                   std::initializer_list<std::string_view> paths) const noexcept {
+    const std::vector<std::string> all(paths.begin(), paths.end());
+    notesChanged(vault, all);
+}
+
+void CommandContext::notesChanged(const Vault& vault, std::span<const std::string> paths) const noexcept {
     try {
-        if (!FilePlatform::current().files->exists(vault.indexPath())) return;
+        if (paths.empty() || !FilePlatform::current().files->exists(vault.indexPath())) return;
         auto index = openIndex(vault, true);
-        for (auto path : paths) {
+        for (const auto& path : paths) {
             auto note = noteAt(vault, path);
             auto text = note ? AtomicWrite::read(note->path) : std::nullopt;
             if (text) {

@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -77,6 +78,7 @@ struct CommandContext {
     /// Brings an index that exists up to date with notes that this program wrote, moved or moved away. A
     /// failure is dropped, since the index is only a cache.
     void notesChanged(const Vault& vault, std::initializer_list<std::string_view> paths) const noexcept;
+    void notesChanged(const Vault& vault, std::span<const std::string> paths) const noexcept;
 
     /// One JSON document on standard output.
     void answer(const Json& document) const;

@@ -25,6 +25,7 @@ void addFormatCommand(CLI::App& program, CommandContext& context);     // format
 void addKeyCommands(CLI::App& program, CommandContext& context);       // key …
 void addProviderCommands(CLI::App& program, CommandContext& context);  // providers …
 void addAskCommands(CLI::App& program, CommandContext& context);       // ask act context
+void addPlanCommands(CLI::App& program, CommandContext& context);      // plan … title
 void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

@@ -91,6 +91,7 @@ int main(int argc, char** argv) {
     command::addKeyCommands(program, context);
     command::addProviderCommands(program, context);
     command::addAskCommands(program, context);
+    command::addPlanCommands(program, context);
     command::addGenerateCommand(program);
 
     try {

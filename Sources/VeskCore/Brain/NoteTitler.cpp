@@ -252,6 +252,16 @@ std::string userMessage(std::string_view excerpt) {
     return "Name this note.\n\n" + std::string(excerpt);
 }
 
+BrainRequest request(std::string_view excerpt) {
+    BrainRequest made;
+    made.system = std::string(instructions);
+    made.messages = {{.role = BrainMessage::Role::user, .text = userMessage(excerpt)}};
+    // A line is enough; the rest is for models that think first.
+    made.maxTokens = 1024;
+    made.temperature = 0.3;
+    return made;
+}
+
 std::optional<std::string> parse(std::string_view reply) {
     std::vector<std::string_view> lines;
     for (const auto line : splitLines(reply)) {

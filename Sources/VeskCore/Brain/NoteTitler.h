@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "VeskCore/Brain/BrainRequest.h"
+
 namespace vesk::NoteTitler {
 
 extern const std::string_view instructions;
@@ -16,6 +18,8 @@ inline constexpr std::size_t maxTitleLength = 80;  ///< characters
 std::string excerpt(std::string_view text);
 bool hasEnoughText(std::string_view text);
 std::string userMessage(std::string_view excerpt);
+/// What a model is asked for a title.
+BrainRequest request(std::string_view excerpt);
 /// A title that makes a file name; none if the reply holds none.
 std::optional<std::string> parse(std::string_view reply);
 
