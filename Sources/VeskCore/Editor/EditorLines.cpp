@@ -18,14 +18,16 @@ constexpr bool endsLine(char16_t c) {
 // Every reader walks lines, so line ends are looked for many units at a time.
 constexpr std::size_t vectorUnits = 8;
 constexpr std::size_t blockUnits = 4 * vectorUnits;
-using Units = std::uint16_t __attribute__((vector_size(vectorUnits * sizeof(char16_t))));
+using Unit = std::uint16_t;
+using Units = Unit __attribute__((vector_size(vectorUnits * sizeof(char16_t))));
 using Found = std::int16_t __attribute__((vector_size(vectorUnits * sizeof(char16_t))));
 
 Found lineEnds(const char16_t* vector) {
     Units units;
     std::memcpy(&units, vector, sizeof units);
     // U+2028 and U+2029 differ in their last bit.
-    return (units == u'\n') | (units == u'\r') | (units == 0x0085) | ((units | 1) == 0x2029);
+    return (units == Unit{u'\n'}) | (units == Unit{u'\r'}) | (units == Unit{0x0085}) |
+           ((units | Unit{1}) == Unit{0x2029});
 }
 
 bool any(Found found) {
