@@ -22,7 +22,8 @@ std::vector<std::string> changedLines(const Terminal& terminal, std::string_view
         const auto pieces = splitLines(run.text);
         for (std::size_t i = 0; i < pieces.size(); ++i) {
             if (i > 0) endLine();
-            differs = differs || run.kind != Kind::same;
+            const bool endsHere = i + 1 < pieces.size();
+            differs = differs || (run.kind != Kind::same && (endsHere || !pieces[i].empty()));
             if (pieces[i].empty()) continue;
             const auto text = printable(pieces[i]);
             line += run.kind == Kind::same      ? text

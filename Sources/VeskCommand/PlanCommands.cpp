@@ -7,13 +7,13 @@
 
 #include "Vesk/AI/BrainSession.h"
 #include "Vesk/AI/TitleProposals.h"
+#include "VeskCommand/ChangedLines.h"
 #include "VeskCommand/CommandSupport.h"
 #include "VeskCommand/Commands.h"
 #include "VeskCore/Brain/BrainProviders.h"
 #include "VeskCore/Brain/NoteTitler.h"
 #include "VeskCore/Brain/VaultPlanExecutor.h"
 #include "VeskCore/Brain/VaultPlanner.h"
-#include "VeskCore/Brain/WordDiff.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -41,36 +41,10 @@ VaultPlan planIn(const std::string& file) {
     return VaultPlanner::parse(*text);
 }
 
-/// The lines in which two texts differ, "[-gone-]{+new+}".
-std::vector<std::string> changedLines(const CommandContext& context, const Preview& preview) {
-    std::vector<std::string> changed;
-    std::string line;
-    bool differs = false;
-    const auto endLine = [&] {
-        if (differs) changed.push_back(std::move(line));
-        line.clear();
-        differs = false;
-    };
-    using WordDiff::Kind;
-    for (const auto& run : WordDiff::compare(preview.before.value_or(""), preview.after.value_or("")).runs) {
-        const auto pieces = splitLines(run.text);
-        for (std::size_t i = 0; i < pieces.size(); ++i) {
-            if (i > 0) endLine();
-            const bool endsHere = i + 1 < pieces.size();
-            differs = differs || (run.kind != Kind::same && (endsHere || !pieces[i].empty()));
-            if (pieces[i].empty()) continue;
-            const auto text = printable(pieces[i]);
-            line += run.kind == Kind::same      ? text
-                    : run.kind == Kind::removed ? context.out.styled("[-" + text + "-]", Tone::bad)
-                                                : context.out.styled("{+" + text + "+}", Tone::good);
-        }
-    }
-    endLine();
-    return changed;
-}
-
 std::vector<std::string> shownLines(const CommandContext& context, const Preview& preview) {
-    const auto both = [&] { return changedLines(context, preview); };
+    const auto both = [&] {
+        return changedLines(context.out, preview.before.value_or(""), preview.after.value_or(""));
+    };
     const auto notes = [&] {
         std::vector<std::string> lines;
         for (const auto line : splitLines(preview.before.value_or(""))) lines.push_back(printable(line));

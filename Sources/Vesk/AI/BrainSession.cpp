@@ -33,7 +33,6 @@ constexpr std::size_t rememberedTurns = 6;
 constexpr std::size_t longProposal = 2000, shownOfProposal = 1200;  // characters
 constexpr int unknownWindow = 8000, unknownOutput = 4096, budgetWithoutVault = 8000;
 constexpr auto probePause = std::chrono::duration_cast<Duration>(Seconds{15.0});
-constexpr int titleTokens = 64;
 
 constexpr std::string_view nothingInVault =
     "I couldn't find anything in your notes about that, so I have nothing to cite. Try different words, or "
@@ -456,11 +455,7 @@ void BrainSession::fileNote(const Note& note, std::string_view noteText,
 TaskHandle BrainSession::suggestTitle(std::string_view noteText,
                                       std::function<void(std::optional<std::string>)> done) {
     const auto provider = canAsk() ? activeOption()->provider : nullptr;
-    BrainRequest request;
-    request.system = std::string(NoteTitler::instructions);
-    request.messages = {
-        {.role = BrainMessage::Role::user, .text = NoteTitler::userMessage(NoteTitler::excerpt(noteText))}};
-    request.maxTokens = titleTokens;
+    auto request = NoteTitler::request(NoteTitler::excerpt(noteText));
     return services_.background.run(
         Priority::userInitiated,
         [weak = weak_from_this(), &mainQueue = services_.mainQueue, provider, model = activeModelID.get(),

@@ -258,7 +258,6 @@ BrainRequest request(std::string_view excerpt) {
     made.messages = {{.role = BrainMessage::Role::user, .text = userMessage(excerpt)}};
     // A line is enough; the rest is for models that think first.
     made.maxTokens = 1024;
-    made.temperature = 0.3;
     return made;
 }
 
