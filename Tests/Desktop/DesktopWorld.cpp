@@ -218,23 +218,45 @@ std::vector<std::string> DesktopWorld::environment() const {
 
 pid_t DesktopWorld::launch(const std::vector<std::string>& words, const std::vector<std::string>& more,
                            const std::string& log) const {
-    auto variables = environment();
+    auto whole = environment();
     for (const auto& variable : more) {
         const auto name = variable.substr(0, variable.find('=') + 1);
-        std::erase_if(variables, [&](const std::string& known) { return known.starts_with(name); });
-        if (variable.back() != '=') variables.push_back(variable);
+        std::erase_if(whole, [&](const std::string& known) { return known.starts_with(name); });
+        if (variable.back() != '=') whole.push_back(variable);
     }
-    return spawn(words, variables, -1, log);
+    return spawn(words, whole, -1, log);
 }
 
 void DesktopWorld::start(const std::string& note) {
     std::vector<std::string> words{VESK_DESKTOP, vault.path().string()};
     if (!note.empty()) words.push_back((vault / note).string());
     status_.reset();
-    program_ = launch(words, {}, (home / "output").string());
+    program_ = launch(words, variables, (home / "output").string());
     if (!until([&] { return shows("Note text") || (note.empty() && !controls().empty()) || hasEnded(); }))
         throw std::runtime_error("no window:\n" + output());
-    launchTool({"xdotool", "search", "--sync", "--onlyvisible", "--name", "Vesk", "windowfocus"});
+    focusWindow();
+}
+
+void DesktopWorld::startBare(const std::vector<std::string>& arguments) {
+    status_.reset();
+    std::vector<std::string> words{VESK_DESKTOP};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    program_ = launch(words, variables, (home / "output").string());
+    focusWindow();
+}
+
+void DesktopWorld::prepareFullDisk() {
+    variables = {std::string("LD_PRELOAD=") + VESK_FAULT_SHIM, "VESK_FAULT_UNDER=" + vault.path().string(),
+                 "VESK_FAULT_AT=1", "VESK_FAULT_HOW=" + std::to_string(ENOSPC) + "+",
+                 "VESK_FAULT_WHILE=" + (home / "full").string()};
+}
+
+void DesktopWorld::fillDisk(bool full) const {
+    if (full) {
+        home.write("full", "");
+    } else {
+        std::filesystem::remove(home / "full");
+    }
 }
 
 int DesktopWorld::startAgain(const std::vector<std::string>& arguments, const std::vector<std::string>& more,
@@ -283,6 +305,10 @@ void DesktopWorld::launchTool(const std::vector<std::string>& words) const {
     if (exitStatus(status) != 0) throw std::runtime_error(words.front() + " failed");
 }
 
+void DesktopWorld::focusWindow() const {
+    launchTool({"xdotool", "search", "--sync", "--onlyvisible", "--name", "Vesk", "windowfocus"});
+}
+
 void DesktopWorld::key(const std::string& keys) const {
     launchTool({"xdotool", "key", "--clearmodifiers", keys});
 }
@@ -296,21 +322,24 @@ void DesktopWorld::clickAt(int x, int y, int button) const {
         {"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", std::to_string(button)});
 }
 
+std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const Control& target) {
+    constexpr guint32 inWindow = 1;
+    GVariant* answer = call(target.bus, target.path, "org.a11y.atspi.Component", "GetExtents",
+                            g_variant_new("(u)", inWindow), "((iiii))");
+    if (!answer) return {};
+    int x = 0, y = 0, width = 0, height = 0;
+    g_variant_get(answer, "((iiii))", &x, &y, &width, &height);
+    g_variant_unref(answer);
+    if (width <= 0 || height <= 0) return {};
+    return Point{x + width / 2, y + height / 2};
+}
+
 std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const std::string& name) const {
     std::optional<Point> found;
     until([&] {
-        const auto target = control(name);
-        if (!target) return false;
-        constexpr guint32 inWindow = 1;
-        GVariant* answer = call(target->bus, target->path, "org.a11y.atspi.Component", "GetExtents",
-                                g_variant_new("(u)", inWindow), "((iiii))");
-        if (!answer) return false;
-        int x = 0, y = 0, width = 0, height = 0;
-        g_variant_get(answer, "((iiii))", &x, &y, &width, &height);
-        g_variant_unref(answer);
-        if (width <= 0 || height <= 0) return false;
-        found = Point{x + width / 2, y + height / 2};
-        return true;
+        for (const auto& target : controls())
+            if (!found && target.name == name) found = middleOf(target);
+        return found.has_value();
     });
     return found;
 }
@@ -369,8 +398,11 @@ std::optional<Control> DesktopWorld::control(const std::string& name, const std:
 
 bool DesktopWorld::press(const std::string& name) const {
     return until([&] {
-        auto button = control(name, "push button");
-        if (!button) button = control(name);
+        // A dialogue has each of its buttons twice, for a wide and a narrow window, and one has a place.
+        std::optional<Control> button;
+        for (auto& candidate : controls())
+            if (candidate.name == name && (!button || candidate.role == "push button") && middleOf(candidate))
+                button = candidate;
         if (!button) return false;
         GVariant* answer = call(button->bus, button->path, "org.a11y.atspi.Action", "DoAction",
                                 g_variant_new("(i)", 0), "(b)");

@@ -32,6 +32,13 @@ public:
 
     /// Starts the program on the vault, with the note open if one is named, and waits for its window.
     void start(const std::string& note = "");
+    /// Starts it and waits for no more than a window.
+    void startBare(const std::vector<std::string>& arguments = {});
+    /// What the next start has in its environment beside or in place of the usual; "NAME=" for without.
+    std::vector<std::string> variables;
+    /// From the next start on: while fillDisk(true) holds, nothing can be written into the vault.
+    void prepareFullDisk();
+    void fillDisk(bool full) const;
     /// Another start of the program while it runs, to its end; its exit status.
     int startAgain(const std::vector<std::string>& arguments,
                    const std::vector<std::string>& environment = {}, std::string* output = nullptr) const;
@@ -45,6 +52,8 @@ public:
     /// Waits for its end; none if it doesn't come.
     std::optional<int> waitForEnd();
 
+    /// Gives the main window the keyboard, as a window manager does when a dialogue has gone.
+    void focusWindow() const;
     void key(const std::string& keys) const;
     void type(const std::string& text) const;
     void clickAt(int x, int y, int button = 1) const;
@@ -75,6 +84,7 @@ private:
     struct Point {
         int x = 0, y = 0;
     };
+    static std::optional<Point> middleOf(const Control& control);
     std::optional<Point> middleOf(const std::string& name) const;
     void launchTool(const std::vector<std::string>& words) const;
     pid_t launch(const std::vector<std::string>& words, const std::vector<std::string>& more,

@@ -5,6 +5,7 @@
 // VESK_FAULT_AT     which call, counted from 1; 0 for none
 // VESK_FAULT_HOW    "before" or "after" (killed there), "short" (half of a write is done and the rest fails),
 //                   or a number of errno; with a "+" behind it every call from that one on fails
+// VESK_FAULT_WHILE  a file; nothing fails while it isn't there
 // VESK_FAULT_LOG    a file that gets a line for each call: its number, its name and the path
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -79,6 +80,8 @@ Verdict judge(const char* call, std::string_view path) {
     const bool lasts = how.ends_with('+');
     if (lasts) how.remove_suffix(1);
     if (at == 0 || (lasts ? number < at : number != at)) return verdict;
+    const std::string condition(variable("VESK_FAULT_WHILE"));
+    if (!condition.empty() && ::access(condition.c_str(), F_OK) != 0) return verdict;
     if (how == "before") ::syscall(SYS_kill, ::getpid(), SIGKILL);
     verdict.killAfter = how == "after";
     verdict.isShort = how == "short";

@@ -3,6 +3,19 @@
 #include <utility>
 
 namespace vesk::views {
+namespace {
+
+GtkWidget* buttonLabelled(GtkWidget* widget, const std::string& label) {
+    if (GTK_IS_BUTTON(widget)) {
+        const char* words = gtk_button_get_label(GTK_BUTTON(widget));
+        return words && label == words && gtk_widget_get_mapped(widget) ? widget : nullptr;
+    }
+    for (auto* child = gtk_widget_get_first_child(widget); child; child = gtk_widget_get_next_sibling(child))
+        if (auto* found = buttonLabelled(child, label)) return found;
+    return nullptr;
+}
+
+}  // namespace
 
 void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingChoice)> answer) {
     auto* dialog = ADW_MESSAGE_DIALOG(
@@ -27,6 +40,8 @@ void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingCho
         +[](gpointer data, GClosure*) { delete static_cast<std::function<void(LeavingChoice)>*>(data); },
         GConnectFlags(0));
     gtk_window_present(GTK_WINDOW(dialog));
+    // The keyboard would begin on the button that lets the text go.
+    if (auto* stay = buttonLabelled(GTK_WIDGET(dialog), alert.stay)) gtk_widget_grab_focus(stay);
 }
 
 void DesktopPrompt::chooseFolder(const std::string& message,
@@ -39,7 +54,7 @@ void DesktopPrompt::chooseFolder(const std::string& message,
 void DesktopPrompt::tell(const std::string& message, const std::string& information) {
     auto* dialog =
         ADW_MESSAGE_DIALOG(adw_message_dialog_new(parent_(), message.c_str(), information.c_str()));
-    adw_message_dialog_add_response(dialog, "ok", "OK");
+    adw_message_dialog_add_response(dialog, "ok", _("OK"));
     gtk_window_present(GTK_WINDOW(dialog));
 }
 

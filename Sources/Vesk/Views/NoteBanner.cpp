@@ -25,6 +25,11 @@ NoteBanner::NoteBanner() {
     card_.add_css_class("note-banner");
     set_child(card_);
     set_reveal_child(false);
+    set_visible(false);
+    // One that is closed isn't there for a screen reader either.
+    property_child_revealed().signal_changed().connect([this] {
+        if (!get_child_revealed() && !get_reveal_child()) set_visible(false);
+    });
     gtk_accessible_update_property(GTK_ACCESSIBLE(card_.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL, "Notice", -1);
 }
 
@@ -45,6 +50,7 @@ void NoteBanner::present(const Contents& contents) {
         buttons_.append(*button);
         shown_.push_back(std::move(button));
     }
+    set_visible(true);
     set_reveal_child(true);
 }
 
