@@ -78,6 +78,8 @@ public:
 
     const Vault& vault() const { return vault_; }
     NoteIndex& index() { return *index_; }
+    /// For jobs, which may outlive the session; it is closed when the session stops.
+    std::shared_ptr<const NoteIndex> indexForJobs() const { return index_; }
     const SearchEngine& search() const { return *search_; }
     LocalEmbedding& embedder() { return *embedder_; }
     SearchAccess searchAccess() const { return {vault_, index_, search_, embedder_}; }

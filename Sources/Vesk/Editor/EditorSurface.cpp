@@ -101,6 +101,14 @@ bool EditorSurface::edit(std::string text) {
     return true;
 }
 
+bool EditorSurface::change(const std::string& text) {
+    if (!isLoaded() || !loadedPath_) return false;
+    replaceText(LineEndings::normalized(text));
+    coordinator_.scheduleSave(text_);
+    coordinator_.flushSave();
+    return true;
+}
+
 void EditorSurface::flush() {
     coordinator_.flushSave();
 }

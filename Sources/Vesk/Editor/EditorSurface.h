@@ -125,6 +125,9 @@ public:
     /// the text isn't as a file gives it back (line ends as CR LF, a byte order mark) it is shown anew as it
     /// is.
     bool edit(std::string text);
+    /// A change that the application makes to the shown note: shown with the caret where it was, and saved at
+    /// once as what is typed is. False where no note is loaded.
+    bool change(const std::string& text);
     void load(const std::string& path);
     /// Leaves the note: what was typed is saved first.
     void close();

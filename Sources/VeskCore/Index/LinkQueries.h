@@ -70,6 +70,11 @@ struct PendingLink {
 
     /// `target` is the name that the link shall lead to.
     static PendingLink of(const UnlinkedMention& mention, std::string_view target);
+    /// The note's whole text with the link in place of the mention, all else as it is; none if the mention
+    /// doesn't stand there any more.
+    std::optional<std::string> insertedInto(std::string_view text) const;
+    /// The reverse of it.
+    std::optional<std::string> takenOutOf(std::string_view text) const;
 };
 
 /// Borrows the index. Any thread; the calls block.

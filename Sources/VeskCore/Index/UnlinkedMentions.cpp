@@ -157,6 +157,26 @@ TextRange contextAround(Units text, TextRange line, TextRange mention) {
     return {start, end - start};
 }
 
+/// The text with `with` in place of `old`, which must stand at a place of the body.
+std::optional<std::string> replacedInBody(std::string_view text, std::size_t unit, std::string_view old,
+                                          std::string_view with, bool mustBeUnlinked) {
+    const FrontmatterDoc doc(text);
+    const auto& body = doc.body();
+    const auto units = utf16(body);
+    const auto wanted = utf16(old);
+    if (unit > units.size() || Units(units).substr(unit, wanted.size()) != wanted) return {};
+    if (splitsPair(units, unit)) return {};
+    if (mustBeUnlinked && Units(LinkQueries::maskedForMentions(units)).substr(unit, wanted.size()) != wanted)
+        return {};
+    const auto at = utf8(Units(units).substr(0, unit)).size();
+    // What stands before the body is kept as it is, also where it would be written otherwise.
+    if (text.ends_with(body))
+        return std::string(text).replace(text.size() - body.size() + at, old.size(), with);
+    auto changed = doc;
+    changed.setBody(std::string(body).replace(at, old.size(), with));
+    return changed.serialized();
+}
+
 using Patterns = std::vector<const Pattern*>;
 
 std::vector<TextRange> matchesOf(const Patterns& patterns, Units masked) {
@@ -284,6 +304,14 @@ std::u16string LinkQueries::maskedForMentions(std::u16string_view body) {
         if (isFence) isFenced = !isFenced;
     }
     return text;
+}
+
+std::optional<std::string> PendingLink::insertedInto(std::string_view text) const {
+    return replacedInBody(text, mention.range.location, mention.matchedText, replacement, true);
+}
+
+std::optional<std::string> PendingLink::takenOutOf(std::string_view text) const {
+    return replacedInBody(text, mention.range.location, replacement, mention.matchedText, false);
 }
 
 PendingLink PendingLink::of(const UnlinkedMention& mention, std::string_view target) {
