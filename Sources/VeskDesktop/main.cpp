@@ -3,12 +3,15 @@
 #include <gtk/gtk.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Vesk/Views/Desktop.h"
 #include "Vesk/Views/GlibMainQueue.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskLinux/ConflictFileVersions.h"
+#include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/FileUserDefaults.h"
 #include "VeskLinux/InotifyEventSource.h"
 #include "VeskLinux/Interrupts.h"
@@ -52,8 +55,13 @@ int main(int argc, char** argv) {
     SecretServiceStore secrets;
     NoSentenceEmbeddings embeddings;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
+    // For trying out a model service of one's own: every request goes there, on this machine alone.
+    const char* standIn = std::getenv("VESK_MODEL_SERVER");
+    CurlTransport transport(standIn ? standIn : "");
     views::GlibMainQueue mainQueue;
+    std::unique_ptr<BrainProviders> providers;  // outlives the workers, which ask them
     ThreadPool pool(workers);
+    providers = std::make_unique<BrainProviders>(transport, secrets, defaults, clock, pool);
 
     return views::runDesktop({.clock = clock,
                               .mainQueue = mainQueue,
@@ -62,6 +70,7 @@ int main(int argc, char** argv) {
                               .defaults = defaults,
                               .bookmarks = bookmarks,
                               .secrets = secrets,
+                              .providers = *providers,
                               .embeddings = embeddings,
                               .fileVersions = versions,
                               .fileEvents =

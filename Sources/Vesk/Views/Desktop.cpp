@@ -6,6 +6,7 @@
 #include "Vesk/Views/Style.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Unicode.h"
 
 namespace vesk::views {
 namespace {
@@ -34,6 +35,7 @@ DesktopApplication::~DesktopApplication() {
     rowMenu_.reset();
     surfaceSubscriptions_.clear();
     subscriptions_.clear();
+    assistant_.reset();
     window_.reset();
     workspace_.close();
 }
@@ -127,6 +129,7 @@ void DesktopApplication::makeWindow() {
     connectEditor();
     applyLook();
     watchWorkspace();
+    makeAssistant();
     for (const char* change : {"notify::dark", "notify::high-contrast"})
         onSignal(adw_style_manager_get_default(), change, [this] { applyLook(); });
 }
@@ -158,6 +161,30 @@ void DesktopApplication::connectEditor() {
     editor.onFiles = [this](const std::vector<FilePath>& files) { attachFiles(files); };
     editor.decorations().resolveImage = [this](const std::string& target) { return attachment(target); };
     editor.completion().candidates = [this](const Completion::Prefix& prefix) { return candidates(prefix); };
+}
+
+void DesktopApplication::makeAssistant() {
+    assistant_ = std::make_unique<Assistant>(
+        seams_, workspace_, bridge_,
+        AssistantHost{.window = [this] { return window_->window(); },
+                      .selection = [this]() -> std::optional<EditorSelection> {
+                          const auto& content = window_->note().editor().content();
+                          const auto range = content.selection();
+                          if (!openNote() || range.empty()) return std::nullopt;
+                          return EditorSelection{utf8(content.text().substr(range.location, range.length)),
+                                                 range.location};
+                      },
+                      .openPanel = [this] { window_->showInspector("ai"); },
+                      .showNote = [this](const std::string& path) { showNote(path, true); },
+                      .goTo = [this](TextRange range) { window_->note().editor().goTo(range); },
+                      .openFile = [this](const FilePath& file) { openFile(file); },
+                      .openAddress =
+                          [this](const std::string& address) {
+                              gtk_show_uri(window_->window(), address.c_str(), GDK_CURRENT_TIME);
+                          },
+                      .tell = [this](const std::string& words) { tell(words); }});
+    window_->addInspectorTab(assistant_->pane(), "ai", "Assistant");
+    window_->addAboveNote(assistant_->titleCard());
 }
 
 // The vault
@@ -303,6 +330,7 @@ void DesktopApplication::endNow() {
     workspace_.close();
     // Not from inside one of its own signals.
     Glib::signal_idle().connect_once([this] {
+        assistant_.reset();
         window_.reset();
         quit();
     });

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "VeskCore/Brain/BrainProviders.h"
 #include "VeskCore/Platform/Bookmarks.h"
 #include "VeskCore/Platform/FileEvents.h"
 #include "VeskCore/Platform/FileVersions.h"
@@ -31,6 +32,7 @@ struct DesktopSeams {
     UserDefaults& defaults;
     const Bookmarks& bookmarks;
     SecretStore& secrets;
+    const BrainProviders& providers;
     SentenceEmbeddingSource& embeddings;
     FileVersions& fileVersions;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;

@@ -55,6 +55,28 @@ void DesktopApplication::addActions() {
          "Moving Around",
          {"<Control><Shift>l"},
          [this] { window_->toggleInspector(); }},
+        {"ask", "Ask About Your Notes", "Assistant", {"<Control><Shift>a"}, [this] { assistant_->ask(); }, 1},
+        {"assistant-actions",
+         "Quick Actions",
+         "Assistant",
+         {"<Control><Shift>k"},
+         [this] {
+             assistant_->ask();
+             assistant_->pane().showQuickActions();
+         }},
+        {"assistant-file", "File This Note", "Assistant", {}, [this] { assistant_->fileNote(); }},
+        {"assistant-review",
+         "Review What Is Proposed",
+         "Assistant",
+         {"<Control><Shift>r"},
+         [this] { assistant_->review(); }},
+        {"assistant-stop",
+         "Stop Answering",
+         "Assistant",
+         {},
+         [this] { assistant_->stop(); }},
+        {"assistant-new", "New Conversation", "Assistant", {}, [this] { assistant_->newConversation(); }},
+        {"assistant-settings", "AI Settings", "Assistant", {}, [this] { assistant_->openSettings(); }, 3},
         {"find", "Find in Note", "Note", {"<Control>f"}, [this] { window_->find(false); }},
         {"replace", "Find and Replace", "Note", {"<Control>h"}, [this] { window_->find(true); }},
         {"find-next", "Find Next", "Note", {"<Control>g"}, [this] { window_->findStep(true); }},
@@ -87,6 +109,10 @@ void DesktopApplication::addActions() {
         {"about", "About Vesk", "General", {}, [this] { showAbout(); }, 3},
         {"quit", "Quit", "General", {"<Control>q"}, [this] { askToQuit(); }},
     };
+    for (const auto action : allQuickActions)
+        actions_.push_back({rawValue(action).data(), title(action).data(), "Assistant", {}, [this, action] {
+                                assistant_->run(action);
+                            }});
     for (const auto& action : actions_) {
         add_action(action.name, [does = action.does, this] {
             if (window_) does();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Vesk/Editor/EditorSurface.h"
+#include "Vesk/Views/Assistant.h"
 #include "Vesk/Views/Desktop.h"
 #include "Vesk/Views/DesktopPrompt.h"
 #include "Vesk/Views/FindBar.h"
@@ -50,6 +51,7 @@ private:
     void askToQuit();
     void connectEditor();
     void applyLook();
+    void makeAssistant();
     void showStatus();
     void rememberFolders();
 
@@ -106,6 +108,7 @@ private:
     ReminderCenter reminderCenter_;
     Workspace workspace_;
     std::unique_ptr<MainWindow> window_;
+    std::unique_ptr<Assistant> assistant_;  ///< its widgets stand in the window
     std::shared_ptr<EditorImages> images_;
     std::vector<Subscription> subscriptions_, surfaceSubscriptions_;
     std::shared_ptr<const Completion::Candidates>

@@ -26,7 +26,7 @@ MainWindow::MainWindow(Gtk::Application& application, UserDefaults& defaults)
       window_(ADW_APPLICATION_WINDOW(adw_application_window_new(application.gobj()))),
       find_(note_.editor()) {
     sidebarWidth_ = storedNumber(defaults_, sidebarKey, 280, leastSidebar, greatestSidebar);
-    inspectorWidth_ = storedNumber(defaults_, inspectorKey, 280, leastSidebar, greatestSidebar);
+    inspectorWidth_ = storedNumber(defaults_, inspectorKey, 330, leastSidebar, greatestSidebar);
     const int width = storedNumber(defaults_, "vesk.window.width", 1180, 360, 10000);
     const int height = storedNumber(defaults_, "vesk.window.height", 760, 300, 10000);
     gtk_window_set_default_size(window(), width, height);
@@ -242,10 +242,14 @@ Gtk::Widget& MainWindow::buildContent() {
     notePage_.set_size_request(leastContent, -1);
     adw_flap_set_content(flap_, raw(notePage_));
     note_.onTextChanged = [this] { find_.refresh(); };
-    buildHandle(inspectorHandle_, inspector_, inspectorWidth_, -1);
-    inspector_.set_size_request(inspectorWidth_, -1);
+    tabs_.add(inspector_, "links", "Links");
+    tabs_.onChanged = [this] {
+        if (isInspectorShown() && onInspectorShown) onInspectorShown();
+    };
+    buildHandle(inspectorHandle_, tabs_, inspectorWidth_, -1);
+    tabs_.set_size_request(inspectorWidth_, -1);
     inspectorPane_.append(inspectorHandle_);
-    inspectorPane_.append(inspector_);
+    inspectorPane_.append(tabs_);
     adw_flap_set_flap(flap_, raw(inspectorPane_));
     adw_flap_set_reveal_flap(flap_, defaults_.boolean(inspectorShownKey).value_or(false));
     g_object_bind_property(flap_, "reveal-flap", inspectorButton_.gobj(), "active",
@@ -264,6 +268,16 @@ bool MainWindow::isInspectorShown() const {
 
 void MainWindow::toggleInspector() {
     adw_flap_set_reveal_flap(flap_, !isInspectorShown());
+}
+
+void MainWindow::addInspectorTab(Gtk::Widget& page, const char* name, const char* title) {
+    tabs_.add(page, name, title);
+}
+
+void MainWindow::showInspector(const char* name) {
+    showNotePage(true);
+    tabs_.show(name);
+    adw_flap_set_reveal_flap(flap_, TRUE);
 }
 
 void MainWindow::toggleSidebar() {
@@ -320,7 +334,7 @@ void MainWindow::focusNextPane() {
     if (inside(raw(sidebarPane_))) {
         note_.focus();
     } else if (inside(raw(note_)) && isInspectorShown()) {
-        gtk_widget_child_focus(raw(inspector_), GTK_DIR_TAB_FORWARD);
+        gtk_widget_child_focus(raw(tabs_), GTK_DIR_TAB_FORWARD);
     } else {
         showNotePage(false);
         sidebar_.focusList();

@@ -9,6 +9,7 @@
 
 #include "Vesk/Views/FindBar.h"
 #include "Vesk/Views/Inspector.h"
+#include "Vesk/Views/InspectorTabs.h"
 #include "Vesk/Views/NotePane.h"
 #include "Vesk/Views/SearchPane.h"
 #include "Vesk/Views/Sidebar.h"
@@ -53,6 +54,12 @@ public:
     void clearSearch();
     void toggleInspector();
     bool isInspectorShown() const;
+    /// A further pane beside the links; it belongs to somebody else.
+    void addInspectorTab(Gtk::Widget& page, const char* name, const char* title);
+    /// Shows the inspector with that tab: "links" or what was added.
+    void showInspector(const char* name);
+    /// A widget of somebody else's above the note.
+    void addAboveNote(Gtk::Widget& widget) { notePage_.prepend(widget); }
     void toggleSidebar();
     /// F6: from the list to the note to the inspector.
     void focusNextPane();
@@ -110,6 +117,7 @@ private:
     SearchPane results_;
     NotePane note_;
     Inspector inspector_;
+    InspectorTabs tabs_;
     FindBar find_;
     NoteBanner warning_;
     std::vector<VaultWarning> warnings_;

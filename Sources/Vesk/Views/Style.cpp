@@ -27,6 +27,34 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .search-results > row { padding: 8px 10px; }
 .find-bar { margin: 6px 12px; }
 .inspector { background-color: @window_bg_color; }
+.inspector-switcher { margin: 6px 8px 2px 8px; }
+.assistant-bar { padding: 4px 6px; }
+.assistant-turns { padding: 6px 12px 14px 12px; }
+.assistant-question { padding: 8px 12px; border-radius: 14px 14px 4px 14px; background-color: alpha(@accent_bg_color, 0.16); }
+.assistant-answer { border-spacing: 8px; }
+.assistant-answer .answer-code { font-family: monospace; font-size: 92%; padding: 8px 10px; border-radius: 8px; background-color: alpha(currentColor, 0.07); }
+.assistant-answer .answer-code.continues { margin-top: -14px; border-radius: 0 0 8px 8px; padding-top: 6px; }
+.assistant-answer .answer-quote { padding-left: 10px; border-left: 3px solid alpha(currentColor, 0.25); }
+.assistant-answer .answer-item { margin-top: -3px; }
+.assistant-answer .answer-table { border-spacing: 10px 4px; }
+.assistant-failure { padding: 8px 10px; border-radius: 10px; background-color: alpha(@warning_bg_color, 0.20); }
+.assistant-small { min-height: 26px; padding: 0 8px; font-size: 9pt; font-weight: normal; }
+.assistant-notices { padding: 0 14px 4px 14px; border-spacing: 2px; }
+.assistant-composer { margin: 2px 10px 10px 10px; border-radius: 12px; background-color: @view_bg_color; box-shadow: inset 0 0 0 1px alpha(currentColor, 0.15); }
+.assistant-composer.focused { box-shadow: inset 0 0 0 2px alpha(@accent_color, 0.6); }
+.assistant-composer textview, .assistant-composer textview text { background: none; }
+.assistant-composer button.circular { min-width: 28px; min-height: 28px; padding: 0; }
+.assistant-picker > contents { padding: 0; }
+.assistant-picker scrolledwindow { padding: 6px; }
+.assistant-picker-bar { padding: 6px; }
+.assistant-picker button { font-weight: normal; padding: 6px 8px; }
+.diff-count { padding: 2px 10px; border-radius: 99px; font-size: 9pt; font-weight: 600; }
+.diff-added { background-color: alpha(#2ec27e, 0.22); }
+.diff-removed { background-color: alpha(#e01b24, 0.16); }
+.diff-text { font-size: 11.5pt; }
+.plan-side { border-radius: 8px; background-color: alpha(currentColor, 0.05); }
+.plan-side .plan-text { padding: 8px 10px; font-size: 10pt; }
+.plan-blocked { opacity: 0.6; }
 .picker-entry { margin: 12px; min-height: 40px; font-size: 12pt; }
 .completion > contents { padding: 4px; }
 )css";

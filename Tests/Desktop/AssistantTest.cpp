@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "DesktopWorld.h"
+#include "Support/ModelServer.h"
+#include "VeskCore/Support/Json.h"
+
+namespace vesk::test {
+namespace {
+
+constexpr const char* text = "Note text";
+constexpr const char* composer = "Your question";
+
+std::string delta(std::string_view words) {
+    const auto piece = Json::object({{"delta", Json::object({{"content", std::string(words)}})}});
+    return "data: " + Json::object({{"choices", Json(Json::Array{piece})}}).dump() + "\n\n";
+}
+
+constexpr std::string_view ending =
+    "data: {\"choices\":[{\"delta\":{},\"finish_reason\":\"stop\"}]}\n\ndata: [DONE]\n\n";
+
+/// A conversation with a model server of the test's own.
+class AssistantTest : public ::testing::Test, public DesktopWorld {
+protected:
+    void SetUp() override {
+        variables = {"VESK_MODEL_SERVER=" + server.address()};
+        server.answer("/v1/models", ModelServer::reply(200, R"({"data":[{"id":"house-model"}]})"));
+    }
+    void TearDown() override {
+        if (HasFailure()) std::cerr << output();
+    }
+
+    void reply(std::string_view words) {
+        server.answer("/v1/chat",
+                      ModelServer::events(delta(words.substr(0, words.size() / 2)) +
+                                          delta(words.substr(words.size() / 2)) + std::string(ending)));
+    }
+    /// Opens the panel and waits until the model is there.
+    bool open() {
+        key("ctrl+shift+a");
+        return until([&] { return shows(composer) && shows("Model: house-model"); });
+    }
+    void ask(const std::string& words) {
+        type(words);
+        key("Return");
+    }
+    /// The bodies of the questions that were sent.
+    std::vector<std::string> questions() const {
+        std::vector<std::string> bodies;
+        for (const auto& request : server.requests())
+            if (request.method == "POST") bodies.push_back(request.body);
+        return bodies;
+    }
+
+    ModelServer server;
+};
+
+TEST_F(AssistantTest, AnswersFromTheNotesAndOpensWhatItCites) {
+    vault.write("Garden.md", "---\nstatus: active\n---\nBroad beans go out in March.\n");
+    vault.write("Plan.md", "One\n");
+    reply("You wrote that **broad beans** go out in `March`.\n\n- See [[Garden]].");
+    start("Plan.md");
+    ASSERT_TRUE(open());
+    ask("When do the beans go out?");
+    EXPECT_TRUE(until([&] { return shows("You wrote that broad beans go out in March."); }));
+    EXPECT_TRUE(shows("When do the beans go out?"));
+    ASSERT_EQ(questions().size(), 1u);
+    EXPECT_NE(questions()[0].find("Broad beans go out in March."), std::string::npos);
+    ASSERT_TRUE(until([&] { return shows("From 2 notes"); }));
+    ASSERT_TRUE(click("From 2 notes"));
+    ASSERT_TRUE(until([&] { return control("Garden", "list item").has_value(); }));
+    ASSERT_TRUE(click("Garden"));
+    EXPECT_TRUE(until([&] { return textOf(text).find("Broad beans") != std::string::npos; })) << textOf(text);
+    EXPECT_TRUE(until([&] { return caretOf(text) > 23; })) << "the caret stands at the passage";
+}
+
+TEST_F(AssistantTest, StopsAtOnce) {
+    vault.write("Plan.md", "One\n");
+    server.answer("/v1/chat", {{.bytes = ModelServer::eventStreamHead() + delta("It begins")},
+                               {.kind = ModelServer::Step::Kind::stall}});
+    reply("Second answer.");
+    start("Plan.md");
+    ASSERT_TRUE(open());
+    ask("Anything?");
+    ASSERT_TRUE(until([&] { return shows("It begins"); }));
+    EXPECT_TRUE(shows("Stop"));
+    key("Escape");
+    EXPECT_TRUE(until([&] { return !shows("Stop"); }));
+    EXPECT_TRUE(shows("It begins")) << "what came stays";
+    // The next question goes out: the connection before it was let go.
+    ask("More?");
+    EXPECT_TRUE(until([&] { return shows("Second answer."); }));
+}
+
+TEST_F(AssistantTest, ReviewsARewriteBeforeItIsWritten) {
+    vault.write("Plan.md", "One long sentence that goes on.\n");
+    reply("Shorter now.\n\n```replacement\nOne sentence.\n```");
+    start("Plan.md");
+    ASSERT_TRUE(open());
+    type("/no");
+    ASSERT_TRUE(until([&] { return shows("Commands"); }));
+    key("Tab");
+    ask("shorten it");
+    ASSERT_TRUE(until([&] { return shows("AI edit — review before saving"); }));
+    EXPECT_TRUE(until([&] { return shows("1 added"); }));
+    EXPECT_TRUE(shows("Nothing is written until you click Approve."));
+    EXPECT_EQ(vault.read("Plan.md"), "One long sentence that goes on.\n");
+    ASSERT_TRUE(press("Approve"));
+    EXPECT_TRUE(until([&] { return vault.read("Plan.md").starts_with("One sentence."); }))
+        << vault.read("Plan.md");
+    EXPECT_TRUE(until([&] { return textOf(text).starts_with("One sentence."); })) << textOf(text);
+}
+
+TEST_F(AssistantTest, CarriesOutOnlyWhatIsTickedOfAPlan) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Old.md", "Two\n");
+    reply(
+        "Like this.\n\n```json\n{\"summary\":\"Tidy up\",\"operations\":["
+        "{\"op\":\"rename\",\"from\":\"Plan.md\",\"to\":\"Work/Plan.md\"},"
+        "{\"op\":\"trash\",\"path\":\"Old.md\"},"
+        "{\"op\":\"trash\",\"path\":\"Gone.md\"}]}\n```");
+    start("Plan.md");
+    ASSERT_TRUE(open());
+    ask("tidy up");
+    ASSERT_TRUE(
+        until([&] { return shows("Nothing has been changed yet. Vesk applies only what you tick."); }));
+    EXPECT_TRUE(shows("Tidy up"));
+    EXPECT_TRUE(shows("2 of 3 selected"));
+    EXPECT_TRUE(shows("Can't be applied"));
+    ASSERT_TRUE(click("Apply: Move Old.md to the vault's trash"));
+    ASSERT_TRUE(until([&] { return shows("1 of 3 selected"); }));
+    ASSERT_TRUE(press("Apply 1"));
+    EXPECT_TRUE(until([&] { return vault.exists("Work/Plan.md") && !vault.exists("Plan.md"); }));
+    EXPECT_TRUE(vault.exists("Old.md"));
+    // The open note went along.
+    ASSERT_TRUE(click(text));
+    key("ctrl+End");
+    type("more");
+    EXPECT_TRUE(fileBecomes("Work/Plan.md", "One\nmore")) << vault.read("Work/Plan.md");
+    EXPECT_FALSE(vault.exists("Plan.md"));
+}
+
+TEST_F(AssistantTest, OffersATitleToANoteThatIsLeftWithoutOne) {
+    vault.write("Untitled.md", "The walk along the river took three hours.\n");
+    vault.write("Plan.md", "One\n");
+    reply("River walk");
+    start("Untitled.md");
+    ASSERT_TRUE(open());
+    ASSERT_TRUE(click("Plan"));
+    ASSERT_TRUE(until([&] { return shows("Name this note?"); }));
+    // The keyboard stays where it was.
+    ASSERT_TRUE(click(text));
+    key("ctrl+End");
+    type("two");
+    EXPECT_TRUE(fileBecomes("Plan.md", "One\ntwo")) << vault.read("Plan.md");
+    ASSERT_TRUE(until([&] { return textOf("Title") == "River walk" || shows("Use Title"); }));
+    ASSERT_TRUE(press("Use Title"));
+    EXPECT_TRUE(fileBecomes("River walk.md", "The walk along the river took three hours.\n"));
+    EXPECT_TRUE(until([&] { return !shows("Name this note?"); }));
+}
+
+TEST_F(AssistantTest, SaysWhatToDoWhereNoModelIsSetUp) {
+    variables = {"VESK_MODEL_SERVER=127.0.0.1:9"};
+    vault.write("Plan.md", "One\n");
+    start("Plan.md");
+    key("ctrl+shift+a");
+    ASSERT_TRUE(until([&] { return shows(composer) && shows("Model: No model"); }));
+    EXPECT_TRUE(until([&] {
+        return shows(
+            "No AI provider is set up yet. Vesk can use a local model with nothing to pay for — start LM "
+            "Studio or Ollama, turn on Apple Intelligence, or paste a key. All three live in Settings → AI "
+            "(⌘,).");
+    }));
+    ask("Anything?");
+    EXPECT_TRUE(until([&] { return textOf(composer) == "Anything?"; })) << "it stays to be sent";
+    ASSERT_TRUE(press("AI Settings…"));
+    EXPECT_TRUE(until([&] { return shows("Models on This Computer"); }));
+    EXPECT_TRUE(until([&] {
+        return shows(
+            "Ollama isn't answering. Start it from the menu bar, or run `ollama serve` in Terminal.");
+    }));
+}
+
+}  // namespace
+}  // namespace vesk::test
