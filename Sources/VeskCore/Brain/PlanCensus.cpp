@@ -54,6 +54,13 @@ bool PlanCensus::isFolder(std::string_view path) const {
     return folders_.contains(key(path));
 }
 
+std::optional<std::string> PlanCensus::fileAbove(std::string_view path) const {
+    for (auto above = parentFolder(path); !above.empty(); above = parentFolder(above)) {
+        if (notes_.contains(key(above)) || files_.contains(key(above))) return std::string(above);
+    }
+    return std::nullopt;
+}
+
 std::string PlanCensus::spelled(std::string_view path) const {
     if (const auto* entry = note(path)) return entry->path;
     for (auto folder = path; !folder.empty(); folder = parentFolder(folder)) {

@@ -30,6 +30,8 @@ public:
 
     const Entry* note(std::string_view path) const;
     bool isFolder(std::string_view path) const;
+    /// The file that the path would lie below as if it were a folder; none for a path that can be made.
+    std::optional<std::string> fileAbove(std::string_view path) const;
     /// The path as the disk spells as much of it as there is.
     std::string spelled(std::string_view path) const;
     /// Something has this name, or one that differs by case alone, other than what lies at `besides`.

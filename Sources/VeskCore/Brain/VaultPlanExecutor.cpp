@@ -164,6 +164,13 @@ private:
         return PlanPaths::outside(path);
     }
 
+    /// A file is no folder that something could go into.
+    Blocked belowFile(std::string_view path) const {
+        const auto file = census_.fileAbove(path);
+        if (!file) return std::nullopt;
+        return census_.note(*file) ? nameTaken(*file) : fmt::format("\"{}\" isn't a folder.", *file);
+    }
+
     // What the vault tells
 
     Blocked check(const Op::CreateNote& it, Preview& preview) {
@@ -172,6 +179,7 @@ private:
         }
         if (auto reason = PlanPaths::notANote(it.path)) return reason;
         if (auto reason = leadsOutside(it.path)) return reason;
+        if (auto reason = belowFile(it.path)) return reason;
         preview.after = it.content;
         census_.addNote(it.path, it.content);
         return std::nullopt;
@@ -190,6 +198,7 @@ private:
         if (it.from == it.to || census_.isTaken(it.to, it.from)) return nameTaken(it.to);
         if (auto reason = PlanPaths::notANote(it.to)) return reason;
         if (auto reason = leadsOutside(parentFolder(it.to))) return PlanPaths::outside(it.to);
+        if (auto reason = belowFile(it.to)) return reason;
         preview.before = it.from;
         preview.after = it.to;
         if (limit_ && canonicallyEqual(*limit_, it.from)) limit_ = it.to;
@@ -221,6 +230,7 @@ private:
     Blocked check(const Op::CreateFolder& it, Preview&) {
         if (census_.isTaken(it.path)) return fmt::format("{}/ already exists.", it.path);
         if (auto reason = leadsOutside(it.path)) return reason;
+        if (auto reason = belowFile(it.path)) return reason;
         census_.addFolder(it.path);
         return std::nullopt;
     }
@@ -232,6 +242,7 @@ private:
         if (census_.note(it.to)) return nameTaken(it.to);
         if (census_.isTaken(it.to, it.from)) return fmt::format("{}/ already exists.", it.to);
         if (auto reason = leadsOutside(parentFolder(it.to))) return PlanPaths::outside(it.to);
+        if (auto reason = belowFile(it.to)) return reason;
         if (auto reason = holdsDocuments(it.from)) return reason;
         const auto notes = census_.notesUnder(it.from);
         const auto others = census_.otherFilesUnder(it.from);
