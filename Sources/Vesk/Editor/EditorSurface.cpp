@@ -295,6 +295,8 @@ void EditorSurface::follow(const std::string& from, const std::string& to) {
     if (loadedPath_ && isAtOrBelow(*loadedPath_, from)) {
         const std::string shown = *loadedPath_;
         followShown(shown, to + shown.substr(from.size()));
+        // What befell it at the new place was news of a note that wasn't shown yet.
+        if (isLoaded()) followDisk(true);
     }
 }
 
