@@ -52,6 +52,11 @@ void VaultSession::apply(const std::vector<FileChange>& changes) {
         if (!isBulk) removeFromIndex(path);
         if (!isNoteLike(path)) batch.removedDocuments.insert(path);
     };
+    const auto isHere = [&](const std::string& path) {
+        bool here = false;
+        leniently([&] { here = FilePlatform::current().files->exists(vault_.absolutePath(path)); });
+        return here;
+    };
     for (const auto& change : changes) {
         match(
             change.kind,
@@ -72,6 +77,8 @@ void VaultSession::apply(const std::vector<FileChange>& changes) {
                         appeared(change.relativePath);
                         return;
                     case FileChange::Kind::Plain::deleted:
+                        // A file that is back may have come with an own write, which nobody tells of.
+                        if (!isBulk && isHere(change.relativePath)) return appeared(change.relativePath);
                         left(change.relativePath);
                         return;
                 }
