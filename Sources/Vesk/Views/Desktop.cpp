@@ -109,12 +109,8 @@ void DesktopApplication::makeWindow() {
     };
     window_->onOpenOther = [this](const std::string& folder) { workspace_.openAndRemember(folder); };
     window_->onSearch = [this](const std::string& typed) { search(typed); };
-    window_->onInspectorShown = [this] { showLinks(); };
     window_->outline = [this] { return outline(); };
     window_->results().onChosen = [this](const SearchHit& hit) { showNote(hit.notePath, true); };
-    window_->inspector().onOpen = [this](const std::string& path, const std::string& title) {
-        path.empty() ? offerToCreate(title) : showNote(path, true);
-    };
     auto& sidebar = window_->sidebar();
     sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id); };
     sidebar.onChosen = [this](const SidebarRow& row) {
@@ -130,6 +126,7 @@ void DesktopApplication::makeWindow() {
     applyLook();
     watchWorkspace();
     makeAssistant();
+    connectInspector();
     for (const char* change : {"notify::dark", "notify::high-contrast"})
         onSignal(adw_style_manager_get_default(), change, [this] { applyLook(); });
 }
@@ -276,16 +273,10 @@ void DesktopApplication::surfaceChanged() {
     window_->note().attach(pane);
     if (!pane) return;
     window_->note().editor().decorations().setImages(images_);
-    surfaceSubscriptions_.push_back(pane->saved.subscribe(
-        [this](const std::string&, const std::string&, const ForeignEdit::Outcome&) { showLinks(); }));
     surfaceSubscriptions_.push_back(pane->notice.subscribe([this](const auto&) { showTitle(); }));
-    surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool isIndexing) {
-        if (!isIndexing) showLinks();
-        showStatus();
-    }));
+    surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool) { showStatus(); }));
     surfaceSubscriptions_.push_back(session()->status.subscribe([this](const auto&) { showStatus(); }));
     surfaceSubscriptions_.push_back(session()->indexProgress.subscribe([this](double) { showStatus(); }));
-    showLinks();
 }
 
 void DesktopApplication::openPath(const std::string& path) {

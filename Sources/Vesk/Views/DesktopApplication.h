@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Vesk/Editor/EditorSurface.h"
+#include "Vesk/Links/LinksModel.h"
 #include "Vesk/Views/Assistant.h"
 #include "Vesk/Views/Desktop.h"
 #include "Vesk/Views/DesktopPrompt.h"
@@ -78,7 +79,7 @@ private:
     void emptyTrash();
     void rowMenu(const SidebarRow& row, double x, double y);
     void search(const std::string& typed);
-    void showLinks();
+    void connectInspector();
     void follow(const LinkAt& link);
     void openFile(const FilePath& file);
     std::optional<FilePath> attachment(const std::string& target) const;
@@ -107,6 +108,7 @@ private:
     NoNotifications notifications_;
     ReminderCenter reminderCenter_;
     Workspace workspace_;
+    std::shared_ptr<LinksModel> links_;
     std::unique_ptr<MainWindow> window_;
     std::unique_ptr<Assistant> assistant_;  ///< its widgets stand in the window
     std::shared_ptr<EditorImages> images_;

@@ -88,7 +88,6 @@ void DesktopApplication::selectionChanged(const std::optional<std::string>& path
         window_->showNotePage(true);
     }
     showTitle();
-    showLinks();
 }
 
 void DesktopApplication::highlight(const std::string& path) {
@@ -335,49 +334,25 @@ void DesktopApplication::search(const std::string& typed) {
         searchDelay);
 }
 
-void DesktopApplication::showLinks() {
-    if (!window_ || !window_->isInspectorShown()) return;
+void DesktopApplication::connectInspector() {
+    links_ = LinksModel::make(workspace_, seams_.mainQueue, seams_.background);
     auto& inspector = window_->inspector();
-    if (!session())
-        return workspace_.vault.get()
-                   ? inspector.showMessage(
-                         "dialog-warning-symbolic", "No links",
-                         "Vesk couldn't open its index, so it can't tell which notes link here. Your notes "
-                         "are "
-                         "untouched — the index is only a cache. Reopening the vault rebuilds it.")
-                   : inspector.showMessage("insert-link-symbolic", "No note selected",
-                                           "Pick a note to see what links to it.");
-    if (!openNote())
-        return inspector.showMessage("insert-link-symbolic", "No note selected",
-                                     "Pick a note to see what links to it.");
-    if (session()->indexing.get())
-        return inspector.showMessage("insert-link-symbolic", "Reading the vault",
-                                     "Indexing the vault — links appear when it finishes.");
-    const auto path = *openNote();
-    try {
-        const auto& index = session()->index();
-        const auto row = [&](const std::string& to) {
-            const auto title = index.title(to);
-            return LinkRow{to, decodedText(title.value_or(std::string(stem(to)))),
-                           decodedText(std::string(parentFolder(to)))};
-        };
-        const auto add = [](std::vector<LinkRow>& rows, LinkRow link) {
-            const auto same = [&](const LinkRow& known) {
-                return known.path == link.path && known.title == link.title;
-            };
-            if (std::none_of(rows.begin(), rows.end(), same)) rows.push_back(std::move(link));
-        };
-        std::vector<LinkRow> backlinks, outgoing;
-        for (const auto& from : index.backlinks(path))
-            if (from != path) add(backlinks, row(from));
-        for (const auto& [target, resolved] : index.outgoingLinks(path))
-            add(outgoing, resolved ? row(*resolved) : LinkRow{"", target, "Not there yet"});
-        inspector.showLinks(backlinks, outgoing,
-                            "Nothing links here yet.\nType [[" + decodedText(std::string(stem(path))) +
-                                "]] in another note and it appears in this list.");
-    } catch (const std::exception&) {
-        inspector.showMessage("dialog-warning-symbolic", "Couldn't read the link index.", "");
-    }
+    inspector.follow(links_);
+    inspector.onOpen = [this](const std::string& path) { showNote(path, true); };
+    inspector.onMissing = [this](const std::string& target) { offerToCreate(target); };
+    inspector.onStale = [this](const std::string& path) { tell(LinksModel::staleMessage(path)); };
+    inspector.onLink = [this](const UnlinkedMention& mention) {
+        const auto link = links_->link(mention);
+        if (!link) return;
+        window_->toast("“" + decodedText(mention.sourceTitle) + "” links here now", "Undo",
+                       [this, link = *link] { links_->undo(link); });
+    };
+    subscriptions_.push_back(links_->editor.lastError.subscribe([this](const auto& words) {
+        if (words) tell(*words);
+    }));
+    const auto look = [this] { links_->setVisible(window_->isInspectorShown()); };
+    window_->onInspectorToggled = look;
+    look();
 }
 
 std::shared_ptr<const Completion::Candidates> DesktopApplication::candidates(
@@ -521,11 +496,8 @@ void DesktopApplication::follow(const LinkAt& link) {
 
 void DesktopApplication::offerToCreate(const std::string& name) {
     if (!surface()) return;
-    if (Vault::leavesVault(name)) {
-        prompt_.tell("“" + name + "” points outside the vault, so Vesk won't create it. ",
-                     "Rename the link to something inside the vault folder.");
-        return;
-    }
+    if (const auto refusal = LinksModel::missingTarget(name).refusal)
+        return prompt_.tell(refusal->heading, refusal->text);
     auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(window_->window(),
                                                              ("“" + name + "” isn't there yet").c_str(),
                                                              "Shall Vesk begin a note of that name?"));
@@ -535,15 +507,9 @@ void DesktopApplication::offerToCreate(const std::string& name) {
     adw_message_dialog_set_default_response(dialog, "create");
     adw_message_dialog_set_close_response(dialog, "cancel");
     onSignal(dialog, "response::create", [this, name] {
-        if (!surface()) return;
-        try {
-            const auto folder = parentFolder(name);
-            const auto note = workspace_.vault.get()->createNote(stem(name), folder, "");
-            workspace_.reload();
-            showNote(note.relativePath, true);
-        } catch (const std::exception&) {
-            tell(describe(std::current_exception()));
-        }
+        if (!surface() || !links_->createMissing(name)) return;
+        window_->showNotePage(true);
+        window_->note().focus();
     });
     gtk_window_present(GTK_WINDOW(dialog));
 }

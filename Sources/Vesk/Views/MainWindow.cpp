@@ -255,7 +255,7 @@ Gtk::Widget& MainWindow::buildContent() {
     g_object_bind_property(flap_, "reveal-flap", inspectorButton_.gobj(), "active",
                            static_cast<GBindingFlags>(G_BINDING_BIDIRECTIONAL | G_BINDING_SYNC_CREATE));
     onSignal(flap_, "notify::reveal-flap", [this] {
-        if (isInspectorShown() && onInspectorShown) onInspectorShown();
+        if (onInspectorToggled) onInspectorToggled();
     });
     gtk_widget_set_vexpand(GTK_WIDGET(flap_), TRUE);
     gtk_box_append(contentPane_.gobj(), GTK_WIDGET(flap_));

@@ -72,7 +72,7 @@ public:
     };
     std::function<std::vector<Heading>()> outline;
     std::function<void(const std::string& typed)> onSearch;
-    std::function<void()> onInspectorShown;
+    std::function<void()> onInspectorToggled;
 
     /// True when the window may go.
     std::function<void()> onCloseWanted;
