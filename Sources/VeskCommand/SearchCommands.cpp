@@ -6,6 +6,7 @@
 #include "VeskCommand/Commands.h"
 #include "VeskCommand/EmbeddingSupport.h"
 #include "VeskCommand/JsonForm.h"
+#include "VeskCore/Index/LinkQueries.h"
 #include "VeskCore/Index/LocalEmbedding.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -106,12 +107,52 @@ void retrieve(const CommandContext& context, const std::string& query, int limit
     }
 }
 
-void links(const CommandContext& context, const std::string& typed) {
+Json mentionsJson(const LinkQueries& queries, const std::string& path, const UnlinkedMentionScan& scan) {
+    Json mentions = Json::array();
+    const auto name = queries.linkName(path);
+    for (const auto& mention : scan.mentions) {
+        const auto link = PendingLink::of(mention, name);
+        mentions.append(Json::object({{"id", mention.id},
+                                      {"source", mention.sourcePath},
+                                      {"line", mention.line},
+                                      {"column", mention.column},
+                                      {"text", mention.matchedText},
+                                      {"before", mention.context},
+                                      {"after", link.previewAvailable ? Json(link.after) : Json()}}));
+    }
+    const auto list = [](const std::vector<std::string>& texts) {
+        Json array = Json::array();
+        for (const auto& text : texts) array.append(text);
+        return array;
+    };
+    return Json::object({{"mentions", std::move(mentions)},
+                         {"terms", list(scan.terms)},
+                         {"skipped", list(scan.skipped)},
+                         {"truncated", scan.truncated},
+                         {"candidateNotes", scan.candidateNotes},
+                         {"searchedNotes", scan.searchedNotes}});
+}
+
+void showMentions(const CommandContext& context, const UnlinkedMentionScan& scan) {
+    context.out.line(context.out.styled("Mentioned without a link", Tone::strong));
+    for (const auto& mention : scan.mentions)
+        context.out.line("  " + printable(mention.sourcePath) + ": " + printable(trim(mention.context)));
+    if (scan.truncated) context.remark("Only the first mentions are shown.");
+    for (const auto& term : scan.skipped) context.remark("“" + term + "” is too short to look for.");
+}
+
+void links(const CommandContext& context, const std::string& typed, bool withMentions) {
     const Vault vault = context.vault();
     const auto index = context.openIndex(vault, true);
     const auto path = context.notePath(vault, typed);
     if (!index->storedHash(path)) {
         throw CommandError(fmt::format("“{}” isn't in the index.", printable(path)));
+    }
+    const LinkQueries queries(*index);
+    std::optional<UnlinkedMentionScan> scan;
+    if (withMentions) {
+        scan = queries.unlinkedMentions(path, context.stop);
+        if (scan->failure) throw CommandError(*scan->failure);
     }
     const auto backlinks = index->backlinks(path);
     const auto outgoing = index->outgoingLinks(path);
@@ -120,7 +161,9 @@ void links(const CommandContext& context, const std::string& typed) {
         for (const auto& [target, resolved] : outgoing) {
             out.append(Json::object({{"target", target}, {"resolved", resolved}}));
         }
-        context.answer(Json::object({{"backlinks", toJson(backlinks)}, {"outgoingLinks", std::move(out)}}));
+        Json answer = Json::object({{"backlinks", toJson(backlinks)}, {"outgoingLinks", std::move(out)}});
+        if (scan) answer.set("unlinked", mentionsJson(queries, path, *scan));
+        context.answer(answer);
         return;
     }
     context.out.line(context.out.styled("Linked from", Tone::strong));
@@ -130,6 +173,7 @@ void links(const CommandContext& context, const std::string& typed) {
         context.out.line("  " + printable(target) +
                          (resolved ? " → " + printable(*resolved) : std::string(" (no such note)")));
     }
+    if (scan) showMentions(context, *scan);
 }
 
 }  // namespace
@@ -209,11 +253,16 @@ void addSearchCommands(CLI::App& program, CommandContext& context) {
     }
     {
         auto* command = addCommand(program, "links", "Which notes link to a note, and where its links lead",
-                                   "  vesk links Projects/Garden.md");
+                                   "  vesk links Projects/Garden.md\n"
+                                   "  vesk links Projects/Garden.md --mentions --json | jq .unlinked");
+        auto mentions = std::make_shared<bool>(false);
+        command->add_flag(
+            "--mentions", *mentions,
+            "Also where other notes name it without a link, with each line as a link would make it");
         auto path = std::make_shared<std::string>();
         command->add_option("PATH", *path, "The note's path in the vault")->required();
         answersWithData(command, context);
-        command->callback([&context, path] { links(context, *path); });
+        command->callback([&context, path, mentions] { links(context, *path, *mentions); });
     }
     {
         auto* command = addCommand(program, "unresolved", "Links that lead to no note, the most used first",
