@@ -3,8 +3,9 @@
 namespace vesk::views {
 namespace {
 
-constexpr double nearEnd = 24;  // pixels
-constexpr int widestText = 30;  // the pane's width is the person's, not its text's
+constexpr gint64 betweenRefreshes = 30'000;  // microseconds, while a reply comes in
+constexpr double nearEnd = 24;               // pixels
+constexpr int widestText = 30;               // the pane's width is the person's, not its text's
 
 void asNotice(Gtk::Label& label) {
     label.add_css_class("caption");
@@ -191,8 +192,13 @@ void AssistantPane::queueRefresh() {
     if (tick_ != 0) return;
     tick_ = gtk_widget_add_tick_callback(
         GTK_WIDGET(gobj()),
-        [](GtkWidget*, GdkFrameClock*, gpointer data) -> gboolean {
+        [](GtkWidget*, GdkFrameClock* clock, gpointer data) -> gboolean {
             auto* self = static_cast<AssistantPane*>(data);
+            // Laying out a paragraph that grows costs half a frame: every other one is left free of it.
+            const auto now = gdk_frame_clock_get_frame_time(clock);
+            if (self->brain_->isStreaming && now - self->refreshed_ < betweenRefreshes)
+                return G_SOURCE_CONTINUE;
+            self->refreshed_ = now;
             self->tick_ = 0;
             self->refresh();
             return G_SOURCE_REMOVE;

@@ -66,6 +66,7 @@ private:
     std::vector<AssistantTurn*> shown_;
     std::vector<Subscription> subscriptions_;
     guint tick_ = 0;
+    gint64 refreshed_ = 0;  ///< on the frame clock, microseconds
     sigc::connection following_;
     bool isIndexing_ = false, staysAtEnd_ = true, isScrolling_ = false;
 };
