@@ -255,7 +255,8 @@ private:
     Fate fateOf(std::string_view operation, const std::string& path, bool mutates) {
         if (!isCarryingOut_) return {};
         if (tells_) std::printf("%s %s\n", std::string(operation).c_str(), path.c_str());
-        if (!isCalm_ && !isInside_ && below(24) == 0) {
+        // Without an exchange nobody can see who writes between the last look and the replacement.
+        if (!isCalm_ && !isInside_ && operation != "replace" && below(24) == 0) {
             isInside_ = true;  // between two calls
             somethingHappens();
             isInside_ = false;
