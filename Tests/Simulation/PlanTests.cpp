@@ -158,8 +158,9 @@ private:
         for (const auto& note : vault_.enumerateNotes()) notes.push_back(note.relativePath);
         return notes.empty() ? notePath() : oneOf(notes);
     }
+    /// None that is called like a note: the service would put the note in its place.
     std::string folderPath() {
-        static const std::vector<std::string> hostile = {"site", "N", "", "..", ".trash", "/", "a.md"};
+        static const std::vector<std::string> hostile = {"site", "N", "", "..", ".trash", "/"};
         static const std::vector<std::string> folders = {"n", "m", "k", "n/deep", "m/n", "x"};
         return oneOf(below(8) == 0 ? hostile : folders);
     }
