@@ -1,6 +1,7 @@
 // `vesk-desktop`: the window. Installs the platform and hands the seams to the application. Exit status 1
 // where there is no display.
 #include <gtk/gtk.h>
+#include <libintl.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,9 @@ int main(int argc, char** argv) {
         std::puts("vesk-desktop " VESK_VERSION);
         return 0;
     }
+    bindtextdomain("vesk", VESK_LOCALES);
+    bind_textdomain_codeset("vesk", "UTF-8");
+    textdomain("vesk");
     Interrupts interrupts;
     if (!gtk_init_check()) {
         std::fputs(

@@ -25,8 +25,8 @@ DesktopApplication::DesktopApplication(const DesktopSeams& seams)
       reminderCenter_(notifications_, seams_.mainQueue, seams_.background, seams_.clock, Calendar::system()),
       workspace_(services()),
       images_(EditorImages::make(seams_.mainQueue, seams_.background)) {
-    add_main_option_entry(OptionType::BOOL, "new-note", 'n', "Begin a new note");
-    add_main_option_entry(OptionType::STRING, "search", 's', "Search the open vault", "WORDS");
+    add_main_option_entry(OptionType::BOOL, "new-note", 'n', _("Begin a new note"));
+    add_main_option_entry(OptionType::STRING, "search", 's', _("Search the open vault"), "WORDS");
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -252,7 +252,7 @@ void DesktopApplication::showLaunch() {
     if (workspace_.vault.get()) return;
     const auto& problem = workspace_.launchProblem.get();
     if (!problem) {
-        window_->showWelcome("Welcome to Vesk",
+        window_->showWelcome(_("Welcome to Vesk"),
                              "Your notes are ordinary Markdown files in a folder of yours.\n"
                              "Choose the folder, or make a new one.",
                              {});
@@ -260,10 +260,10 @@ void DesktopApplication::showLaunch() {
     }
     std::vector<std::string> others;
     for (const auto& folder : problem->alternatives) others.push_back(folder.string());
-    window_->showWelcome("Your vault can't be opened",
+    window_->showWelcome(_("Your vault can't be opened"),
                          problem->path
                              ? "“" + decodedText(*problem->path) + "” isn't there any more, or can't be read."
-                             : "The folder that was open last is gone.",
+                             : _("The folder that was open last is gone."),
                          others);
 }
 

@@ -20,94 +20,121 @@ void DesktopApplication::addActions() {
         };
     };
     actions_ = {
-        {"new-note", "New Note", "Notes", {"<Control>n"}, [this] { newNote({}); }, 1},
+        {"new-note", N_("New Note"), N_("Notes"), {"<Control>n"}, [this] { newNote({}); }, 1},
         {"new-folder",
-         "New Folder…",
-         "Notes",
+         N_("New Folder…"),
+         N_("Notes"),
          {"<Control><Shift>n"},
          [this] {
              if (workspace_.vault.get())
-                 askForFolderName("New Folder", "",
+                 askForFolderName(_("New Folder"), "",
                                   [this](const std::string& name) { workspace_.createFolder(name, ""); });
          },
          1},
-        {"quick-switcher", "Go to Note…", "Notes", {"<Control>p"}, [this] { quickSwitcher(); }, 1},
-        {"search", "Search All Notes", "Notes", {"<Control><Shift>f"}, [this] { window_->focusSearch(); }},
-        {"rename", "Rename Note", "Notes", {"F2"}, withNote(&DesktopApplication::askForName)},
+        {"quick-switcher", N_("Go to Note…"), N_("Notes"), {"<Control>p"}, [this] { quickSwitcher(); }, 1},
+        {"search",
+         N_("Search All Notes"),
+         N_("Notes"),
+         {"<Control><Shift>f"},
+         [this] { window_->focusSearch(); }},
+        {"rename", N_("Rename Note"), N_("Notes"), {"F2"}, withNote(&DesktopApplication::askForName)},
         {"move",
-         "Move Note to Folder…",
-         "Notes",
+         N_("Move Note to Folder…"),
+         N_("Notes"),
          {"<Control><Shift>m"},
          withNote(&DesktopApplication::askWhereTo)},
         {"trash-note",
-         "Move Note to Trash",
-         "Notes",
+         N_("Move Note to Trash"),
+         N_("Notes"),
          {"<Control>Delete"},
          withNote(&DesktopApplication::trash)},
-        {"icon", "Choose Note Icon…", "Notes", {}, withNote(&DesktopApplication::askForIcon)},
-        {"back", "Back", "Moving Around", {"<Alt>Left"}, [this] { go(-1); }},
-        {"forward", "Forward", "Moving Around", {"<Alt>Right"}, [this] { go(1); }},
-        {"outline", "Outline", "Moving Around", {"<Control><Shift>o"}, [this] { window_->showOutline(); }},
-        {"next-pane", "Next Pane", "Moving Around", {"F6"}, [this] { window_->focusNextPane(); }},
-        {"sidebar", "Show or Hide the List", "Moving Around", {"F9"}, [this] { window_->toggleSidebar(); }},
+        {"icon", N_("Choose Note Icon…"), N_("Notes"), {}, withNote(&DesktopApplication::askForIcon)},
+        {"back", N_("Back"), N_("Moving Around"), {"<Alt>Left"}, [this] { go(-1); }},
+        {"forward", N_("Forward"), N_("Moving Around"), {"<Alt>Right"}, [this] { go(1); }},
+        {"outline",
+         N_("Outline"),
+         N_("Moving Around"),
+         {"<Control><Shift>o"},
+         [this] { window_->showOutline(); }},
+        {"next-pane", N_("Next Pane"), N_("Moving Around"), {"F6"}, [this] { window_->focusNextPane(); }},
+        {"sidebar",
+         N_("Show or Hide the List"),
+         N_("Moving Around"),
+         {"F9"},
+         [this] { window_->toggleSidebar(); }},
         {"inspector",
-         "Show or Hide Links",
-         "Moving Around",
+         N_("Show or Hide Links"),
+         N_("Moving Around"),
          {"<Control><Shift>l"},
          [this] { window_->toggleInspector(); }},
-        {"ask", "Ask About Your Notes", "Assistant", {"<Control><Shift>a"}, [this] { assistant_->ask(); }, 1},
+        {"ask",
+         N_("Ask About Your Notes"),
+         N_("Assistant"),
+         {"<Control><Shift>a"},
+         [this] { assistant_->ask(); },
+         1},
         {"assistant-actions",
-         "Quick Actions",
-         "Assistant",
+         N_("Quick Actions"),
+         N_("Assistant"),
          {"<Control><Shift>k"},
          [this] {
              assistant_->ask();
              assistant_->pane().showQuickActions();
          }},
-        {"assistant-file", "File This Note", "Assistant", {}, [this] { assistant_->fileNote(); }},
+        {"assistant-file", N_("File This Note"), N_("Assistant"), {}, [this] { assistant_->fileNote(); }},
         {"assistant-review",
-         "Review What Is Proposed",
-         "Assistant",
+         N_("Review What Is Proposed"),
+         N_("Assistant"),
          {"<Control><Shift>r"},
          [this] { assistant_->review(); }},
-        {"assistant-stop",
-         "Stop Answering",
-         "Assistant",
+        {"assistant-stop", N_("Stop Answering"), N_("Assistant"), {}, [this] { assistant_->stop(); }},
+        {"assistant-new",
+         N_("New Conversation"),
+         N_("Assistant"),
          {},
-         [this] { assistant_->stop(); }},
-        {"assistant-new", "New Conversation", "Assistant", {}, [this] { assistant_->newConversation(); }},
-        {"assistant-settings", "AI Settings", "Assistant", {}, [this] { assistant_->openSettings(); }, 3},
-        {"find", "Find in Note", "Note", {"<Control>f"}, [this] { window_->find(false); }},
-        {"replace", "Find and Replace", "Note", {"<Control>h"}, [this] { window_->find(true); }},
-        {"find-next", "Find Next", "Note", {"<Control>g"}, [this] { window_->findStep(true); }},
+         [this] { assistant_->newConversation(); }},
+        {"assistant-settings",
+         N_("AI Settings"),
+         N_("Assistant"),
+         {},
+         [this] { assistant_->openSettings(); },
+         3},
+        {"find", N_("Find in Note"), N_("Note"), {"<Control>f"}, [this] { window_->find(false); }},
+        {"replace", N_("Find and Replace"), N_("Note"), {"<Control>h"}, [this] { window_->find(true); }},
+        {"find-next", N_("Find Next"), N_("Note"), {"<Control>g"}, [this] { window_->findStep(true); }},
         {"find-previous",
-         "Find Previous",
-         "Note",
+         N_("Find Previous"),
+         N_("Note"),
          {"<Control><Shift>g"},
          [this] { window_->findStep(false); }},
-        {"save", "Save Now", "Note", {"<Control>s"}, [this] { bridge_.flushAllPendingSaves(); }},
+        {"save", N_("Save Now"), N_("Note"), {"<Control>s"}, [this] { bridge_.flushAllPendingSaves(); }},
         {"command-palette",
-         "Command Palette…",
-         "General",
+         N_("Command Palette…"),
+         N_("General"),
          {"<Control><Shift>p"},
          [this] { commandPalette(); },
          1},
         {"open-vault",
-         "Open Another Vault…",
-         "General",
+         N_("Open Another Vault…"),
+         N_("General"),
          {"<Control>o"},
          [this] { workspace_.chooseVault(Workspace::StartIn::documents); },
          2},
-        {"trash", "Trash…", "General", {}, [this] { showTrash(); }, 2},
-        {"preferences", "Preferences", "General", {"<Control>comma"}, [this] { showPreferences(); }, 3},
+        {"trash", N_("Trash…"), N_("General"), {}, [this] { showTrash(); }, 2},
+        {"preferences",
+         N_("Preferences"),
+         N_("General"),
+         {"<Control>comma"},
+         [this] { showPreferences(); },
+         3},
         {"shortcuts",
-         "Keyboard Shortcuts",
-         "General",
+         N_("Keyboard Shortcuts"),
+         N_("General"),
          {"<Control>question", "F1"},
          [this] { showShortcuts(); },
          3},
-        {"about", "About Vesk", "General", {}, [this] { showAbout(); }, 3},
-        {"quit", "Quit", "General", {"<Control>q"}, [this] { askToQuit(); }},
+        {"about", N_("About Vesk"), N_("General"), {}, [this] { showAbout(); }, 3},
+        {"quit", N_("Quit"), N_("General"), {"<Control>q"}, [this] { askToQuit(); }},
     };
     for (const auto action : allQuickActions)
         actions_.push_back({rawValue(action).data(), title(action).data(), "Assistant", {}, [this, action] {
@@ -126,7 +153,7 @@ Glib::RefPtr<Gio::Menu> DesktopApplication::mainMenu() const {
     for (int number = 1; number <= menuSections; ++number) {
         auto section = Gio::Menu::create();
         for (const auto& action : actions_)
-            if (action.menu == number) section->append(action.title, Glib::ustring("app.") + action.name);
+            if (action.menu == number) section->append(_(action.title), Glib::ustring("app.") + action.name);
         menu->append_section(section);
     }
     return menu;
@@ -138,7 +165,7 @@ void DesktopApplication::quickSwitcher() {
     paths.reserve(workspace_.notes.get().size());
     for (const auto& note : workspace_.notes.get()) paths.push_back(note.relativePath);
     Picker::show(
-        window_->window(), "Go to Note", "Go to note…",
+        window_->window(), _("Go to Note"), _("Go to note…"),
         [names = names(), paths = std::move(paths)](const std::string& typed) {
             std::vector<PickerItem> items;
             for (const auto index : names->matching(typed, mostShown))
@@ -172,13 +199,13 @@ void DesktopApplication::commandPalette() {
     };
     for (const auto& action : actions_)
         if (std::string_view(action.name) != "command-palette")
-            add(std::string("app:") + action.name, action.title, action.group,
+            add(std::string("app:") + action.name, _(action.title), _(action.group),
                 action.keys.empty() ? std::string() : std::string(action.keys.front()));
     for (const auto& command : editorCommands())
-        add(std::string("editor:") + command.id, command.title, command.group, command.key);
+        add(std::string("editor:") + command.id, _(command.title), _(command.group), command.key);
     const auto candidates = std::make_shared<const Completion::Candidates>(std::move(titles));
     Picker::show(
-        window_->window(), "Command Palette", "Do…",
+        window_->window(), _("Command Palette"), _("Do…"),
         [all = std::move(all), candidates](const std::string& typed) {
             if (typed.empty()) return all;
             std::vector<PickerItem> items;
@@ -201,12 +228,10 @@ void DesktopApplication::showShortcuts() {
     };
     std::vector<Row> rows;
     for (const auto& action : actions_)
-        if (!action.keys.empty()) rows.push_back({action.title, action.group, action.keys.front()});
-    rows.push_back({"Complete Link or Tag", "Text", "Return"});
-    rows.push_back({"Follow Link", "Text", "<Control>Pointer"});
+        if (!action.keys.empty()) rows.push_back({_(action.title), _(action.group), action.keys.front()});
+    rows.push_back({_("Complete Link or Tag"), _("Text"), "Return"});
     for (const auto& command : editorCommands())
-        if (*command.key) rows.push_back({command.title, command.group, command.key});
-    std::erase_if(rows, [](const Row& row) { return row.key == "<Control>Pointer"; });
+        if (*command.key) rows.push_back({_(command.title), _(command.group), command.key});
     std::string xml =
         "<interface><object class='GtkShortcutsWindow' id='shortcuts'><property name='modal'>1</property>"
         "<child><object class='GtkShortcutsSection'><property name='section-name'>all</property>"
@@ -244,7 +269,7 @@ void DesktopApplication::showAbout() {
     adw_about_window_set_application_name(about, "Vesk");
     adw_about_window_set_application_icon(about, "com.tarnlight.vesk");
     adw_about_window_set_version(about, seams_.version.c_str());
-    adw_about_window_set_comments(about, "Notes in a folder of ordinary Markdown files.");
+    adw_about_window_set_comments(about, _("Notes in a folder of ordinary Markdown files."));
     adw_about_window_set_license_type(about, GTK_LICENSE_APACHE_2_0);
     gtk_window_set_transient_for(GTK_WINDOW(about), window_->window());
     gtk_window_set_modal(GTK_WINDOW(about), TRUE);
@@ -256,13 +281,13 @@ void DesktopApplication::showPreferences() {
     gtk_window_set_transient_for(GTK_WINDOW(window), window_->window());
     gtk_window_set_modal(GTK_WINDOW(window), TRUE);
     auto* page = ADW_PREFERENCES_PAGE(adw_preferences_page_new());
-    adw_preferences_page_set_title(page, "General");
+    adw_preferences_page_set_title(page, _("General"));
     adw_preferences_page_set_icon_name(page, "preferences-system-symbolic");
     auto* editor = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
-    adw_preferences_group_set_title(editor, "Editor");
+    adw_preferences_group_set_title(editor, _("Editor"));
     auto* size = ADW_ACTION_ROW(adw_action_row_new());
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(size), "Text size");
-    adw_action_row_set_subtitle(size, "Of the body text, in points");
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(size), _("Text size"));
+    adw_action_row_set_subtitle(size, _("Of the body text, in points"));
     auto* spin = gtk_spin_button_new_with_range(8, 32, 1);
     gtk_spin_button_set_value(GTK_SPIN_BUTTON(spin),
                               seams_.defaults.number("vesk.editor.fontSize").value_or(12));
@@ -275,16 +300,16 @@ void DesktopApplication::showPreferences() {
     });
     adw_preferences_group_add(editor, GTK_WIDGET(size));
     auto* vault = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
-    adw_preferences_group_set_title(vault, "Vault");
+    adw_preferences_group_set_title(vault, _("Vault"));
     auto* folder = ADW_ACTION_ROW(adw_action_row_new());
     adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(folder), FALSE);
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(folder), "Folder");
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(folder), _("Folder"));
     const auto path =
         workspace_.vault.get() ? workspace_.vault.get()->root().string() : std::string("None is open");
     char* escaped = g_markup_escape_text(decodedText(path).c_str(), -1);
     adw_action_row_set_subtitle(folder, escaped);
     g_free(escaped);
-    auto* change = gtk_button_new_with_label("Open Another…");
+    auto* change = gtk_button_new_with_label(_("Open Another…"));
     gtk_widget_set_valign(change, GTK_ALIGN_CENTER);
     onSignal(change, "clicked", [this, window] {
         gtk_window_close(GTK_WINDOW(window));
@@ -300,7 +325,7 @@ void DesktopApplication::showPreferences() {
 
 void DesktopApplication::showTrash() {
     const auto& trashed = workspace_.trashedNotes.get();
-    if (trashed.empty() && workspace_.trashedOtherItems.get() == 0) return tell("The trash is empty.");
+    if (trashed.empty() && workspace_.trashedOtherItems.get() == 0) return tell(_("The trash is empty."));
     std::vector<PickerItem> all;
     for (const auto& note : trashed)
         all.push_back(
@@ -308,9 +333,9 @@ void DesktopApplication::showTrash() {
              .title = decodedText(note.name()),
              .detail = note.origin ? decodedText(std::string(parentFolder(*note.origin))) : std::string(),
              .icon = "edit-undo-symbolic"});
-    all.push_back({.id = "", .title = "Empty Trash…", .icon = "user-trash-symbolic"});
+    all.push_back({.id = "", .title = _("Empty Trash…"), .icon = "user-trash-symbolic"});
     Picker::show(
-        window_->window(), "Trash", "Restore a note…",
+        window_->window(), _("Trash"), _("Restore a note…"),
         [all = std::move(all)](const std::string& typed) {
             std::vector<PickerItem> items;
             for (const auto& item : all)

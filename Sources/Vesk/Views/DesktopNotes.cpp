@@ -143,11 +143,11 @@ void DesktopApplication::askWhereTo(const std::string& path) {
     for (const auto& folder : folders) choices.push_back({decodedText(folder), 0});
     const auto candidates = std::make_shared<const Completion::Candidates>(std::move(choices));
     Picker::show(
-        window_->window(), "Move Note", "Move to folder…",
+        window_->window(), _("Move Note"), _("Move to folder…"),
         [candidates, folders](const std::string& typed) {
             std::vector<PickerItem> items;
             if (typed.empty())
-                items.push_back({.id = "", .title = "Top of the vault", .icon = "go-home-symbolic"});
+                items.push_back({.id = "", .title = _("Top of the vault"), .icon = "go-home-symbolic"});
             for (const auto index : candidates->matching(typed, 50))
                 items.push_back({.id = folders[index],
                                  .title = decodedText(std::string(lastComponent(folders[index]))),
@@ -193,7 +193,7 @@ void DesktopApplication::restore(const std::string& trashPath) {
         const auto restored = note;
         return workspace_.restoreTrashed(restored);
     }
-    tell("The trash doesn't hold that note any more.");
+    tell(_("The trash doesn't hold that note any more."));
 }
 
 void DesktopApplication::emptyTrash() {
@@ -201,8 +201,8 @@ void DesktopApplication::emptyTrash() {
         VaultTrash::emptyPrompt(workspace_.trashedNotes.get(), workspace_.trashedOtherItems.get());
     auto* dialog = ADW_MESSAGE_DIALOG(
         adw_message_dialog_new(window_->window(), prompt.c_str(), "This can't be undone."));
-    adw_message_dialog_add_response(dialog, "cancel", "Cancel");
-    adw_message_dialog_add_response(dialog, "empty", "Empty Trash");
+    adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
+    adw_message_dialog_add_response(dialog, "empty", _("Empty Trash"));
     adw_message_dialog_set_response_appearance(dialog, "empty", ADW_RESPONSE_DESTRUCTIVE);
     adw_message_dialog_set_close_response(dialog, "cancel");
     onSignal(dialog, "response::empty", [this] { workspace_.emptyTrash(); });
@@ -217,7 +217,7 @@ void DesktopApplication::askForFolderName(const std::string& title, const std::s
     gtk_entry_set_activates_default(GTK_ENTRY(entry), TRUE);
     gtk_accessible_update_property(GTK_ACCESSIBLE(entry), GTK_ACCESSIBLE_PROPERTY_LABEL, "Name", -1);
     adw_message_dialog_set_extra_child(dialog, entry);
-    adw_message_dialog_add_response(dialog, "cancel", "Cancel");
+    adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
     adw_message_dialog_add_response(dialog, "done", name.empty() ? "Create" : "Rename");
     adw_message_dialog_set_response_appearance(dialog, "done", ADW_RESPONSE_SUGGESTED);
     adw_message_dialog_set_default_response(dialog, "done");
@@ -245,46 +245,46 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
     switch (row.kind) {
         case SidebarRow::Kind::note:
         case SidebarRow::Kind::reminder:
-            item(first, "Rename", "rename", [this, path] { askForName(path); });
-            item(first, "Move to Folder…", "move", [this, path] { askWhereTo(path); });
-            item(first, "Choose Icon…", "icon", [this, path] { askForIcon(path); });
-            item(first, "Show in Files", "reveal", reveal);
-            item(second, "Move to Trash", "trash", [this, path] { trash(path); });
+            item(first, _("Rename"), "rename", [this, path] { askForName(path); });
+            item(first, _("Move to Folder…"), "move", [this, path] { askWhereTo(path); });
+            item(first, _("Choose Icon…"), "icon", [this, path] { askForIcon(path); });
+            item(first, _("Show in Files"), "reveal", reveal);
+            item(second, _("Move to Trash"), "trash", [this, path] { trash(path); });
             break;
         case SidebarRow::Kind::folder:
-            item(first, "New Note Here", "new", [this, path] { newNote(path); });
-            item(first, "New Folder Here…", "new-folder", [this, path] {
-                askForFolderName("New Folder", "", [this, path](const std::string& name) {
+            item(first, _("New Note Here"), "new", [this, path] { newNote(path); });
+            item(first, _("New Folder Here…"), "new-folder", [this, path] {
+                askForFolderName(_("New Folder"), "", [this, path](const std::string& name) {
                     workspace_.createFolder(name, path);
                 });
             });
-            item(first, "Rename Folder…", "rename", [this, path] {
+            item(first, _("Rename Folder…"), "rename", [this, path] {
                 askForFolderName(
-                    "Rename Folder", decodedText(std::string(lastComponent(path))),
+                    _("Rename Folder"), decodedText(std::string(lastComponent(path))),
                     [this, path](const std::string& name) { workspace_.renameFolder(path, name); });
             });
-            item(first, "Show in Files", "reveal", reveal);
+            item(first, _("Show in Files"), "reveal", reveal);
             hasColors = true;
-            item(second, "Move to Trash", "trash", [this, path] { workspace_.trashFolder(path); });
+            item(second, _("Move to Trash"), "trash", [this, path] { workspace_.trashFolder(path); });
             break;
         case SidebarRow::Kind::document:
         case SidebarRow::Kind::file:
-            item(first, "Open", "open",
+            item(first, _("Open"), "open",
                  [this, path] { openFile(workspace_.vault.get()->absolutePath(path)); });
-            item(first, "Show in Files", "reveal", reveal);
+            item(first, _("Show in Files"), "reveal", reveal);
             break;
         case SidebarRow::Kind::trashedNote:
-            item(first, "Restore", "restore", [this, path] { restore(path); });
-            item(second, "Empty Trash…", "empty", [this] { emptyTrash(); });
+            item(first, _("Restore"), "restore", [this, path] { restore(path); });
+            item(second, _("Empty Trash…"), "empty", [this] { emptyTrash(); });
             break;
         case SidebarRow::Kind::trash:
-            item(first, "Empty Trash…", "empty", [this] { emptyTrash(); });
+            item(first, _("Empty Trash…"), "empty", [this] { emptyTrash(); });
             break;
         case SidebarRow::Kind::header:
         case SidebarRow::Kind::placeholder:
-            item(first, "New Note", "new", [this] { newNote({}); });
-            item(first, "New Folder…", "new-folder", [this] {
-                askForFolderName("New Folder", "",
+            item(first, _("New Note"), "new", [this] { newNote({}); });
+            item(first, _("New Folder…"), "new-folder", [this] {
+                askForFolderName(_("New Folder"), "",
                                  [this](const std::string& name) { workspace_.createFolder(name, ""); });
             });
             break;
@@ -461,7 +461,7 @@ void DesktopApplication::follow(const LinkAt& link) {
                 for (const auto& [name, resolved] : session()->index().outgoingLinks(*openNote()))
                     if (NoteIndex::linkKey(name) == key && resolved) return showNote(*resolved, true);
         } catch (const std::exception&) {
-            tell("Couldn't read the link index.");
+            tell(_("Couldn't read the link index."));
             return;
         }
         if (const auto document = workspace_.document(target, *openNote()))
@@ -501,8 +501,8 @@ void DesktopApplication::offerToCreate(const std::string& name) {
     auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(window_->window(),
                                                              ("“" + name + "” isn't there yet").c_str(),
                                                              "Shall Vesk begin a note of that name?"));
-    adw_message_dialog_add_response(dialog, "cancel", "Cancel");
-    adw_message_dialog_add_response(dialog, "create", "Create Note");
+    adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
+    adw_message_dialog_add_response(dialog, "create", _("Create Note"));
     adw_message_dialog_set_response_appearance(dialog, "create", ADW_RESPONSE_SUGGESTED);
     adw_message_dialog_set_default_response(dialog, "create");
     adw_message_dialog_set_close_response(dialog, "cancel");

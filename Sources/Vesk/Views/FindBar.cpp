@@ -22,9 +22,9 @@ FindBar::FindBar(EditorView& editor) : editor_(editor) {
     tag_ = gtk_text_buffer_create_tag(editor_.content().buffer(), nullptr, "background", "#f9f06b",
                                       "foreground", "#241f31", nullptr);
     find_.set_hexpand(true);
-    setPlaceholder(find_, "Find in this note");
+    setPlaceholder(find_, _("Find in this note"));
     find_.set_size_request(120, -1);
-    setAccessibleName(find_, "Find in this note");
+    setAccessibleName(find_, _("Find in this note"));
     count_.add_css_class("dim-label");
     count_.add_css_class("numeric");
     previous_.set_icon_name("go-up-symbolic");
@@ -38,8 +38,8 @@ FindBar::FindBar(EditorView& editor) : editor_(editor) {
     name(words_, "Whole Words");
     name(expression_, "Regular Expression");
     replacement_.set_hexpand(true);
-    replacement_.set_placeholder_text("Replace with");
-    setAccessibleName(replacement_, "Replace with");
+    replacement_.set_placeholder_text(_("Replace with"));
+    setAccessibleName(replacement_, _("Replace with"));
 
     auto* steps = Gtk::make_managed<Gtk::Box>();
     steps->add_css_class("linked");

@@ -112,22 +112,22 @@ Gtk::Widget& MainWindow::buildSidebar() {
     gtk_box_append(sidebarPane_.gobj(), GTK_WIDGET(bar));
     auto* add = Gtk::make_managed<Gtk::Button>();
     add->set_icon_name("document-new-symbolic");
-    add->set_tooltip_text("New Note");
+    add->set_tooltip_text(_("New Note"));
     add->set_action_name("app.new-note");
-    setAccessibleName(*add, "New Note");
+    setAccessibleName(*add, _("New Note"));
     adw_header_bar_pack_start(bar, raw(*add));
     menuButton_.set_icon_name("open-menu-symbolic");
     menuButton_.set_primary(true);
-    menuButton_.set_tooltip_text("Main Menu");
-    setAccessibleName(menuButton_, "Main Menu");
+    menuButton_.set_tooltip_text(_("Main Menu"));
+    setAccessibleName(menuButton_, _("Main Menu"));
     adw_header_bar_pack_end(bar, raw(menuButton_));
     title_ = ADW_WINDOW_TITLE(adw_window_title_new("Vesk", ""));
     adw_header_bar_set_title_widget(bar, GTK_WIDGET(title_));
 
-    setPlaceholder(search_, "Search notes");
+    setPlaceholder(search_, _("Search notes"));
     search_.set_margin(8);
     search_.set_margin_top(6);
-    setAccessibleName(search_, "Search notes");
+    setAccessibleName(search_, _("Search notes"));
     search_.signal_search_changed().connect([this] {
         const std::string typed = search_.get_text();
         if (typed.empty() && search_.get_first_child()->has_focus()) {
@@ -187,24 +187,24 @@ Gtk::Widget& MainWindow::buildContent() {
         setAccessibleName(control, name);
         if (action) control.set_action_name(action);
     };
-    button(toList_, "view-list-symbolic", "Show the List", nullptr);
+    button(toList_, "view-list-symbolic", _("Show the List"), nullptr);
     toList_.set_visible(false);
     toList_.signal_clicked().connect([this] { showNotePage(false); });
-    button(back_, "go-previous-symbolic", "Back", "app.back");
-    button(forward_, "go-next-symbolic", "Forward", "app.forward");
+    button(back_, "go-previous-symbolic", _("Back"), "app.back");
+    button(forward_, "go-next-symbolic", _("Forward"), "app.forward");
     adw_header_bar_pack_start(bar, raw(toList_));
     adw_header_bar_pack_start(bar, raw(back_));
     adw_header_bar_pack_start(bar, raw(forward_));
 
     inspectorButton_.set_icon_name("sidebar-show-right-symbolic");
-    inspectorButton_.set_tooltip_text("Links");
-    setAccessibleName(inspectorButton_, "Links");
+    inspectorButton_.set_tooltip_text(_("Links"));
+    setAccessibleName(inspectorButton_, _("Links"));
     outlineButton_.set_icon_name("view-list-ordered-symbolic");
-    outlineButton_.set_tooltip_text("Outline");
-    setAccessibleName(outlineButton_, "Outline");
+    outlineButton_.set_tooltip_text(_("Outline"));
+    setAccessibleName(outlineButton_, _("Outline"));
     outlineList_.add_css_class("navigation-sidebar");
     outlineList_.set_selection_mode(Gtk::SelectionMode::BROWSE);
-    auto* noHeadings = Gtk::make_managed<Gtk::Label>("This note has no headings.");
+    auto* noHeadings = Gtk::make_managed<Gtk::Label>(_("This note has no headings."));
     noHeadings->add_css_class("dim-label");
     noHeadings->set_margin(12);
     outlineList_.set_placeholder(*noHeadings);
@@ -405,7 +405,7 @@ void MainWindow::showWelcome(const std::string& title, const std::string& words,
     adw_status_page_set_description(welcome_, escaped);
     g_free(escaped);
     while (auto* child = welcomeButtons_.get_first_child()) welcomeButtons_.remove(*child);
-    auto* choose = Gtk::make_managed<Gtk::Button>("Choose a Folder…");
+    auto* choose = Gtk::make_managed<Gtk::Button>(_("Choose a Folder…"));
     choose->add_css_class("pill");
     choose->add_css_class("suggested-action");
     choose->set_action_name("app.open-vault");

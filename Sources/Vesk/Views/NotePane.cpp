@@ -34,8 +34,8 @@ Fit fitOf(std::string_view text) {
 NotePane::NotePane() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     title_.set_has_frame(false);
     title_.add_css_class("note-title");
-    title_.set_placeholder_text("Untitled");
-    setAccessibleName(title_, "Title");
+    title_.set_placeholder_text(_("Untitled"));
+    setAccessibleName(title_, _("Title"));
     title_.signal_activate().connect([this] {
         commitTitle();
         editor_.grab_focus();
@@ -143,8 +143,8 @@ void NotePane::showStatus(const char* icon, const std::string& title, const std:
 
 void NotePane::showState() {
     if (!surface_) {
-        showStatus("com.tarnlight.vesk-symbolic", "No note selected",
-                   "Choose a note from the list, or begin a new one.", nullptr, {});
+        showStatus("com.tarnlight.vesk-symbolic", _("No note selected"),
+                   _("Choose a note from the list, or begin a new one."), nullptr, {});
         return;
     }
     match(
@@ -159,11 +159,11 @@ void NotePane::showState() {
             switch (plain) {
                 case EditorSurface::LoadState::Plain::idle:
                     if (!surface_->loadedPath())
-                        showStatus("com.tarnlight.vesk-symbolic", "No note selected",
-                                   "Choose a note from the list, or begin a new one.", nullptr, {});
+                        showStatus("com.tarnlight.vesk-symbolic", _("No note selected"),
+                                   _("Choose a note from the list, or begin a new one."), nullptr, {});
                     break;
                 case EditorSurface::LoadState::Plain::downloading:
-                    showStatus("folder-download-symbolic", "Downloading from iCloud…", "", nullptr, {});
+                    showStatus("folder-download-symbolic", _("Downloading from iCloud…"), "", nullptr, {});
                     break;
                 case EditorSurface::LoadState::Plain::loaded:
                     showText();
@@ -181,16 +181,16 @@ void NotePane::showText() {
     switch (fit) {
         case Fit::tooLarge:
             editor_.show({}, true, {});
-            showStatus("text-x-generic-symbolic", "This note is too large to show",
-                       "It stays as it is. Another program may be able to open it.",
+            showStatus("text-x-generic-symbolic", _("This note is too large to show"),
+                       _("It stays as it is. Another program may be able to open it."),
                        "Open With Another Program", [this, path] {
                            if (onOpenElsewhere) onOpenElsewhere(path);
                        });
             break;
         case Fit::unshowable:
             editor_.show({}, true, {});
-            showStatus("text-x-generic-symbolic", "This note holds characters that can't be shown",
-                       "It stays as it is. Another program may be able to open it.",
+            showStatus("text-x-generic-symbolic", _("This note holds characters that can't be shown"),
+                       _("It stays as it is. Another program may be able to open it."),
                        "Open With Another Program", [this, path] {
                            if (onOpenElsewhere) onOpenElsewhere(path);
                        });

@@ -23,7 +23,7 @@ public:
         list_.add_css_class("navigation-sidebar");
         list_.set_selection_mode(Gtk::SelectionMode::BROWSE);
         list_.set_can_focus(false);
-        auto* nothing = Gtk::make_managed<Gtk::Label>("Nothing fits");
+        auto* nothing = Gtk::make_managed<Gtk::Label>(_("Nothing fits"));
         nothing->add_css_class("dim-label");
         nothing->set_margin(24);
         list_.set_placeholder(*nothing);

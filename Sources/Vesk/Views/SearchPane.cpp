@@ -11,13 +11,13 @@ struct Hint {
     const char *example, *meaning;
 };
 constexpr Hint hints[] = {
-    {"boat trip", "notes with both words"},
-    {"“boat trip”", "with exactly this phrase"},
-    {"boat -trip", "with the first, without the second"},
-    {"tag:travel", "with the tag #travel"},
-    {"path:Projects", "in folders of that name"},
-    {"file:plan", "with the word in the title"},
-    {"line:(flour butter)", "with both words in one line"},
+    {N_("boat trip"), N_("notes with both words")},
+    {N_("“boat trip”"), N_("with exactly this phrase")},
+    {N_("boat -trip"), N_("with the first, without the second")},
+    {N_("tag:travel"), N_("with the tag #travel")},
+    {N_("path:Projects"), N_("in folders of that name")},
+    {N_("file:plan"), N_("with the word in the title")},
+    {N_("line:(flour butter)"), N_("with both words in one line")},
 };
 
 /// The passage on one line with its matches marked.
@@ -49,7 +49,7 @@ SearchPane::SearchPane() {
     list_.add_css_class("navigation-sidebar");
     list_.add_css_class("search-results");
     list_.set_selection_mode(Gtk::SelectionMode::BROWSE);
-    setAccessibleName(list_, "Search results");
+    setAccessibleName(list_, _("Search results"));
     list_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) {
         const auto hit = hits_[static_cast<std::size_t>(row->get_index())];
         if (onChosen) onChosen(hit);
@@ -60,14 +60,14 @@ SearchPane::SearchPane() {
     auto* help = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     help->set_margin(16);
     help->set_spacing(10);
-    auto* heading = Gtk::make_managed<Gtk::Label>("How to search");
+    auto* heading = Gtk::make_managed<Gtk::Label>(_("How to search"));
     heading->add_css_class("heading");
     heading->set_xalign(0);
     help->append(*heading);
     for (const auto& hint : hints) {
         auto* row = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
-        auto* example = Gtk::make_managed<Gtk::Label>(hint.example);
-        auto* meaning = Gtk::make_managed<Gtk::Label>(hint.meaning);
+        auto* example = Gtk::make_managed<Gtk::Label>(_(hint.example));
+        auto* meaning = Gtk::make_managed<Gtk::Label>(_(hint.meaning));
         example->add_css_class("monospace");
         meaning->add_css_class("dim-label");
         meaning->add_css_class("caption");

@@ -150,7 +150,7 @@ Sidebar::Sidebar() {
     list_.set_factory(factory);
     list_.add_css_class("navigation-sidebar");
     list_.set_single_click_activate(false);
-    setAccessibleName(list_, "Notes and folders");
+    setAccessibleName(list_, _("Notes and folders"));
     auto keys = Gtk::EventControllerKey::create();
     keys->signal_key_pressed().connect(
         [this](guint key, guint, Gdk::ModifierType held) {

@@ -54,7 +54,7 @@ void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::
 Sidebar::Rows top(const Workspace& workspace) {
     Sidebar::Rows rows;
     const auto& home = workspace.home.get();
-    if (!home.comingUp.empty()) rows.push_back(header("coming-up", "Coming Up"));
+    if (!home.comingUp.empty()) rows.push_back(header("coming-up", _("Coming Up")));
     for (const auto& reminder : home.comingUp)
         rows.push_back({.kind = SidebarRow::Kind::reminder,
                         .id = "reminder:" + reminder.path,
@@ -63,16 +63,16 @@ Sidebar::Rows top(const Workspace& workspace) {
                         .icon = "alarm-symbolic"});
     const auto& waiting = home.unfiled.candidates;
     if (!waiting.empty()) {
-        rows.push_back(header("unfiled", "Not yet filed"));
+        rows.push_back(header("unfiled", _("Not yet filed")));
         rows.back().detail = std::to_string(waiting.size());
     }
     for (const auto& note : waiting) rows.push_back(noteRow(workspace, note, "unfiled:"));
-    if (!home.recent.empty()) rows.push_back(header("recent", "Recently Changed"));
+    if (!home.recent.empty()) rows.push_back(header("recent", _("Recently Changed")));
     for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
-    rows.push_back(header("notes", "Notes"));
+    rows.push_back(header("notes", _("Notes")));
     addLevel(rows, workspace, workspace.tree.get().root());
     if (workspace.notes.get().empty())
-        rows.push_back({.kind = SidebarRow::Kind::placeholder, .id = "none", .title = "No notes yet"});
+        rows.push_back({.kind = SidebarRow::Kind::placeholder, .id = "none", .title = _("No notes yet")});
     const auto& trashed = workspace.trashedNotes.get();
     const auto items =
         trashed.size() + static_cast<std::size_t>(std::max(0, workspace.trashedOtherItems.get()));
@@ -80,7 +80,7 @@ Sidebar::Rows top(const Workspace& workspace) {
         rows.push_back(header("trash-header", ""));
         rows.push_back({.kind = SidebarRow::Kind::trash,
                         .id = "trash",
-                        .title = "Trash",
+                        .title = _("Trash"),
                         .detail = std::to_string(items),
                         .icon = "user-trash-symbolic",
                         .hasChildren = !trashed.empty()});
