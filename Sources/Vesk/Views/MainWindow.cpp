@@ -232,8 +232,10 @@ Gtk::Widget& MainWindow::buildContent() {
     adw_flap_set_flap_position(flap_, GTK_PACK_END);
     adw_flap_set_fold_policy(flap_, ADW_FLAP_FOLD_POLICY_AUTO);
     warning_.onAction = [this](const std::string&) {
-        if (!warnings_.empty()) dismissed_.insert(warnings_.front().code);
-        setWarnings(std::vector<VaultWarning>(warnings_));
+        if (warnings_.empty()) return;
+        dismissed_.insert(warnings_.front().code);
+        warnings_.erase(warnings_.begin());
+        showWarning();
     };
     notePage_.append(warning_);
     notePage_.append(find_);
@@ -380,8 +382,14 @@ void MainWindow::setStatus(const std::string& status) {
 
 void MainWindow::setWarnings(const std::vector<VaultWarning>& warnings) {
     warnings_ = warnings;
-    std::erase_if(warnings_,
-                  [this](const VaultWarning& warning) { return dismissed_.contains(warning.code); });
+    // What is only good to know doesn't stand in the way: it is read at the status line.
+    std::string toKnow;
+    std::erase_if(warnings_, [&](const VaultWarning& warning) {
+        const bool isInfo = warning.severity == VaultWarning::Severity::info;
+        if (isInfo) toKnow += (toKnow.empty() ? "" : "\n\n") + warning.title + "\n" + warning.detail;
+        return isInfo || dismissed_.contains(warning.code);
+    });
+    status_.set_tooltip_text(toKnow);
     std::stable_sort(
         warnings_.begin(), warnings_.end(),
         [](const VaultWarning& one, const VaultWarning& other) { return one.severity > other.severity; });
@@ -394,8 +402,7 @@ void MainWindow::showWarning() {
     warning_.present({.heading = first.title,
                       .text = first.detail,
                       .actions = {"Dismiss"},
-                      .icon = first.severity == VaultWarning::Severity::info ? "dialog-information-symbolic"
-                                                                             : "dialog-warning-symbolic"});
+                      .icon = "dialog-warning-symbolic"});
 }
 
 void MainWindow::showWelcome(const std::string& title, const std::string& words,
