@@ -1,10 +1,8 @@
 #include "VeskLinux/FileUserDefaults.h"
 
-#include <sys/file.h>
-
 #include <algorithm>
 
-#include "VeskLinux/Descriptor.h"
+#include "VeskLinux/KeptFile.h"
 
 namespace vesk {
 
@@ -26,21 +24,6 @@ std::optional<Json> stored(const FileSystem& files, const FilePath& file) {
     Json values = Json::parse(text);
     if (!values.asObject()) throw JsonError("The settings are not an object.");
     return values;
-}
-
-/// Waits for its turn among the processes and threads that write.
-Descriptor lock(const FilePath& path) {
-    Descriptor file(uninterrupted([&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); }));
-    if (!file) fail("open", path);
-    if (uninterrupted([&] { return ::flock(file.get(), LOCK_EX); }) != 0) {
-        // A file system without locks: a setting kept without waiting is better than one not kept.
-        if (errno != ENOTSUP && errno != ENOSYS && errno != ENOLCK && errno != EINVAL) fail("lock", path);
-    }
-    return file;
-}
-
-FilePath besides(const FilePath& file, std::string_view ending) {
-    return FilePath(file.native() + std::string(ending));
 }
 
 Json changed(const Json& before, const std::map<std::string, std::optional<Json>, std::less<>>& changes) {
@@ -107,7 +90,7 @@ void FileUserDefaults::store() {
     // A settings file that is a link to somewhere else stays one.
     const FilePath target = files_.realPath(file_).value_or(file_);
     files_.createDirectories(file_.parent_path());
-    const Descriptor turn = lock(besides(file_, ".lock"));
+    const Descriptor turn = waitForTurn(besides(file_, ".lock"));
     // Taken only now: another thread may have stored these changes, or made later ones, while this one
     // waited.
     Changes changes;
@@ -125,7 +108,8 @@ void FileUserDefaults::store() {
             isThere = true;
         }
     } catch (const JsonError&) {
-        putAside(target);
+        log_.line(LogLevel::error, category, "The settings were damaged and are put aside as {}.",
+                  {logPrivate(putAside(files_, target).native())});
     }
     const Json after = changed(before, changes);
     if (!isThere || after != before) {
@@ -148,21 +132,6 @@ void FileUserDefaults::store() {
     for (const auto& [key, value] : changes) {
         if (const auto now = unsaved_.find(key); now != unsaved_.end() && now->second == value)
             unsaved_.erase(now);
-    }
-}
-
-void FileUserDefaults::putAside(const FilePath& damaged) {
-    for (int number = 1;; ++number) {
-        const std::string ending = number == 1 ? ".damaged" : ".damaged-" + std::to_string(number);
-        try {
-            files_.move(damaged, besides(damaged, ending));
-        } catch (const SystemError& error) {
-            if (error.code == EEXIST && number < 1000) continue;
-            throw;
-        }
-        log_.line(LogLevel::error, category, "The settings were damaged and are put aside as {}.",
-                  {logPrivate(besides(damaged, ending).native())});
-        return;
     }
 }
 

@@ -28,7 +28,6 @@ private:
     using Changes = std::map<std::string, std::optional<Json>, std::less<>>;
     void change(std::string_view key, std::optional<Json> value);
     void store();
-    void putAside(const FilePath& damaged);
 
     FilePath file_;
     FileSystem& files_;

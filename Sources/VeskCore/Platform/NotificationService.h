@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "VeskCore/Support/Time.h"
+
 namespace vesk {
 
 /// A calendar date by its fields in the device's zone; absent ones match anything.
@@ -42,6 +44,7 @@ struct NotificationResponse {
     std::string requestIdentifier;
     std::optional<std::string> action;  ///< none for a tap on the notification itself
     std::map<std::string, std::string> userInfo;
+    std::optional<TimePoint> tappedAt = {};  ///< none for just now
     bool operator==(const NotificationResponse&) const = default;
 };
 
