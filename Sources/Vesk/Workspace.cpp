@@ -47,9 +47,13 @@ Workspace::Workspace(WorkspaceServices services)
       life_(std::make_shared<Life>(Life{this})) {
     needsOnboarding.set(!services_.defaults.boolean(onboardedKey).value_or(false));
     subscriptions_.push_back(selection.subscribe([this](const auto& path) { selectionChanged(path); }));
-    services_.reminderCenter.onOpen = [this](const std::string& path) { select(path); };
+    services_.reminderCenter.onOpen = [this](const std::string& path, const std::string& root) {
+        openFromReminder(path, root);
+    };
     services_.reminderCenter.onAction = [this](const ReminderAction& action, TimePoint tappedAt) {
-        applyReminderAction(action.path, action.kind, tappedAt);
+        if (action.vault.empty() || isOpen(action.vault))
+            return applyReminderAction(action.path, action.kind, tappedAt);
+        services_.reminderCenter.carryOut(action, tappedAt);
     };
 }
 

@@ -184,6 +184,7 @@ private:
     bool waitingForIndex(std::function<void()> action);
     void rewriteFromRow(const std::string& path, std::string_view what,
                         const std::function<std::string(const std::string&)>& change);
+    void openFromReminder(const std::string& path, const std::string& root);
     void oweReminderAction(const std::string& path, OwedAction action);
     void forgetOwedReminderAction(const std::string& path);
     std::string titleOf(const std::string& path) const;

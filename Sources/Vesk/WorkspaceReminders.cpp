@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Vesk/Reminders/ReminderAnswer.h"
 #include "Vesk/WorkspaceTasks.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/PathText.h"
@@ -13,9 +14,6 @@
 namespace vesk {
 
 namespace {
-
-/// An action handled later than this counts from when it is handled.
-constexpr Seconds tapHolds{3540.0};
 
 std::string quotedName(std::string_view path) {
     return "“" + decodedText(std::string(stem(path))) + "”";
@@ -91,8 +89,7 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
     forgetOwedReminderAction(path);
 
     using Outcome = NoteReminder::ActionOutcome;
-    const TimePoint now = services_.clock.now();
-    const TimePoint moment = Seconds(now - tappedAt) < tapHolds ? tappedAt : now;
+    const TimePoint moment = ReminderAnswer::moment(tappedAt, services_.clock.now());
     match(
         NoteReminder::applying(kind, *text, moment, services_.calendar),
         [&](const Outcome::Write& write) {
@@ -110,6 +107,13 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
                                             NoteReminder::summary(*text, ReminderCenter::summaryLength));
         },
         [](const Outcome::Nothing&) {});
+}
+
+void Workspace::openFromReminder(const std::string& path, const std::string& root) {
+    if (root.empty() || isOpen(root)) return select(path);
+    openAndRemember(root, [this, path](bool opened) {
+        if (opened) select(path);
+    });
 }
 
 void Workspace::oweReminderAction(const std::string& path, OwedAction action) {

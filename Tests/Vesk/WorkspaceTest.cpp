@@ -195,6 +195,41 @@ TEST_F(WorkspaceTest, SchedulesRemindersAndActsOnWhatIsPressed) {
     EXPECT_EQ(failure(), "Couldn't change the reminder: “gone.md” is no longer there.");
 }
 
+TEST_F(WorkspaceTest, CarriesAnAnswerOutInTheVaultThatItCameFrom) {
+    vault().write("a.md", "---\nremind: 2031-01-02 09:00\n---\nOpen vault\n");
+    openVault();
+    ScratchFolder other;
+    other.write("a.md", "---\nremind: 2031-01-02 09:00\nrepeat: daily\n---\nOther vault\n");
+    other.write("b.md", "---\nremind: 2031-01-02 09:00\n---\nOther vault\n");
+    const auto press = [&](const char* path, const char* action, std::optional<TimePoint> tappedAt) {
+        notifications.onResponse({.requestIdentifier = std::string("remind:") + path,
+                                  .action = action,
+                                  .userInfo = {{"path", path}, {"vault", other.path().string()}},
+                                  .tappedAt = tappedAt});
+        pass(1);
+    };
+    press("a.md", "vesk.done", {});
+    EXPECT_EQ(other.read("a.md"), "---\nremind: 2031-01-03T09:00\nrepeat: daily\n---\nOther vault\n");
+    EXPECT_EQ(vault().read("a.md"), "---\nremind: 2031-01-02 09:00\n---\nOpen vault\n");
+    press("a.md", "vesk.snooze", {});
+    ASSERT_TRUE(notifications.pending.contains("snooze:a.md"));
+    EXPECT_EQ(notifications.pending.at("snooze:a.md").userInfo.at("vault"), other.path().string());
+    press("a.md", "vesk.done", {});
+    EXPECT_FALSE(notifications.pending.contains("snooze:a.md"));
+
+    // A snooze counts from the tap, and rings though nothing has indexed the note.
+    press("b.md", "vesk.snooze", time.now() - std::chrono::minutes(10));
+    const auto date = NoteReminder::reminder(other.read("b.md"), Calendar{});
+    ASSERT_TRUE(date);
+    EXPECT_LE(*date, time.now() + std::chrono::minutes(50));
+    ASSERT_TRUE(notifications.pending.contains("remind:b.md"));
+    EXPECT_EQ(notifications.pending.at("remind:b.md").body, "Other vault");
+    press("b.md", "vesk.done", {});
+    EXPECT_EQ(other.read("b.md"), "Other vault\n");
+    press("gone.md", "vesk.done", {});
+    EXPECT_FALSE(workspace->folderError.get());
+}
+
 TEST_F(WorkspaceTest, OwesAnActionOnANoteThatIsStillComing) {
     vault().write("a.md", "---\nremind: 2031-01-02 09:00\n---\nPay\n");
     openVault();

@@ -1,20 +1,11 @@
 #include "Vesk/Reminders/ReminderCenter.h"
 
+#include "Vesk/Reminders/ReminderAnswer.h"
 #include "VeskCore/Vault/AtomicWrite.h"
 
 namespace vesk {
 
 namespace {
-
-NotificationTrigger trigger(const NoteReminder::CalendarFields& fields, bool repeats) {
-    return {.year = fields.year,
-            .month = fields.month,
-            .day = fields.day,
-            .hour = fields.hour,
-            .minute = fields.minute,
-            .weekday = fields.weekday,
-            .repeats = repeats};
-}
 
 NoteReminder::CalendarFields fields(const NotificationTrigger& trigger) {
     return {.year = trigger.year,
@@ -23,18 +14,6 @@ NoteReminder::CalendarFields fields(const NotificationTrigger& trigger) {
             .hour = trigger.hour,
             .minute = trigger.minute,
             .weekday = trigger.weekday};
-}
-
-NotificationRequest request(std::string identifier, const std::string& path, std::string title,
-                            const std::string& body, NotificationTrigger when) {
-    return {.identifier = std::move(identifier),
-            .title = std::move(title),
-            .subtitle = "Vesk",
-            .body = body.empty() ? "Open the note" : body,
-            .threadIdentifier = ReminderCenter::thread,
-            .categoryIdentifier = ReminderCenter::category,
-            .userInfo = {{ReminderCenter::pathKey, path}},
-            .trigger = std::move(when)};
 }
 
 std::string summaryOf(const Vault& vault, const std::string& path) {
@@ -61,15 +40,58 @@ void apply(NotificationService& service, const std::vector<NoteReminder::Reminde
     if (!plan.clearDelivered.empty()) service.removeDelivered(plan.clearDelivered);
     for (const auto& scheduled : plan.add) {
         try {
-            service.add(request(scheduled.identifier, scheduled.path, scheduled.title,
-                                summaryOf(vault, scheduled.path),
-                                trigger(scheduled.components, scheduled.repeats)));
+            service.add(
+                ReminderCenter::request(scheduled.identifier, vault.root(), scheduled.path, scheduled.title,
+                                        summaryOf(vault, scheduled.path),
+                                        ReminderCenter::trigger(scheduled.components, scheduled.repeats)));
         } catch (const std::exception&) {  // the next sync finds it missing
         }
     }
 }
 
 }  // namespace
+
+NotificationTrigger ReminderCenter::trigger(const NoteReminder::CalendarFields& fields, bool repeats) {
+    return {.year = fields.year,
+            .month = fields.month,
+            .day = fields.day,
+            .hour = fields.hour,
+            .minute = fields.minute,
+            .weekday = fields.weekday,
+            .repeats = repeats};
+}
+
+NotificationRequest ReminderCenter::request(std::string identifier, const FilePath& root,
+                                            const std::string& path, std::string title,
+                                            const std::string& body, NotificationTrigger when) {
+    return {.identifier = std::move(identifier),
+            .title = std::move(title),
+            .subtitle = "Vesk",
+            .body = body.empty() ? "Open the note" : body,
+            .threadIdentifier = thread,
+            .categoryIdentifier = category,
+            .userInfo = {{pathKey, path}, {vaultKey, root.string()}},
+            .trigger = std::move(when)};
+}
+
+std::vector<NotificationCategory> ReminderCenter::categories() {
+    return {{.identifier = category,
+             .actions = {{.identifier = snoozeAction, .title = "Snooze 1 hour"},
+                         {.identifier = doneAction, .title = "Done"}}}};
+}
+
+std::optional<ReminderCenter::Answer> ReminderCenter::answer(const NotificationResponse& response) {
+    const auto path = response.userInfo.find(pathKey);
+    if (path == response.userInfo.end() || path->second.empty()) return {};
+    const auto vault = response.userInfo.find(vaultKey);
+    Answer answer{.path = path->second,
+                  .vault = vault == response.userInfo.end() ? std::string() : vault->second,
+                  .kind = {}};
+    if (!response.action) return answer;
+    if (*response.action == snoozeAction) answer.kind = ReminderAction::Kind::snooze;
+    if (*response.action == doneAction) answer.kind = ReminderAction::Kind::done;
+    return answer.kind ? std::optional(answer) : std::nullopt;
+}
 
 struct ReminderCenter::Life {
     ReminderCenter* center;
@@ -92,7 +114,7 @@ ReminderCenter::ReminderCenter(NotificationService& service, MainQueue& mainQueu
 }
 
 ReminderCenter::~ReminderCenter() {
-    service_.setOnResponse([](const NotificationResponse&) {});
+    service_.setOnResponse({});
 }
 
 void ReminderCenter::requestPermissionIfNeeded() {
@@ -108,9 +130,7 @@ void ReminderCenter::requestPermissionIfNeeded() {
 void ReminderCenter::registerCategory() {
     background_.run(Priority::utility, [&service = service_](const std::stop_token&) {
         try {
-            service.setCategories({{.identifier = category,
-                                    .actions = {{.identifier = snoozeAction, .title = "Snooze 1 hour"},
-                                                {.identifier = doneAction, .title = "Done"}}}});
+            service.setCategories(categories());
         } catch (const std::exception&) {  // no centre, no buttons
         }
     });
@@ -146,7 +166,8 @@ void ReminderCenter::applyLast() {
 
 void ReminderCenter::snooze(const std::string& path, TimePoint until, const std::string& title,
                             const std::string& body) {
-    auto snoozed = request(NoteReminder::snoozeIdentifier(path), path, title, body,
+    const auto root = lastSynced_ ? lastSynced_->second.root() : FilePath();
+    auto snoozed = request(NoteReminder::snoozeIdentifier(path), root, path, title, body,
                            trigger(NoteReminder::calendarFields(until, calendar_), false));
     background_.run(Priority::userInitiated,
                     [&service = service_, snoozed = std::move(snoozed)](const std::stop_token&) {
@@ -168,17 +189,25 @@ void ReminderCenter::cancelSnooze(const std::string& path) {
         });
 }
 
+void ReminderCenter::carryOut(const ReminderAction& action, TimePoint tappedAt) {
+    background_.run(Priority::userInitiated, [&service = service_, action, tappedAt, now = clock_.now(),
+                                              calendar = calendar_](const std::stop_token&) {
+        try {
+            ReminderAnswer::carryOut(action, tappedAt, now, calendar, service);
+        } catch (const std::exception&) {  // the note is as it was, and its reminder is overdue in its list
+        }
+    });
+}
+
 void ReminderCenter::heard(const NotificationResponse& response) {
-    const auto path = response.userInfo.find(pathKey);
-    if (path == response.userInfo.end() || path->second.empty()) return;
-    if (!response.action) {
-        if (onOpen) onOpen(path->second);
-        return;
+    const auto chosen = answer(response);
+    if (!chosen) return;
+    if (!chosen->kind) {
+        if (onOpen) onOpen(chosen->path, chosen->vault);
+    } else if (onAction) {
+        onAction({.path = chosen->path, .kind = *chosen->kind, .vault = chosen->vault},
+                 response.tappedAt.value_or(clock_.now()));
     }
-    std::optional<ReminderAction::Kind> kind;
-    if (*response.action == snoozeAction) kind = ReminderAction::Kind::snooze;
-    if (*response.action == doneAction) kind = ReminderAction::Kind::done;
-    if (kind && onAction) onAction({path->second, *kind}, clock_.now());
 }
 
 }  // namespace vesk

@@ -21,6 +21,7 @@ struct ReminderAction {
     using Kind = NoteReminder::ActionKind;
     std::string path;
     Kind kind = Kind::done;
+    std::string vault = {};  ///< root of the note's vault; empty for the one that is open
     bool operator==(const ReminderAction&) const = default;
 };
 
@@ -32,6 +33,7 @@ public:
     static constexpr const char* snoozeAction = "vesk.snooze";
     static constexpr const char* doneAction = "vesk.done";
     static constexpr const char* pathKey = "path";
+    static constexpr const char* vaultKey = "vault";  ///< root: an answer may come after another was opened
     static constexpr std::size_t cap = 60;
     static constexpr std::size_t summaryLength = 120;
 
@@ -41,8 +43,21 @@ public:
     ReminderCenter(const ReminderCenter&) = delete;
     ReminderCenter& operator=(const ReminderCenter&) = delete;
 
-    /// What the person chose at a notification: to open a note, or to act on its reminder.
-    std::function<void(const std::string& path)> onOpen;
+    /// A request for a note of the vault at `root`; no body says to open the note.
+    static NotificationRequest request(std::string identifier, const FilePath& root, const std::string& path,
+                                       std::string title, const std::string& body, NotificationTrigger when);
+    static std::vector<NotificationCategory> categories();
+    static NotificationTrigger trigger(const NoteReminder::CalendarFields& fields, bool repeats);
+    struct Answer {
+        std::string path, vault;
+        std::optional<ReminderAction::Kind> kind;  ///< none to open the note
+    };
+    /// What was chosen at a notification; none for one that isn't a reminder's.
+    static std::optional<Answer> answer(const NotificationResponse& response);
+
+    /// What the person chose at a notification: to open a note, or to act on its reminder. The vault is as in
+    /// ReminderAction.
+    std::function<void(const std::string& path, const std::string& vault)> onOpen;
     std::function<void(const ReminderAction& action, TimePoint tappedAt)> onAction;
 
     /// Once a launch.
@@ -52,6 +67,8 @@ public:
     void sync(std::vector<NoteReminder::Reminder> reminders, const Vault& vault);
     void snooze(const std::string& path, TimePoint until, const std::string& title, const std::string& body);
     void cancelSnooze(const std::string& path);
+    /// An answer for a note whose vault isn't open.
+    void carryOut(const ReminderAction& action, TimePoint tappedAt);
 
 private:
     struct Life;
