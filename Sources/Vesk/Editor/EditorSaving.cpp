@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "Vesk/Editor/EditorSurface.h"
@@ -13,6 +14,18 @@
 namespace vesk {
 
 namespace {
+
+/// Of the failure being handled. The notice names the note, so that what the system calls the file is left
+/// out.
+std::string reasonInWords() {
+    try {
+        throw;
+    } catch (const SystemError& error) {
+        return std::generic_category().message(error.code) + ".";
+    } catch (const std::exception&) {
+        return describe(std::current_exception());
+    }
+}
 
 using Outcome = ForeignEdit::Outcome;
 
@@ -59,7 +72,7 @@ void EditorSurface::write(const std::string& text, const std::string& path, bool
     } catch (const NewerVersionDownloading& error) {
         trouble = SaveNotice{path, SaveNotice::Waiting{error.description()}};
     } catch (const std::exception&) {
-        trouble = SaveNotice{path, SaveNotice::Failed{describe(std::current_exception())}};
+        trouble = SaveNotice{path, SaveNotice::Failed{reasonInWords()}};
         // What failed last may have been only the way to stable storage: what stands in the file then is no
         // other device's text.
         if (holdsNow(text, path)) ledger_.baselines.insert_or_assign(path, text);
