@@ -721,10 +721,10 @@ private:
                 constexpr const char* folders[] = {"", "n", "m"};
                 to = vault.moveNote(*from, folders[action.b % 3]);
             }
-            session_->noteMoved(*from, to);
-            surface_->follow(*from, to);
             touched_.insert(*from);
             touched_.insert(to);
+            session_->noteMoved(*from, to);
+            surface_->follow(*from, to);
         });
         // A move that fails late counts as one that failed if another program has already been at its end.
         if (intruded_) touched_.insert(*from);
