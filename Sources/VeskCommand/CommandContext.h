@@ -9,6 +9,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "VeskCommand/Terminal.h"
 #include "VeskCore/Platform/Bookmarks.h"
@@ -16,6 +17,7 @@
 #include "VeskCore/Platform/FileVersions.h"
 #include "VeskCore/Platform/HttpTransport.h"
 #include "VeskCore/Platform/LanguageRecogniser.h"
+#include "VeskCore/Platform/NotificationService.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -55,6 +57,10 @@ struct CommandContext {
     LanguageRecogniser& languages;
     FileVersions& fileVersions;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
+    /// The notification service of this person's session; none if it runs already.
+    std::function<std::unique_ptr<NotificationService>()> notificationService;
+    /// Starts the window, or raises it, with the files or folders to open. Throws Error.
+    std::function<void(const std::vector<FilePath>&)> openWindow;
     std::stop_token stop;
 
     std::string vaultOption;  ///< --vault

@@ -26,6 +26,7 @@ void addKeyCommands(CLI::App& program, CommandContext& context);       // key �
 void addProviderCommands(CLI::App& program, CommandContext& context);  // providers …
 void addAskCommands(CLI::App& program, CommandContext& context);       // ask act context
 void addPlanCommands(CLI::App& program, CommandContext& context);      // plan … title
+void addNotifyCommand(CLI::App& program, CommandContext& context);     // notify-service
 void addGenerateCommand(CLI::App& program);  // completions and the man page, for packaging
 
 }  // namespace vesk::command

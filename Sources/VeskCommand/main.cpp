@@ -14,6 +14,8 @@
 #include "VeskLinux/InotifyEventSource.h"
 #include "VeskLinux/Interrupts.h"
 #include "VeskLinux/LinuxFileSystem.h"
+#include "VeskLinux/Notifications/DesktopNotifications.h"
+#include "VeskLinux/Notifications/DesktopStart.h"
 #include "VeskLinux/PathBookmarks.h"
 #include "VeskLinux/SecretServiceStore.h"
 #include "VeskLinux/SentenceModel/SentenceModelSource.h"
@@ -47,25 +49,28 @@ int main(int argc, char** argv) {
     Cld2LanguageRecogniser languages;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
 
-    command::CommandContext context{.clock = clock,
-                                    .log = log,
-                                    .defaults = defaults,
-                                    .bookmarks = bookmarks,
-                                    .secrets = secrets,
-                                    .transport = transport,
-                                    .embeddings = embeddings,
-                                    .languages = languages,
-                                    .fileVersions = versions,
-                                    .fileEvents =
-                                        [&log](const Vault& vault) {
-                                            // What happens in the trash is told too.
-                                            auto unseen = Vault::ignoredDirectories();
-                                            unseen.erase(".trash");
-                                            return std::make_unique<InotifyEventSource>(
-                                                vault.perDeviceDirectory(), std::move(unseen), log);
-                                        },
-                                    .stop = interrupts.token(),
-                                    .vaultOption = {}};
+    command::CommandContext context{
+        .clock = clock,
+        .log = log,
+        .defaults = defaults,
+        .bookmarks = bookmarks,
+        .secrets = secrets,
+        .transport = transport,
+        .embeddings = embeddings,
+        .languages = languages,
+        .fileVersions = versions,
+        .fileEvents =
+            [&log](const Vault& vault) {
+                // What happens in the trash is told too.
+                auto unseen = Vault::ignoredDirectories();
+                unseen.erase(".trash");
+                return std::make_unique<InotifyEventSource>(vault.perDeviceDirectory(), std::move(unseen),
+                                                            log);
+            },
+        .notificationService = [&] { return DesktopNotifications::service(files, clock, log); },
+        .openWindow = startDesktop,
+        .stop = interrupts.token(),
+        .vaultOption = {}};
 
     CLI::App program(
         "Your notes are a folder of Markdown files. vesk reads, writes, indexes and searches them.", "vesk");
@@ -92,6 +97,7 @@ int main(int argc, char** argv) {
     command::addProviderCommands(program, context);
     command::addAskCommands(program, context);
     command::addPlanCommands(program, context);
+    command::addNotifyCommand(program, context);
     command::addGenerateCommand(program);
 
     try {

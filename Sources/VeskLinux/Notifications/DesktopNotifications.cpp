@@ -26,6 +26,7 @@ constexpr const char* objectPath = "/org/freedesktop/Notifications";
 constexpr const char* applicationName = "Vesk";
 constexpr const char* applicationID = "com.tarnlight.vesk";
 constexpr int callTimeout = 5000;      // milliseconds
+constexpr unsigned soon = 500;         // milliseconds
 constexpr unsigned lookInterval = 60;  // seconds: for what no event tells
 constexpr int neverExpires = 0;
 constexpr guchar normalUrgency = 1;
@@ -207,7 +208,10 @@ private:
 
     void lookNow() {
         try {
-            if (setting_.role == Role::window && !window_) window_ = waitForTurn(lockFile("window.lock"));
+            if (setting_.role == Role::window && !window_) {
+                window_ = takeIfFree(lockFile("window.lock"));
+                if (!window_) lookSoon();  // the service is carrying something out
+            }
             if (!ringing_) ringing_ = takeIfFree(lockFile("ringing.lock"));
             // Also without the lock: whoever rings may have ended before the answer came.
             connect();
@@ -217,6 +221,21 @@ private:
         } catch (const std::exception&) {
             told(describe(std::current_exception()));
         }
+    }
+
+    void lookSoon() {
+        if (isLookingSoon_) return;
+        isLookingSoon_ = true;
+        GSource* source = g_timeout_source_new(soon);
+        const GSourceFunc handler = [](gpointer self) -> gboolean {
+            auto* worker = static_cast<Worker*>(self);
+            worker->isLookingSoon_ = false;
+            worker->lookNow();
+            return G_SOURCE_REMOVE;
+        };
+        g_source_set_callback(source, handler, this, nullptr);
+        g_source_attach(source, context_.get());
+        g_source_unref(source);
     }
 
     /// Says once what keeps it from working, not every minute.
@@ -282,11 +301,11 @@ private:
     }
 
     Owned<GVariant> call(const char* destination, const char* path, const char* interface, const char* method,
-                         GVariant* arguments, const char* type) {
+                         GVariant* arguments, const char* type, bool mayBeCutShort = true) {
         return Owned<GVariant>(g_dbus_connection_call_sync(bus_.get(), destination, path, interface, method,
                                                            arguments, type ? G_VARIANT_TYPE(type) : nullptr,
-                                                           G_DBUS_CALL_FLAGS_NONE, callTimeout, cancel_.get(),
-                                                           nullptr));
+                                                           G_DBUS_CALL_FLAGS_NONE, callTimeout,
+                                                           mayBeCutShort ? cancel_.get() : nullptr, nullptr));
     }
 
     std::string serverOf(const std::string& owner) const { return busName_ + owner; }
@@ -364,7 +383,7 @@ private:
                  g_variant_new("(susssasa{sv}i)", applicationName, replaced, applicationID,
                                sayable(request.title).c_str(), bodyFor(request.body, capabilities).c_str(),
                                &actions, &hints, neverExpires),
-                 "(u)");
+                 "(u)", false);  // what was shown has to be known, or it would ring again
         if (!answer) return {};
         guint32 number = 0;
         g_variant_get(answer.get(), "(u)", &number);
@@ -411,6 +430,7 @@ private:
         if (!handler || store_.read().responses.empty()) return;
         switch (setting_.role) {
             case Role::window: {
+                if (!window_) return;
                 std::vector<NotificationResponse> responses;
                 store_.change([&](NotificationState& all) { responses = std::exchange(all.responses, {}); });
                 for (const auto& response : responses) handler(response);
@@ -450,6 +470,7 @@ private:
     Owned<GCancellable> cancel_;
     Owned<GDBusConnection> bus_;
     std::string busName_, lastTold_;
+    bool isLookingSoon_ = false;
     guint signals_ = 0, owner_ = 0;
     std::thread thread_;
 };
@@ -461,6 +482,17 @@ DesktopNotifications::DesktopNotifications(Setting setting, FileSystem& files, c
       worker_(std::make_unique<Worker>(setting_, store_, clock, log)) {}
 
 DesktopNotifications::~DesktopNotifications() = default;
+
+std::unique_ptr<DesktopNotifications> DesktopNotifications::service(FileSystem& files, const Clock& clock,
+                                                                    Log& log) {
+    Setting setting{.role = Role::service};
+    files.createDirectories(setting.folder);
+    auto seat = takeIfFree(setting.folder / "service.lock");
+    if (!seat) return nullptr;
+    auto made = std::make_unique<DesktopNotifications>(std::move(setting), files, clock, log);
+    made->seat_ = std::move(seat);
+    return made;
+}
 
 NotificationPermission DesktopNotifications::permission() const {
     return Worker::serverCanBeReached() ? NotificationPermission::authorized : NotificationPermission::denied;

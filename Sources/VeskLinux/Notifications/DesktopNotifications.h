@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "VeskLinux/Descriptor.h"
 #include "VeskLinux/Notifications/PendingNotifications.h"
 
 namespace vesk {
@@ -30,6 +31,9 @@ public:
     DesktopNotifications(const DesktopNotifications&) = delete;
     DesktopNotifications& operator=(const DesktopNotifications&) = delete;
 
+    /// The person's one service; none if it runs already.
+    static std::unique_ptr<DesktopNotifications> service(FileSystem& files, const Clock& clock, Log& log);
+
     /// Nobody asks the person here: authorized where a notification server runs or can be started, else
     /// denied.
     NotificationPermission permission() const override;
@@ -48,6 +52,7 @@ public:
 
 private:
     class Worker;
+    linuxfiles::Descriptor seat_;
     Setting setting_;
     const Clock& clock_;
     mutable PendingNotifications store_;
