@@ -17,6 +17,7 @@
 #include "VeskLinux/InotifyEventSource.h"
 #include "VeskLinux/Interrupts.h"
 #include "VeskLinux/LinuxFileSystem.h"
+#include "VeskLinux/Notifications/DesktopNotifications.h"
 #include "VeskLinux/PathBookmarks.h"
 #include "VeskLinux/SecretServiceStore.h"
 #include "VeskLinux/SystemLog.h"
@@ -62,6 +63,7 @@ int main(int argc, char** argv) {
     // For trying out a model service of one's own: every request goes there, on this machine alone.
     const char* standIn = std::getenv("VESK_MODEL_SERVER");
     CurlTransport transport(standIn ? standIn : "");
+    DesktopNotifications notifications({}, files, clock, log);
     views::GlibMainQueue mainQueue;
     std::unique_ptr<BrainProviders> providers;  // outlives the workers, which ask them
     ThreadPool pool(workers);
@@ -77,6 +79,7 @@ int main(int argc, char** argv) {
                               .providers = *providers,
                               .embeddings = embeddings,
                               .fileVersions = versions,
+                              .notifications = notifications,
                               .fileEvents =
                                   [&log](const Vault& vault) {
                                       return std::make_unique<InotifyEventSource>(

@@ -197,6 +197,10 @@ DesktopWorld::~DesktopWorld() {
     if (program_ > 0 && !hasEnded()) kill();
 }
 
+const std::string& DesktopWorld::sessionBus() {
+    return screen().bus;
+}
+
 std::vector<std::string> DesktopWorld::environment() const {
     const auto root = home.path().string();
     return {"PATH=/usr/bin:/bin",

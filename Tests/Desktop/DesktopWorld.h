@@ -48,6 +48,8 @@ public:
     void kill();
     /// Holds the program while keys and files change, so that it meets them all at once.
     void whileItStands(const std::function<void()>& body) const;
+    /// Of all that the test program starts.
+    static const std::string& sessionBus();
     bool hasEnded();
     /// Waits for its end; none if it doesn't come.
     std::optional<int> waitForEnd();

@@ -22,7 +22,7 @@ DesktopApplication::DesktopApplication(const DesktopSeams& seams)
       seams_(seams),
       prompt_([this] { return window_ ? window_->window() : nullptr; }),
       bridge_(prompt_),
-      reminderCenter_(notifications_, seams_.mainQueue, seams_.background, seams_.clock, Calendar::system()),
+      reminderCenter_(seams_.notifications, seams_.mainQueue, seams_.background, seams_.clock, Calendar::system()),
       workspace_(services()),
       images_(EditorImages::make(seams_.mainQueue, seams_.background)) {
     add_main_option_entry(OptionType::BOOL, "new-note", 'n', _("Begin a new note"));
@@ -66,6 +66,7 @@ void DesktopApplication::on_startup() {
     Gtk::Window::set_default_icon_name(applicationID);
     installStyle();
     addActions();
+    reminderCenter_.registerCategory();
 }
 
 void DesktopApplication::on_activate() {
@@ -123,6 +124,7 @@ void DesktopApplication::makeWindow() {
     };
     sidebar.onTrashed = [this](const std::string& path) { trash(path); };
     connectEditor();
+    connectReminder();
     applyLook();
     watchWorkspace();
     makeAssistant();

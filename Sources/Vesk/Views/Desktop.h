@@ -13,6 +13,7 @@
 #include "VeskCore/Platform/Bookmarks.h"
 #include "VeskCore/Platform/FileEvents.h"
 #include "VeskCore/Platform/FileVersions.h"
+#include "VeskCore/Platform/NotificationService.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -35,6 +36,7 @@ struct DesktopSeams {
     const BrainProviders& providers;
     SentenceEmbeddingSource& embeddings;
     FileVersions& fileVersions;
+    NotificationService& notifications;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
     std::stop_token stop;
     std::string version;

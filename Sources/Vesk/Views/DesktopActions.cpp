@@ -48,6 +48,13 @@ void DesktopApplication::addActions() {
          N_("Notes"),
          {"<Control>Delete"},
          withNote(&DesktopApplication::trash)},
+        {"reminder",
+         N_("Remind Me…"),
+         N_("Notes"),
+         {"<Control><Shift>b"},
+         [this] {
+             if (openNote()) window_->showReminder();
+         }},
         {"icon", N_("Choose Note Icon…"), N_("Notes"), {}, withNote(&DesktopApplication::askForIcon)},
         {"back", N_("Back"), N_("Moving Around"), {"<Alt>Left"}, [this] { go(-1); }},
         {"forward", N_("Forward"), N_("Moving Around"), {"<Alt>Right"}, [this] { go(1); }},

@@ -13,7 +13,6 @@
 #include "Vesk/Views/DesktopPrompt.h"
 #include "Vesk/Views/FindBar.h"
 #include "Vesk/Views/MainWindow.h"
-#include "Vesk/Views/NoNotifications.h"
 #include "Vesk/Views/Picker.h"
 #include "Vesk/Views/SidebarRows.h"
 #include "Vesk/Views/Toolkit.h"
@@ -51,6 +50,7 @@ private:
     void surfaceChanged();
     void askToQuit();
     void connectEditor();
+    void connectReminder();  // DesktopReminders.cpp
     void applyLook();
     void makeAssistant();
     void showStatus();
@@ -105,7 +105,6 @@ private:
     DesktopPrompt prompt_;
     EditorBridge bridge_;
     std::vector<Action> actions_;
-    NoNotifications notifications_;
     ReminderCenter reminderCenter_;
     Workspace workspace_;
     std::shared_ptr<LinksModel> links_;

@@ -249,6 +249,17 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             item(first, _("Move to Folder…"), "move", [this, path] { askWhereTo(path); });
             item(first, _("Choose Icon…"), "icon", [this, path] { askForIcon(path); });
             item(first, _("Show in Files"), "reveal", reveal);
+            if (row.kind == SidebarRow::Kind::reminder) {
+                const auto act = [this, path](ReminderAction::Kind kind) {
+                    return [this, path, kind] {
+                        workspace_.applyReminderAction(path, kind, seams_.clock.now());
+                    };
+                };
+                item(second, _("Snooze 1 hour"), "snooze", act(ReminderAction::Kind::snooze));
+                item(second, _("Done"), "done", act(ReminderAction::Kind::done));
+                item(second, _(ReminderMenu::removeLabel), "remove-reminder",
+                     [this, path] { workspace_.removeReminder(path); });
+            }
             item(second, _("Move to Trash"), "trash", [this, path] { trash(path); });
             break;
         case SidebarRow::Kind::folder:

@@ -224,6 +224,11 @@ Gtk::Widget& MainWindow::buildContent() {
     outlineButton_.set_popover(outlinePopover_);
     adw_header_bar_pack_end(bar, raw(inspectorButton_));
     adw_header_bar_pack_end(bar, raw(outlineButton_));
+    reminderButton_.set_icon_name("alarm-symbolic");
+    reminderButton_.set_tooltip_text("Reminder");
+    setAccessibleName(reminderButton_, "Reminder");
+    reminderButton_.set_popover(reminder_);
+    adw_header_bar_pack_end(bar, raw(reminderButton_));
     gtk_box_append(contentPane_.gobj(), GTK_WIDGET(bar));
 
     note_.set_vexpand(true);

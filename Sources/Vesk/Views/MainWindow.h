@@ -11,6 +11,7 @@
 #include "Vesk/Views/Inspector.h"
 #include "Vesk/Views/InspectorTabs.h"
 #include "Vesk/Views/NotePane.h"
+#include "Vesk/Views/ReminderPopover.h"
 #include "Vesk/Views/SearchPane.h"
 #include "Vesk/Views/Sidebar.h"
 #include "Vesk/Views/Toolkit.h"
@@ -30,6 +31,8 @@ public:
     NotePane& note() { return note_; }
     SearchPane& results() { return results_; }
     Inspector& inspector() { return inspector_; }
+    ReminderPopover& reminder() { return reminder_; }
+    void showReminder() { reminderButton_.popup(); }
 
     void present();
     void setTitle(const std::string& title, const std::string& subtitle);
@@ -107,7 +110,8 @@ private:
     Gtk::Label status_;
     Gtk::Button toList_, back_, forward_;
     Gtk::MenuButton menuButton_;
-    Gtk::MenuButton outlineButton_;
+    Gtk::MenuButton outlineButton_, reminderButton_;
+    ReminderPopover reminder_;
     Gtk::Popover outlinePopover_;
     Gtk::ListBox outlineList_;
     Gtk::ScrolledWindow outlineScroller_;
