@@ -251,7 +251,7 @@ Gtk::Widget& MainWindow::buildContent() {
     note_.onTextChanged = [this] { find_.refresh(); };
     tabs_.add(inspector_, "links", "Links");
     tabs_.onChanged = [this] {
-        if (isInspectorShown() && onInspectorShown) onInspectorShown();
+        if (onInspectorToggled) onInspectorToggled();
     };
     buildHandle(inspectorHandle_, tabs_, inspectorWidth_, -1);
     tabs_.set_size_request(inspectorWidth_, -1);
