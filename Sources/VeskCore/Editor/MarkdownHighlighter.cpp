@@ -249,7 +249,9 @@ TextRange MarkdownHighlighter::restyleRange(TextRange lines, std::size_t oldLeng
     TextRange range = lines;
     const std::size_t lastEnd = lastFrontmatter_ ? edit.moved(*lastFrontmatter_).end() : 0;
     const std::size_t boundary = frontmatter ? frontmatter->end() : 0;
-    if (lastEnd != boundary && range.location < std::max(lastEnd, boundary)) {
+    // Where it ended before the edit: a deletion to the note's end can leave nothing behind its start.
+    const std::size_t formerEnd = lastFrontmatter_ ? lastFrontmatter_->end() : 0;
+    if (lastEnd != boundary && range.location < std::max(formerEnd, boundary)) {
         range = {0, std::min(std::max({range.end(), lastEnd, boundary}), text.size())};
     }
     if ((fencesBefore - fencesAfter) % 2 != 0) range.length = text.size() - range.location;

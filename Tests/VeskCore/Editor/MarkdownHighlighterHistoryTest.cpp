@@ -27,7 +27,7 @@ public:
     /// False once the styles differ; the failure is then reported.
     bool run(std::size_t edits) {
         for (std::size_t i = 0; i < edits; ++i) {
-            if (pick(200) == 0) change({0, text_.size()}, document());
+            if (pick(40) == 0) change({0, text_.size()}, document());
             change(somewhere(), pick(4) == 0 ? u"" : piece());
             if (!check("edit")) return false;
             if (pick(3) == 0) {
@@ -115,6 +115,7 @@ private:
     std::u16string document() {
         std::u16string result;
         if (pick(2)) result = u"---\n";
+        if (pick(4) == 0) result += u"k: v\n";
         if (pick(4) == 0) result += u"---\n";
         if (pick(2)) result += u"\n# AB\n";
         for (std::size_t i = pick(40); i > 0; --i) result += piece();
@@ -123,6 +124,7 @@ private:
 
     TextRange somewhere() {
         const std::size_t start = pick(text_.size() + 1);
+        if (pick(20) == 0) return {start, text_.size() - start};
         const std::size_t longest =
             pick(20) == 0 ? text_.size() - start : std::min<std::size_t>(text_.size() - start, 4);
         return {start, pick(2) ? 0 : pick(longest + 1)};
