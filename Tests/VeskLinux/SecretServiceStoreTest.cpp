@@ -21,7 +21,9 @@ std::optional<std::string> output(const std::string& command) {
     return text.substr(0, text.find('\n'));
 }
 
-class SecretServiceStoreTest : public ::testing::Test {
+/// Suites of this ending run before all others: the children need GLib, whose threads a fork leaves behind
+/// once another test has started them.
+class SecretServiceStoreDeathTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!output("command -v gnome-keyring-daemon && command -v dbus-daemon && command -v gdbus")) {
@@ -63,7 +65,7 @@ std::string refusal(const std::function<void()>& body) {
     return "";
 }
 
-TEST_F(SecretServiceStoreTest, KeepsSecretsByServiceAndAccountForOtherProcesses) {
+TEST_F(SecretServiceStoreDeathTest, KeepsSecretsByServiceAndAccountForOtherProcesses) {
     const std::string bytes("\0\xFF\0k", 4);
     inChild([&] {
         SecretServiceStore store;
@@ -91,7 +93,7 @@ TEST_F(SecretServiceStoreTest, KeepsSecretsByServiceAndAccountForOtherProcesses)
     });
 }
 
-TEST_F(SecretServiceStoreTest, SaysThatTheKeyringIsLockedWhenItStaysSo) {
+TEST_F(SecretServiceStoreDeathTest, SaysThatTheKeyringIsLockedWhenItStaysSo) {
     inChild([] { SecretServiceStore().add("service", "anthropic", "key"); });
     ASSERT_TRUE(
         output("gdbus call --session --dest org.freedesktop.secrets --object-path /org/freedesktop/secrets "
@@ -106,7 +108,7 @@ TEST_F(SecretServiceStoreTest, SaysThatTheKeyringIsLockedWhenItStaysSo) {
     });
 }
 
-TEST_F(SecretServiceStoreTest, SaysThatThereIsNoKeyringToReach) {
+TEST_F(SecretServiceStoreDeathTest, SaysThatThereIsNoKeyringToReach) {
     ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (folder / "no bus").native()).c_str(), 1);
     inChild([] {
         SecretServiceStore store;
