@@ -120,6 +120,20 @@ bool speaksOfCircumstances(const IndexError& error) {
     }
 }
 
+/// A new file's journal mode is changed under a lock that SQLite takes without waiting for whoever else is
+/// just making the same file, whatever the time-out says.
+void setWriteAheadLog(SQLiteConnection& db) {
+    constexpr int pause = 5;
+    for (int waited = 0;; waited += pause) {
+        try {
+            return db.exec("PRAGMA journal_mode=WAL");
+        } catch (const IndexError& error) {
+            if (error.code != SQLITE_BUSY || waited >= busyMilliseconds) throw;
+        }
+        sqlite3_sleep(pause);
+    }
+}
+
 }  // namespace
 
 void NoteIndex::Implementation::openOrRebuild() {
@@ -154,7 +168,7 @@ void NoteIndex::Implementation::openConnection() {
     db->setBusyTimeout(busyMilliseconds);
     // Takes hold in a file that is still empty, before anything else is set.
     db->exec("PRAGMA page_size=" + std::to_string(pageBytes));
-    db->exec("PRAGMA journal_mode=WAL");
+    setWriteAheadLog(*db);
     db->exec("PRAGMA synchronous=NORMAL");
     db->exec("PRAGMA temp_store=MEMORY");
     db->exec("PRAGMA cache_size=-" + std::to_string(usualCacheKibibytes));
