@@ -24,6 +24,7 @@
 #include "VeskCommand/Program.h"
 #include "VeskCore/Support/Digest.h"
 #include "VeskCore/Support/Json.h"
+#include "VeskCore/Support/Uuid.h"
 
 namespace vesk::test {
 namespace {
@@ -200,22 +201,37 @@ private:
     /// what the file then held; empty if it is not there.
     std::string addOnDevice(const std::string& path, const std::string& added) const {
         const auto file = program_.vault / path;
-        const auto temporary = program_.vault / ".device.tmp";
         for (int attempt = 0; attempt < 100; ++attempt) {
             const std::string before = contents(file);
             if (before.empty()) return {};
             const std::string after = before + added + "\n";
-            std::ofstream(temporary, std::ios::binary) << after;
-            if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) != 0)
-                return {};
-            if (contents(temporary) == before) {
-                fs::remove(temporary);
+            std::ofstream(inDeviceHand(), std::ios::binary) << after;
+            if (!exchangeInHand(file)) return {};
+            if (contents(inDeviceHand()) == before) {
+                fs::remove(inDeviceHand());
                 return after;
             }
-            if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) != 0)
-                return {};
+            if (!putBack(file, after)) return {};
         }
         return {};
+    }
+    fs::path inDeviceHand() const { return program_.vault / ".device.tmp"; }
+    bool exchangeInHand(const fs::path& file) const {
+        return ::renameat2(AT_FDCWD, inDeviceHand().c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) == 0;
+    }
+    /// Exchanges until the device holds what it put there last; a text of others among it becomes a note.
+    bool putBack(const fs::path& file, const std::string& mine) const {
+        std::string inPlace = mine;
+        for (int round = 0; round < 100; ++round) {
+            std::string given = contents(inDeviceHand());
+            if (!exchangeInHand(file)) break;
+            const bool isQuiet = contents(inDeviceHand()) == inPlace;
+            inPlace = std::move(given);
+            if (isQuiet) break;
+        }
+        if (contents(inDeviceHand()) == mine) return true;
+        fs::rename(inDeviceHand(), program_.vault / ("kept by the device " + randomUuid() + ".md"));
+        return fs::exists(file);
     }
     void deviceEdits() {
         const auto path = anyNote();
