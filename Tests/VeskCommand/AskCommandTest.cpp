@@ -29,6 +29,9 @@ protected:
         server.answer("/api/tags", ModelServer::reply(200, R"({"models": [{"name": "qwen3"}]})"));
         server.answer("/v1/models", ModelServer::reply(200, R"({"data": [{"id": "qwen3"}]})"));
         program.vault.write("Boat.md", "---\ntags: [sea]\n---\nThe mooring costs 340 a year.\n");
+        // The newer note is sent first, and two files made at once can have one time.
+        std::filesystem::last_write_time(
+            program.vault / "Boat.md", std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
         program.vault.write("Garden.md", "Tomatoes go outside in May.\n");
         ASSERT_EQ(program.run({"index"}).status, 0);
     }

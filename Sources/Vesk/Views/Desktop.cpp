@@ -22,7 +22,8 @@ DesktopApplication::DesktopApplication(const DesktopSeams& seams)
       seams_(seams),
       prompt_([this] { return window_ ? window_->window() : nullptr; }),
       bridge_(prompt_),
-      reminderCenter_(seams_.notifications, seams_.mainQueue, seams_.background, seams_.clock, Calendar::system()),
+      reminderCenter_(seams_.notifications, seams_.mainQueue, seams_.background, seams_.clock,
+                      Calendar::system()),
       workspace_(services()),
       images_(EditorImages::make(seams_.mainQueue, seams_.background)) {
     add_main_option_entry(OptionType::BOOL, "new-note", 'n', _("Begin a new note"));
