@@ -20,6 +20,7 @@
 #include "VeskLinux/Notifications/DesktopNotifications.h"
 #include "VeskLinux/PathBookmarks.h"
 #include "VeskLinux/SecretServiceStore.h"
+#include "VeskLinux/SentenceModel/SentenceModelSource.h"
 #include "VeskLinux/SystemLog.h"
 
 namespace {
@@ -58,7 +59,7 @@ int main(int argc, char** argv) {
     FileUserDefaults defaults(FileUserDefaults::defaultLocation(), files, log);
     PathBookmarks bookmarks(files);
     SecretServiceStore secrets;
-    NoSentenceEmbeddings embeddings;
+    SentenceModelSource embeddings;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
     // For trying out a model service of one's own: every request goes there, on this machine alone.
     const char* standIn = std::getenv("VESK_MODEL_SERVER");

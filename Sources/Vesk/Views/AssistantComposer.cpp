@@ -44,13 +44,13 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     keys_->signal_key_pressed().connect(
         [this](guint key, guint, Gdk::ModifierType held) { return keyPressed(key, held); }, false);
     text_.add_controller(keys_);
-    auto focus = Gtk::EventControllerFocus::create();
-    focus->signal_enter().connect([this] { frame_.add_css_class("focused"); });
-    focus->signal_leave().connect([this] {
+    focus_ = Gtk::EventControllerFocus::create();
+    focus_->signal_enter().connect([this] { frame_.add_css_class("focused"); });
+    focus_->signal_leave().connect([this] {
         frame_.remove_css_class("focused");
         closeCompletions();
     });
-    text_.add_controller(focus);
+    text_.add_controller(focus_);
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_propagate_natural_height(true);
     scroller_.set_max_content_height(tallest);
@@ -129,6 +129,8 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
 }
 
 AssistantComposer::~AssistantComposer() {
+    // The window takes the focus away only when this has gone.
+    text_.remove_controller(focus_);
     completions_.unparent();
 }
 

@@ -41,6 +41,7 @@ private:
     Gtk::TextView text_;
     Gtk::Label placeholder_;
     Glib::RefPtr<Gtk::EventControllerKey> keys_;
+    Glib::RefPtr<Gtk::EventControllerFocus> focus_;
     Gtk::MenuButton scope_;
     Glib::RefPtr<Gio::SimpleAction> scopeAction_;
     Gtk::Button send_, stop_;
