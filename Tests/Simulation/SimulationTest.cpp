@@ -234,6 +234,18 @@ TEST(Simulation, KeepsThePromiseWhereItWasOnceBroken) {
         {"a conflict copy stands though its write failed late, and the index never hears of it",
          {{.devices = 1, .hasIndex = true},
           {{Do::type, 2}, {Do::failSoon, 8, 1}, {Do::intrude, 5}, {Do::wait, 8}}}},
+        {"a save gives way to another's text, the one saved before comes back, and the editor never hears of "
+         "it",
+         {{.devices = 1},
+          {{Do::deviceTrash, 3},
+           {Do::deviceEdit},
+           {Do::type},
+           {Do::goOnline},
+           {Do::typeSoon, 0, 5},
+           {Do::wait, 9},
+           {Do::deliverAgain},
+           {Do::type, 6},
+           {Do::activate}}}},
     };
     const test::ScratchFolder folder;
     for (const auto& row : rows) {
