@@ -185,6 +185,8 @@ ForeignEdit::Disk VaultSession::editorDisk(const std::string& path) {
     try {
         auto text = CoordinatedIO::readForSave(file);
         if (!text) return {Disk::Plain::gone};
+        // A save can give way to it, or leave it as it is.
+        textShown(path, *text);
         return {Disk::Text{std::move(*text)}};
     } catch (const VaultWriteError& error) {
         if (!stillDownloading(error)) throw;

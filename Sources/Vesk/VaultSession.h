@@ -137,7 +137,7 @@ public:
     ForeignEdit::Outcome saveEditorText(const std::string& text, const std::string& path,
                                         const std::optional<std::string>& baseline,
                                         bool waitingForNewerVersion);
-    /// The editor has taken this text from the note. While the watcher takes all that happens to the note for
+    /// The editor has met this text in the note. While the watcher takes all that happens to the note for
     /// the echo of a write, another text than that is looked at once more in the end: the written one may
     /// come back unheard.
     void textShown(const std::string& path, std::string_view text);

@@ -246,6 +246,18 @@ TEST(Simulation, KeepsThePromiseWhereItWasOnceBroken) {
            {Do::deliverAgain},
            {Do::type, 6},
            {Do::activate}}}},
+        {"a save finds its text there already, the one saved before comes back, and the editor never hears "
+         "of it",
+         {{.devices = 1},
+          {{Do::goOnline},
+           {Do::deviceEdit},
+           {Do::sync},
+           {Do::typeSoon, 0, 5},
+           {Do::select},
+           {Do::wait, 4},
+           {Do::deliverAgain},
+           {Do::type, 6},
+           {Do::activate}}}},
     };
     const test::ScratchFolder folder;
     for (const auto& row : rows) {

@@ -165,7 +165,6 @@ void EditorSurface::takeOver(const std::string& disk, const std::string& text, c
     // A buffer that has moved on keeps its baseline, so that its own save meets the other text anew.
     if (text_ != text || coordinator_.hasUnsavedEdit()) return;
     ledger_.baselines.insert_or_assign(path, disk);
-    session_->textShown(path, disk);
     if (disk != text_) replaceText(disk);
 }
 
