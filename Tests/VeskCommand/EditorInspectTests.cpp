@@ -84,5 +84,38 @@ TEST(EditorInspectTest, HighlightsAroundACaretAndUnderATitle) {
     EXPECT_EQ(program.runPlain({"inspect", "highlight", "-", "--caret", "-1"}, "x").status, 2);
 }
 
+TEST(EditorInspectTest, TellsOnlyWhatStandsAtTheCaret) {
+    const Program program;
+    const std::string text = "# A\n**b** c\n\n## D\ne ![](f.png)\n\n# G\n|h|\n|-|\n";
+    const struct {
+        std::string name, caret, field;
+        std::vector<std::int64_t> expected;
+    } rows[] = {
+        {"outline", "22", "line", {0, 3}},
+        {"outline", "99999", "line", {}},
+        {"spans", "5", "", {6}},
+        {"spans", "11", "", {}},
+        {"blocks", "3", "lineRange", {0}},
+        {"blocks", "4", "lineRange", {1}},
+        {"blocks", "41", "lineRange", {7}},
+        {"embeds", "20", "", {20}},
+        {"embeds", "4", "", {}},
+        {"tables", "38", "", {36}},
+        {"tables", "20", "", {}},
+    };
+    for (const auto& row : rows) {
+        const Ran ran = program.runPlain({"inspect", row.name, "-", "--caret", row.caret}, text);
+        ASSERT_EQ(ran.status, row.caret.size() > 2 ? 1 : 0) << row.name << ": " << ran.err;
+        if (ran.status != 0) continue;
+        std::vector<std::int64_t> found;
+        const Json answer = Json::parse(ran.out);
+        for (const Json& item : *answer.asArray())
+            found.push_back(row.field == "line"
+                                ? *item.integer("line")
+                                : *item.find(row.field.empty() ? "range" : row.field)->integer("location"));
+        EXPECT_EQ(found, row.expected) << row.name << " at " << row.caret << ": " << ran.out;
+    }
+}
+
 }  // namespace
 }  // namespace vesk::test
