@@ -170,6 +170,18 @@ std::optional<std::string> NoteIndex::body(std::string_view path) const {
     return body;
 }
 
+std::optional<NoteIndex::TitledText> NoteIndex::passage(std::string_view path, int ordinal) const {
+    std::optional<TitledText> passage;
+    implementation_->readCached(
+        "SELECT n.title, c.text FROM chunks c\nJOIN notes n ON n.relative_path = c.note_path\n"
+        "WHERE c.note_path = ? AND c.ordinal = ?",
+        [&](const Row& row) {
+            passage = {row.text(0), row.text(1)};
+        },
+        path, ordinal);
+    return passage;
+}
+
 std::vector<IndexedChunk> NoteIndex::chunks(std::string_view path) const {
     std::vector<IndexedChunk> chunks;
     implementation_->readCached(

@@ -139,6 +139,12 @@ public:
     std::optional<std::string> title(std::string_view path) const;
     std::optional<std::string> body(std::string_view path) const;
     std::vector<IndexedChunk> chunks(std::string_view path) const;
+    /// One passage as it is shown: under its note's title.
+    struct TitledText {
+        std::string title, text;
+        bool operator==(const TitledText&) const = default;
+    };
+    std::optional<TitledText> passage(std::string_view path, int ordinal) const;
     std::vector<std::pair<std::string, int>> allTags() const;
     std::vector<std::string> backlinks(std::string_view path) const;
     std::vector<std::pair<std::string, std::optional<std::string>>> outgoingLinks(

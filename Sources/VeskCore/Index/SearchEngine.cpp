@@ -72,11 +72,19 @@ std::vector<SearchHit> SearchEngine::keyword(std::string_view raw, int limit) co
 }
 
 std::vector<SearchHit> SearchEngine::keyword(const SearchQuery& query, int limit) const {
+    return keyword(query, limit, Snippets::made);
+}
+
+std::vector<SearchHit> SearchEngine::keywordAny(const SearchQuery& query, int limit) const {
+    return keywordAny(query, limit, Snippets::made);
+}
+
+std::vector<SearchHit> SearchEngine::keyword(const SearchQuery& query, int limit, Snippets snippets) const {
     if (query.empty() || limit < 1) return {};
     try {
         const std::int64_t fetched =
             query.lineGroups.empty() ? limit : std::int64_t{limit} * lineFilterOverfetch;
-        auto hits = stylesheetsLast(applyLineFilter(candidates(query, fetched), query));
+        auto hits = stylesheetsLast(applyLineFilter(candidates(query, fetched, snippets), query));
         truncate(hits, limit);
         return hits;
     } catch (const Error& error) {
@@ -85,32 +93,37 @@ std::vector<SearchHit> SearchEngine::keyword(const SearchQuery& query, int limit
     }
 }
 
-std::vector<SearchHit> SearchEngine::keywordAny(const SearchQuery& query, int limit) const {
+std::vector<SearchHit> SearchEngine::keywordAny(const SearchQuery& query, int limit,
+                                                Snippets snippets) const {
     if (index_.keywordBackend() != KeywordBackend::fts5 || limit < 1) return {};
     const auto expression = query.ftsAnyExpression();
     if (!expression) return {};
     try {
-        return fullText(query, *expression, limit);
+        return fullText(query, *expression, limit, snippets);
     } catch (const Error& error) {
         log_.line(LogLevel::error, "search", "Any-term search failed: {}", {logPrivate(error.description())});
         return {};
     }
 }
 
-std::vector<SearchHit> SearchEngine::candidates(const SearchQuery& query, std::int64_t limit) const {
+std::vector<SearchHit> SearchEngine::candidates(const SearchQuery& query, std::int64_t limit,
+                                                Snippets snippets) const {
     if (index_.keywordBackend() == KeywordBackend::fts5) {
-        if (const auto expression = query.ftsExpression()) return fullText(query, *expression, limit);
+        if (const auto expression = query.ftsExpression())
+            return fullText(query, *expression, limit, snippets);
     }
     const bool asksForText = !query.terms.empty() || !query.lineGroups.empty();
-    return asksForText ? like(query, limit) : metadataOnly(query, limit);
+    return asksForText ? like(query, limit, snippets) : metadataOnly(query, limit);
 }
 
 std::vector<SearchHit> SearchEngine::fullText(const SearchQuery& query, const std::string& expression,
-                                              std::int64_t limit) const {
+                                              std::int64_t limit, Snippets snippets) const {
+    const std::string snippet =
+        snippets == Snippets::made ? "snippet(notes_fts, 1, '\x01', '\x02', '…', 14)" : "NULL";
     auto [filter, filterBindings] = query.filterClause("n");
     const std::string weight(rank);
-    const std::string sql = "SELECT n.relative_path, n.title, n.excerpt, " + weight +
-                            ",\n       snippet(notes_fts, 1, '\x01', '\x02', '…', 14)\n"
+    const std::string sql = "SELECT n.relative_path, n.title, n.excerpt, " + weight + ",\n       " + snippet +
+                            "\n"
                             "FROM notes_fts\n"
                             "JOIN note_text t ON t.rowid = notes_fts.rowid\n"
                             "JOIN notes n ON n.relative_path = t.note_path\n"
@@ -123,18 +136,19 @@ std::vector<SearchHit> SearchEngine::fullText(const SearchQuery& query, const st
 
     std::vector<SearchHit> hits;
     index_.query(sql, bindings, [&](const Row& row) {
-        Snippet snippet = parseMarkedSnippet(row.textView(4));
-        if (snippet.text.empty()) snippet = {.text = row.text(2), .matchRanges = {}};
+        Snippet shown = parseMarkedSnippet(row.textView(4));
+        if (shown.text.empty()) shown = {.text = row.text(2), .matchRanges = {}};
         hits.push_back({.notePath = row.text(0),
                         .title = row.text(1),
-                        .snippet = std::move(snippet.text),
-                        .matchRanges = std::move(snippet.matchRanges),
+                        .snippet = std::move(shown.text),
+                        .matchRanges = std::move(shown.matchRanges),
                         .score = -row.real(3)});
     });
     return hits;
 }
 
-std::vector<SearchHit> SearchEngine::like(const SearchQuery& query, std::int64_t limit) const {
+std::vector<SearchHit> SearchEngine::like(const SearchQuery& query, std::int64_t limit,
+                                          Snippets snippets) const {
     std::vector<std::string> clauses;
     SQLBindings bindings;
     auto bindPattern = [&](const std::string& text, int times) {
@@ -171,7 +185,7 @@ std::vector<SearchHit> SearchEngine::like(const SearchQuery& query, std::int64_t
     index_.query(sql, bindings, [&](const Row& row) {
         const std::string_view title = row.textView(1);
         const std::string_view body = row.textView(3);
-        Snippet snippet = makeSnippet(body, words, likeWindow);
+        Snippet snippet = snippets == Snippets::made ? makeSnippet(body, words, likeWindow) : Snippet{};
         if (snippet.text.empty()) snippet = {.text = row.text(2), .matchRanges = {}};
         hits.push_back({.notePath = row.text(0),
                         .title = std::string(title),

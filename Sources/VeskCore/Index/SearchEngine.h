@@ -92,10 +92,14 @@ public:
     static bool isPictureOnly(std::string_view text);
 
 private:
-    std::vector<SearchHit> candidates(const SearchQuery& query, std::int64_t limit) const;
+    /// Snippets cost more than the search; who doesn't show the hits goes without.
+    enum class Snippets { made, none };
+    std::vector<SearchHit> keyword(const SearchQuery& query, int limit, Snippets snippets) const;
+    std::vector<SearchHit> keywordAny(const SearchQuery& query, int limit, Snippets snippets) const;
+    std::vector<SearchHit> candidates(const SearchQuery& query, std::int64_t limit, Snippets snippets) const;
     std::vector<SearchHit> fullText(const SearchQuery& query, const std::string& expression,
-                                    std::int64_t limit) const;
-    std::vector<SearchHit> like(const SearchQuery& query, std::int64_t limit) const;
+                                    std::int64_t limit, Snippets snippets) const;
+    std::vector<SearchHit> like(const SearchQuery& query, std::int64_t limit, Snippets snippets) const;
     std::vector<SearchHit> metadataOnly(const SearchQuery& query, std::int64_t limit) const;
     std::vector<SearchHit> applyLineFilter(std::vector<SearchHit> hits, const SearchQuery& query) const;
     std::vector<NoteIndex::Neighbour> nearestOrNone(std::span<const float> vector, int limit) const;

@@ -159,6 +159,15 @@ public:
         }
         return keys;
     }
+    /// A passage that is read when it is needed.
+    std::string add(const NoteIndex::Neighbour& neighbour) {
+        RetrievedChunk chunk;
+        chunk.notePath = neighbour.path;
+        chunk.ordinal = neighbour.ordinal;
+        std::string key = chunk.id();
+        if (found_.try_emplace(key, std::move(chunk)).second) unread_.insert(key);
+        return key;
+    }
     std::string add(const Passages::Passage& passage, std::string_view title) {
         RetrievedChunk chunk{.notePath = passage.chunk.notePath,
                              .noteTitle = std::string(title),
@@ -169,12 +178,24 @@ public:
         found_.try_emplace(key, std::move(chunk));
         return key;
     }
+    /// A passage of the keyword arms.
     const RetrievedChunk& at(const std::string& key) const { return found_.at(key); }
+    /// None if the passage is not in the index any more.
+    std::optional<RetrievedChunk> read(const std::string& key, const NoteIndex& index) const {
+        RetrievedChunk chunk = found_.at(key);
+        if (!unread_.contains(key)) return chunk;
+        auto passage = index.passage(chunk.notePath, chunk.ordinal);
+        if (!passage) return std::nullopt;
+        chunk.noteTitle = std::move(passage->title);
+        chunk.text = std::move(passage->text);
+        return chunk;
+    }
 
 private:
     Passages& passages_;
     const std::map<std::string, double>& weights_;
     std::unordered_map<std::string, RetrievedChunk> found_;
+    std::unordered_set<std::string> unread_;
 };
 
 }  // namespace
@@ -260,10 +281,10 @@ std::vector<RetrievedChunk> SearchEngine::retrieved(const SearchQuery& query,
     // All informative words first; any of them if that finds nothing.
     const SearchQuery strict = informativeTerms(query, rarity);
     auto words = query.highlightWords();
-    auto primary = keyword(strict, pool);
+    auto primary = keyword(strict, pool, Snippets::none);
     bool padUnmatched = true;
     if (primary.empty() && (!strict.positiveTerms().empty() || !strict.lineGroups.empty())) {
-        primary = keywordAny(strict, pool);
+        primary = keywordAny(strict, pool, Snippets::none);
         words = strict.highlightWords();
         padUnmatched = false;
     }
@@ -272,7 +293,7 @@ std::vector<RetrievedChunk> SearchEngine::retrieved(const SearchQuery& query,
     const SearchQuery rare = rarestTerms(query, rarity);
     const bool hasRareWords = rare.positiveTerms().size() < query.positiveTerms().size();
     const auto rareWords = hasRareWords ? rare.highlightWords() : std::vector<std::string>{};
-    const auto secondary = hasRareWords ? keywordAny(rare, pool) : std::vector<SearchHit>{};
+    const auto secondary = hasRareWords ? keywordAny(rare, pool, Snippets::none) : std::vector<SearchHit>{};
 
     Passages passages(index_);
     Collection collection(passages, weights);
@@ -297,21 +318,20 @@ std::vector<RetrievedChunk> SearchEngine::retrieved(const SearchQuery& query,
     const auto neighbours = nearestOrNone(embedding, pool);
     for (const auto& neighbour : neighbours) {
         if (capsNotes && taken[neighbour.path] >= passagesOfNote) continue;
-        const auto title = index_.title(neighbour.path);
-        const auto* passage = title ? passages.find(neighbour.path, neighbour.ordinal) : nullptr;
-        if (!passage) continue;
-        lists[2].push_back(collection.add(*passage, *title));
+        lists[2].push_back(collection.add(neighbour));
         ++taken[neighbour.path];
     }
 
     std::vector<RetrievedChunk> prose, pictures, stylesheets;
     for (const auto& [key, score] : reciprocalRankFusion(lists)) {
-        RetrievedChunk chunk = collection.at(key);
-        chunk.score = score;
-        auto& group = isStylesheetPath(chunk.notePath) ? stylesheets
-                      : isPictureOnly(chunk.text)      ? pictures
-                                                       : prose;
-        group.push_back(std::move(chunk));
+        if (prose.size() == static_cast<std::size_t>(limit)) break;
+        auto chunk = collection.read(key, index_);
+        if (!chunk) continue;
+        chunk->score = score;
+        auto& group = isStylesheetPath(chunk->notePath) ? stylesheets
+                      : isPictureOnly(chunk->text)      ? pictures
+                                                        : prose;
+        group.push_back(*std::move(chunk));
     }
     for (auto* group : {&pictures, &stylesheets}) {
         std::move(group->begin(), group->end(), std::back_inserter(prose));

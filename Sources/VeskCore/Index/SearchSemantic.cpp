@@ -26,18 +26,14 @@ std::vector<SearchHit> SearchEngine::semantic(std::span<const float> vector,
     try {
         std::vector<SearchHit> hits;
         for (const auto& neighbour : index_.nearestChunks(vector, provider, limit, minimumScore)) {
-            index_.query(
-                "SELECT c.text, n.title FROM chunks c\nJOIN notes n ON n.relative_path = c.note_path\n"
-                "WHERE c.note_path = ? AND c.ordinal = ?",
-                {SQLValue::text(neighbour.path), SQLValue::integer(neighbour.ordinal)}, [&](const Row& row) {
-                    hits.push_back(
-                        {.notePath = neighbour.path,
-                         .title = row.text(1),
-                         .snippet = std::string(characterPrefix(row.textView(0), snippetCharacters)),
-                         .score = neighbour.score,
-                         .mode = SearchHit::Mode::semantic,
-                         .chunkOrdinal = neighbour.ordinal});
-                });
+            const auto passage = index_.passage(neighbour.path, neighbour.ordinal);
+            if (!passage) continue;
+            hits.push_back({.notePath = neighbour.path,
+                            .title = passage->title,
+                            .snippet = std::string(characterPrefix(passage->text, snippetCharacters)),
+                            .score = neighbour.score,
+                            .mode = SearchHit::Mode::semantic,
+                            .chunkOrdinal = neighbour.ordinal});
         }
         return hits;
     } catch (const Error& error) {
