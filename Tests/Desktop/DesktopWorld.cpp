@@ -11,6 +11,7 @@
 #include <chrono>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -68,7 +69,7 @@ public:
         display = ":" + firstLine(
                             [&](int out) {
                                 return spawn({"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24",
-                                              "-nolisten", "tcp"},
+                                              "-nolisten", "tcp", "-noreset"},
                                              plain, out, "");
                             },
                             server_);
@@ -149,7 +150,7 @@ std::string property(const std::string& bus, const std::string& path, const char
     return text;
 }
 
-bool isVisible(const Control& control) {
+bool hasState(const Control& control, guint32 state) {
     GVariant* answer =
         call(control.bus, control.path, "org.a11y.atspi.Accessible", "GetState", nullptr, "(au)");
     if (!answer) return false;
@@ -158,34 +159,87 @@ bool isVisible(const Control& control) {
     g_variant_get_child(words, 0, "u", &low);
     g_variant_unref(words);
     g_variant_unref(answer);
-    constexpr guint32 visible = 1U << 30;
-    return (low & visible) != 0;
+    return (low & state) != 0;
 }
+constexpr guint32 sensitive = 1U << 24;
 
-void collect(const std::string& bus, const std::string& path, std::vector<Control>& found, int depth) {
+constexpr const char* root = "/org/a11y/atspi/accessible/root";
+
+std::vector<std::pair<std::string, std::string>> childrenOf(const std::string& bus, const std::string& path) {
+    std::vector<std::pair<std::string, std::string>> list;
     GVariant* answer = call(bus, path, "org.a11y.atspi.Accessible", "GetChildren", nullptr, "(a(so))");
-    if (!answer || depth > 60) return;
+    if (!answer) return list;
     GVariantIter* children = nullptr;
     g_variant_get(answer, "(a(so))", &children);
     const char *childBus = nullptr, *childPath = nullptr;
-    while (g_variant_iter_next(children, "(&s&o)", &childBus, &childPath)) {
-        Control control{childBus, childPath,
-                        property(childBus, childPath, "org.a11y.atspi.Accessible", "Name"), ""};
-        if (GVariant* role =
-                call(childBus, childPath, "org.a11y.atspi.Accessible", "GetRoleName", nullptr, "(s)")) {
-            const char* name = nullptr;
-            g_variant_get(role, "(&s)", &name);
-            control.role = name;
-            g_variant_unref(role);
-        }
-        // What is hidden, a page of a stack or a closed banner, has nothing to show below it either.
-        if (depth > 1 && !isVisible(control)) continue;
-        found.push_back(control);
-        collect(childBus, childPath, found, depth + 1);
-    }
+    while (g_variant_iter_next(children, "(&s&o)", &childBus, &childPath))
+        list.emplace_back(childBus, childPath);
     g_variant_iter_free(children);
     g_variant_unref(answer);
+    return list;
 }
+
+/// The controls of one program. The names and roles of those that were asked for before come from its cache
+/// in one call; who is whose child, and hidden or not, the cache doesn't know for certain.
+class Look {
+public:
+    explicit Look(const std::string& bus) : bus_(bus) {
+        GVariant* answer = call(bus, "/org/a11y/atspi/cache", "org.a11y.atspi.Cache", "GetItems", nullptr,
+                                "(a((so)(so)(so)iiassusau))");
+        if (!answer) return;
+        GVariantIter* items = nullptr;
+        g_variant_get(answer, "(a((so)(so)(so)iiassusau))", &items);
+        while (GVariant* one = g_variant_iter_next_value(items)) {
+            const char *path = nullptr, *name = nullptr;
+            guint32 role = 0;
+            g_variant_get(one, "((&s&o)(so)(so)iias&susau)", nullptr, &path, nullptr, nullptr, nullptr,
+                          nullptr, nullptr, nullptr, nullptr, &name, &role, nullptr, nullptr);
+            known_[path] = {name, role};
+            g_variant_unref(one);
+        }
+        g_variant_iter_free(items);
+        g_variant_unref(answer);
+    }
+
+    /// What is hidden isn't among the children.
+    void collect(const std::string& path, std::vector<Control>& found, int depth = 0) const {
+        constexpr int deepest = 60;
+        if (depth > deepest) return;
+        for (const auto& child : childrenOf(bus_, path)) {
+            Control control{bus_, child.second, "", ""};
+            const auto known = known_.find(control.path);
+            if (known != known_.end()) {
+                control.name = known->second.first;
+                control.role = roleName(known->second.second, control.path);
+            } else {
+                control.name = property(bus_, control.path, "org.a11y.atspi.Accessible", "Name");
+                control.role = askedRole(control.path);
+            }
+            found.push_back(control);
+            if (control.role != "label" && control.role != "image") collect(control.path, found, depth + 1);
+        }
+    }
+
+private:
+    std::string askedRole(const std::string& path) const {
+        GVariant* role = call(bus_, path, "org.a11y.atspi.Accessible", "GetRoleName", nullptr, "(s)");
+        if (!role) return "";
+        const char* name = nullptr;
+        g_variant_get(role, "(&s)", &name);
+        std::string copy = name;
+        g_variant_unref(role);
+        return copy;
+    }
+    std::string roleName(guint32 role, const std::string& path) const {
+        static std::map<guint32, std::string> names;
+        auto& name = names[role];
+        if (name.empty()) name = askedRole(path);
+        return name;
+    }
+
+    std::string bus_;
+    std::map<std::string, std::pair<std::string, guint32>> known_;
+};
 
 }  // namespace
 
@@ -238,6 +292,7 @@ void DesktopWorld::start(const std::string& note) {
     program_ = launch(words, variables, (home / "output").string());
     if (!until([&] { return shows("Note text") || (note.empty() && !controls().empty()) || hasEnded(); }))
         throw std::runtime_error("no window:\n" + output());
+    if (hasEnded()) throw std::runtime_error("it ended:\n" + output());
     focusWindow();
 }
 
@@ -303,14 +358,22 @@ void DesktopWorld::whileItStands(const std::function<void()>& body) const {
     ::kill(program_, SIGCONT);
 }
 
-void DesktopWorld::launchTool(const std::vector<std::string>& words) const {
+int DesktopWorld::runTool(const std::vector<std::string>& words) const {
     int status = 0;
     waitpid(launch(words, {}, ""), &status, 0);
-    if (exitStatus(status) != 0) throw std::runtime_error(words.front() + " failed");
+    return exitStatus(status);
+}
+
+void DesktopWorld::launchTool(const std::vector<std::string>& words) const {
+    if (runTool(words) != 0) throw std::runtime_error(words.front() + " failed");
 }
 
 void DesktopWorld::focusWindow() const {
-    launchTool({"xdotool", "search", "--sync", "--onlyvisible", "--name", "Vesk", "windowfocus"});
+    // Its own waiting looks twice a second, and goes on for ever.
+    if (!until([&] {
+            return runTool({"xdotool", "search", "--onlyvisible", "--name", "Vesk", "windowfocus"}) == 0;
+        }))
+        throw std::runtime_error("no window has the keyboard");
 }
 
 void DesktopWorld::key(const std::string& keys) const {
@@ -390,7 +453,8 @@ bool DesktopWorld::fileBecomes(const std::string& path, const std::string& text)
 
 std::vector<Control> DesktopWorld::controls() const {
     std::vector<Control> found;
-    collect("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root", found, 0);
+    for (const auto& [bus, path] : childrenOf("org.a11y.atspi.Registry", root))
+        Look(bus).collect(path, found);
     return found;
 }
 
@@ -400,12 +464,22 @@ std::optional<Control> DesktopWorld::control(const std::string& name, const std:
     return {};
 }
 
+bool DesktopWorld::isEnabled(const std::string& name) const {
+    const auto found = control(name);
+    return found && hasState(*found, sensitive);
+}
+
+std::string DesktopWorld::descriptionOf(const std::string& name) const {
+    const auto found = control(name);
+    return found ? property(found->bus, found->path, "org.a11y.atspi.Accessible", "Description") : "";
+}
+
 bool DesktopWorld::press(const std::string& name) const {
     return until([&] {
         // A dialogue has each of its buttons twice, for a wide and a narrow window, and one has a place.
         std::optional<Control> button;
         for (auto& candidate : controls())
-            if (candidate.name == name && (!button || candidate.role == "push button") && middleOf(candidate))
+            if (candidate.name == name && (!button || candidate.role == "button") && middleOf(candidate))
                 button = candidate;
         if (!button) return false;
         GVariant* answer = call(button->bus, button->path, "org.a11y.atspi.Action", "DoAction",

@@ -71,6 +71,9 @@ public:
     std::vector<Control> controls() const;
     /// The first control of the name, and of the role if one is given.
     std::optional<Control> control(const std::string& name, const std::string& role = "") const;
+    /// Whether the control can be used; false if it isn't there.
+    bool isEnabled(const std::string& name) const;
+    std::string descriptionOf(const std::string& name) const;
     bool shows(const std::string& name) const { return control(name).has_value(); }
     /// Waits for the control and presses it; false if it doesn't come.
     bool press(const std::string& name) const;
@@ -88,6 +91,7 @@ private:
     };
     static std::optional<Point> middleOf(const Control& control);
     std::optional<Point> middleOf(const std::string& name) const;
+    int runTool(const std::vector<std::string>& words) const;
     void launchTool(const std::vector<std::string>& words) const;
     pid_t launch(const std::vector<std::string>& words, const std::vector<std::string>& more,
                  const std::string& log) const;
