@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -36,6 +37,57 @@ std::optional<std::uint64_t> parsedEventID(const std::optional<std::string>& tex
     const auto [rest, error] = std::from_chars(begin, end, id);
     if (error != std::errc() || rest != end) return {};
     return id;
+}
+
+constexpr int passagesPerNote = 4;  // of a note that several passages bring up
+constexpr int everyNote = 1'000'000;
+
+/// The vector of a text; empty without a model or where the model fails.
+std::vector<float> vectorOf(LocalEmbedding& embedder, const std::string& text, const std::stop_token& stop) {
+    if (!embedder.isConfigured()) return {};
+    try {
+        auto vectors = embedder.embed({text}, stop);
+        if (!vectors.empty()) return std::move(vectors.front());
+    } catch (const std::exception&) {  // searched for by its words alone
+    }
+    return {};
+}
+
+/// Notes whose passages mean what the terms say, one hit each. The rest of the query narrows them: a filter
+/// has no meaning that a passage could share.
+std::vector<SearchHit> foundByMeaning(const SearchEngine& search, LocalEmbedding& embedder,
+                                      const std::string& query, int limit, const std::stop_token& stop) {
+    auto rest = SearchQuery::parse(query);
+    std::string words;
+    for (const auto& term : rest.positiveTerms()) words += (words.empty() ? "" : " ") + term.text;
+    if (words.empty()) return search.keyword(rest, limit);
+    const auto vector = vectorOf(embedder, words, stop);
+    std::erase_if(rest.terms, [](const SearchQuery::Term& term) { return !term.isNegated; });
+    std::set<std::string> let, seen;
+    if (!rest.empty())
+        for (auto& hit : search.keyword(rest, everyNote)) let.insert(std::move(hit.notePath));
+    const int passages = rest.empty() ? limit * passagesPerNote : everyNote;
+    auto hits = search.semantic(vector, embedder.id(), passages, 0);
+    std::erase_if(hits, [&](const SearchHit& hit) {
+        return !seen.insert(hit.notePath).second || (!rest.empty() && !let.contains(hit.notePath));
+    });
+    if (hits.size() > static_cast<std::size_t>(limit)) hits.resize(static_cast<std::size_t>(limit));
+    return hits;
+}
+
+std::vector<SearchHit> found(const SearchEngine& search, LocalEmbedding& embedder, const std::string& query,
+                             int limit, SearchHit::Mode mode, const std::stop_token& stop) {
+    switch (mode) {
+        case SearchHit::Mode::keyword:
+            return search.keyword(query, limit);
+        case SearchHit::Mode::semantic:
+            return foundByMeaning(search, embedder, query, limit, stop);
+        case SearchHit::Mode::hybrid:
+            break;
+    }
+    const auto vector = vectorOf(embedder, query, stop);
+    const auto provider = vector.empty() ? std::optional<std::string>() : embedder.id();
+    return search.hybrid(query, vector, provider, limit);
 }
 
 }  // namespace
@@ -146,8 +198,8 @@ void VaultSession::publishRevision() {
            [](VaultSession& session) { session.diskRevision.setIfChanged(session.tasks_->revisionCounter); });
 }
 
-void VaultSession::searchNotes(std::string query, int limit,
-                               std::function<void(std::vector<SearchHit>)> done) {
+void VaultSession::searchNotes(std::string query, int limit, std::function<void(std::vector<SearchHit>)> done,
+                               SearchHit::Mode mode) {
     const auto isBlank = [](char byte) { return byte == ' ' || byte == '\t'; };
     const auto weak = weak_from_this();
     if (std::all_of(query.begin(), query.end(), isBlank)) {
@@ -157,18 +209,8 @@ void VaultSession::searchNotes(std::string query, int limit,
     services_.background.run(
         Priority::userInitiated,
         [&mainQueue = services_.mainQueue, weak, index = index_, search = search_, embedder = embedder_,
-         query = std::move(query), limit, done = std::move(done)](std::stop_token stop) mutable {
-            std::vector<float> vector;
-            std::optional<std::string> provider;
-            if (embedder->isConfigured()) {
-                try {
-                    auto vectors = embedder->embed({query}, stop);
-                    if (!vectors.empty()) vector = std::move(vectors.front());
-                } catch (const std::exception&) {  // searched for by its words alone
-                }
-                if (!vector.empty()) provider = embedder->id();
-            }
-            auto hits = search->hybrid(query, vector, provider, limit);
+         query = std::move(query), limit, mode, done = std::move(done)](std::stop_token stop) mutable {
+            auto hits = found(*search, *embedder, query, limit, mode, stop);
             postTo(mainQueue, weak, [hits = std::move(hits), done = std::move(done)](VaultSession&) mutable {
                 done(std::move(hits));
             });

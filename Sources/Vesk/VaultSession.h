@@ -161,8 +161,10 @@ public:
     void downloadAllPending();
     void indexDocuments(const std::set<std::string>& paths);
     void documentListReloaded(const std::vector<VaultDocument>& documents);
-    /// `done` is called on a later turn of the main queue, if the session still lives then.
-    void searchNotes(std::string query, int limit, std::function<void(std::vector<SearchHit>)> done);
+    /// `done` is called on a later turn of the main queue, if the session still lives then. A search by
+    /// meaning alone finds nothing where there is no model; one by both goes by the words there.
+    void searchNotes(std::string query, int limit, std::function<void(std::vector<SearchHit>)> done,
+                     SearchHit::Mode mode = SearchHit::Mode::hybrid);
     void notesChanged(const std::vector<std::string>& paths);
     void refreshReminders(bool force);
     void refreshConflicts();

@@ -17,9 +17,9 @@ protected:
         if (HasFailure()) std::cerr << output();
     }
     std::string unnamed() const {
-        static const std::set<std::string> roles{"push button",   "toggle button", "text",      "entry",
-                                                 "password text", "list",          "check box", "slider",
-                                                 "spin button",   "combo box",     "list box"};
+        static const std::set<std::string> roles{"button", "toggle button", "text",      "text box",
+                                                 "entry",  "password text", "list",      "check box",
+                                                 "slider", "spin button",   "combo box", "list box"};
         std::string found;
         for (const auto& control : controls())
             if (roles.contains(control.role) && control.name.empty()) found += control.role + ", ";
@@ -49,6 +49,44 @@ TEST_F(KeyboardTest, GoesFromNoteToNote) {
     key("Return");
     ASSERT_TRUE(until([&] { return textOf(text) == "By train\n"; })) << textOf(text);
     // The keyboard is in the text: what is typed goes there.
+    type("Go ");
+    EXPECT_TRUE(fileBecomes("Trips/Bergen.md", "Go By train\n")) << vault.read("Trips/Bergen.md");
+}
+
+TEST_F(KeyboardTest, SearchesAndComesBack) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Trips/Oslo.md", "By boat, and from there by train\n");
+    vault.write("Trips/Bergen.md", "By train\n");
+    home.write("data/vesk/sentence-en.model", "no model");
+    start("Plan.md");
+    key("ctrl+shift+f");
+    ASSERT_TRUE(until([&] { return shows("How to search"); }));
+    // Return comes before anything can have been found.
+    whileItStands([&] {
+        type("boat");
+        key("Return");
+    });
+    ASSERT_TRUE(until([&] { return textOf(text).starts_with("By boat"); })) << textOf(text);
+    key("ctrl+shift+f");
+    type("train");
+    ASSERT_TRUE(until([&] { return shows("By train"); }));
+    EXPECT_TRUE(isEnabled("Words"));
+    EXPECT_FALSE(isEnabled("Meaning"));
+    EXPECT_NE(descriptionOf("Meaning").find("sentence-en.model"), std::string::npos)
+        << descriptionOf("Meaning");
+    key("Down");
+    key("Escape");
+    type(" -boat");
+    ASSERT_TRUE(until([&] { return !shows("Oslo"); }));
+    key("Down");
+    key("Return");
+    ASSERT_TRUE(until([&] { return textOf(text) == "By train\n"; })) << textOf(text);
+    // Escape leads from an emptied field back to the text.
+    key("ctrl+shift+f");
+    key("Delete");
+    ASSERT_TRUE(until([&] { return shows("How to search"); }));
+    key("Escape");
+    ASSERT_TRUE(until([&] { return !shows("How to search"); }));
     type("Go ");
     EXPECT_TRUE(fileBecomes("Trips/Bergen.md", "Go By train\n")) << vault.read("Trips/Bergen.md");
 }

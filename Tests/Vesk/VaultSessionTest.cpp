@@ -328,6 +328,37 @@ TEST_F(VaultSessionTest, FindsNotesByWordsAndAnswersABlankQueryWithNothing) {
     EXPECT_EQ(session->embeddedChunks.get(), 1);
 }
 
+TEST_F(VaultSessionTest, SearchesByWordsByMeaningOrByBoth) {
+    vault().write("Boats/rig.md", "sail mast #sea");
+    vault().write("Boats/hull.md", "lias mast mast");
+    vault().write("bread.md", "flour water");
+    // To the fake model words of the same letters mean the same.
+    open();
+    struct Row {
+        const char* query;
+        SearchHit::Mode mode;
+        Names expected;
+    };
+    using Mode = SearchHit::Mode;
+    for (const auto& row : {Row{"sail", Mode::keyword, {"Boats/rig.md"}}, Row{"lisa", Mode::keyword, {}},
+                            Row{"lisa", Mode::semantic, {"Boats/rig.md", "Boats/hull.md"}},
+                            Row{"sail", Mode::hybrid, {"Boats/rig.md", "Boats/hull.md"}},
+                            Row{"lisa -sail", Mode::semantic, {"Boats/hull.md"}},
+                            Row{"tag:sea lisa", Mode::semantic, {"Boats/rig.md"}},
+                            Row{"path:Boats", Mode::semantic, {"Boats/hull.md", "Boats/rig.md"}}}) {
+        Names found{"not asked"};
+        session->searchNotes(
+            row.query, 10,
+            [&](const std::vector<SearchHit>& hits) {
+                found.clear();
+                for (const auto& hit : hits) found.push_back(hit.notePath);
+            },
+            row.mode);
+        time.settle();
+        EXPECT_EQ(found, row.expected) << row.query;
+    }
+}
+
 TEST_F(VaultSessionTest, PutsWhatACutOffSaveLeftIntoTheTrashAfterAnHour) {
     vault().write("n/.vesk-tmp-1", "the only copy");
     vault().write(".vesk-tmp-2", std::string("\xff\x00", 2));

@@ -113,6 +113,7 @@ void DesktopApplication::makeWindow() {
     window_->onSearch = [this](const std::string& typed) { search(typed); };
     window_->outline = [this] { return outline(); };
     window_->results().onChosen = [this](const SearchHit& hit) { showNote(hit.notePath, true); };
+    window_->results().onModeChosen = [this](SearchHit::Mode mode) { chooseSearchMode(mode); };
     auto& sidebar = window_->sidebar();
     sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id); };
     sidebar.onChosen = [this](const SidebarRow& row) {
@@ -274,6 +275,7 @@ void DesktopApplication::surfaceChanged() {
     surfaceSubscriptions_.clear();
     const auto& pane = workspace_.surface.get();
     window_->note().attach(pane);
+    showSearchModes();
     if (!pane) return;
     window_->note().editor().decorations().setImages(images_);
     surfaceSubscriptions_.push_back(pane->notice.subscribe([this](const auto&) { showTitle(); }));

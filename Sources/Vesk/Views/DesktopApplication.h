@@ -79,6 +79,8 @@ private:
     void emptyTrash();
     void rowMenu(const SidebarRow& row, double x, double y);
     void search(const std::string& typed);
+    void chooseSearchMode(SearchHit::Mode mode);
+    void showSearchModes();
     void connectInspector();
     void follow(const LinkAt& link);
     void openFile(const FilePath& file);

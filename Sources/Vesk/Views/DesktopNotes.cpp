@@ -20,6 +20,8 @@ namespace {
 
 constexpr unsigned searchDelay = 90;  // milliseconds after the last letter
 constexpr int mostHits = 60;
+constexpr const char* searchModeKey = "vesk.search.mode";
+constexpr const char* embeddingLanguage = "en";
 constexpr std::size_t mostHistory = 200;
 constexpr std::uintmax_t largestAttachment = 200'000'000;
 
@@ -332,17 +334,37 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
 void DesktopApplication::search(const std::string& typed) {
     searchTimer_.disconnect();
     const auto number = ++searching_;
-    if (!session() || typed.find_first_not_of(' ') == std::string::npos) return;
+    if (!session() || typed.find_first_not_of(" \t") == std::string::npos) return;
+    window_->results().expect();
     searchTimer_ = Glib::signal_timeout().connect(
         [this, typed, number] {
             if (!session()) return false;
-            session()->searchNotes(typed, mostHits, [this, number](const std::vector<SearchHit>& hits) {
-                if (number == searching_ && session() && window_)
-                    window_->results().show(hits, session()->indexing.get());
-            });
+            session()->searchNotes(
+                typed, mostHits,
+                [this, number](const std::vector<SearchHit>& hits) {
+                    if (number == searching_ && session() && window_)
+                        window_->results().show(hits, session()->indexing.get());
+                },
+                window_->results().mode());
             return false;
         },
         searchDelay);
+}
+
+void DesktopApplication::chooseSearchMode(SearchHit::Mode mode) {
+    seams_.defaults.set(searchModeKey, std::string(rawValue(mode)));
+    search(window_->searchText());
+}
+
+/// How the vault that is open can be searched.
+void DesktopApplication::showSearchModes() {
+    using Mode = SearchHit::Mode;
+    const auto stored = seams_.defaults.string(searchModeKey).value_or("");
+    auto mode = Mode::hybrid;
+    for (const auto known : {Mode::keyword, Mode::semantic})
+        if (stored == rawValue(known)) mode = known;
+    const bool hasModel = session() && session()->embedder().isConfigured();
+    window_->results().setMode(mode, hasModel ? "" : seams_.embeddings.absenceReason(embeddingLanguage));
 }
 
 void DesktopApplication::connectInspector() {

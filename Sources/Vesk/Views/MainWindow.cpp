@@ -128,29 +128,51 @@ Gtk::Widget& MainWindow::buildSidebar() {
     search_.set_margin(8);
     search_.set_margin_top(6);
     setAccessibleName(search_, _("Search notes"));
-    search_.signal_search_changed().connect([this] {
+    search_.signal_changed().connect([this] {
         const std::string typed = search_.get_text();
-        if (typed.empty() && search_.get_first_child()->has_focus()) {
-            results_.showHelp();
-        }
-        lists_.set_visible_child(typed.empty() ? "tree" : "results");
+        const bool isAsking = isInside(raw(search_));
+        if (typed.empty() && isAsking) results_.showHelp();
+        showOnly(lists_, typed.empty() && !isAsking ? static_cast<Gtk::Widget&>(sidebar_) : results_);
         if (onSearch) onSearch(typed);
     });
     search_.signal_activate().connect([this] { results_.openFirst(); });
-    search_.signal_stop_search().connect([this] { clearSearch(); });
+    search_.signal_stop_search().connect([this] {
+        clearSearch();
+        note_.isShown() ? note_.focus() : sidebar_.focusList();
+    });
+    results_.onLeft = [this] {
+        search_.grab_focus();
+        search_.set_position(-1);
+    };
     auto keys = Gtk::EventControllerKey::create();
     keys->signal_key_pressed().connect(
         [this](guint key, guint, Gdk::ModifierType) {
             if (key != GDK_KEY_Down) return false;
-            lists_.get_visible_child_name() == "results" ? results_.focusFirst() : sidebar_.focusList();
+            if (results_.get_visible() && results_.focusFirst()) return true;
+            if (search_.get_text().empty()) {
+                showOnly(lists_, sidebar_);
+                sidebar_.focusList();
+            }
             return true;
         },
         false);
+    keys->set_propagation_phase(Gtk::PropagationPhase::CAPTURE);
+    // Help stands in the list's place while the question is being asked, and no longer.
+    auto click = Gtk::GestureClick::create();
+    click->signal_released().connect([this](int, double, double) {
+        if (search_.get_text().empty() && isInside(raw(search_))) focusSearch();
+    });
+    search_.add_controller(click);
+    onSignal(window_, "notify::focus-widget", [this] {
+        auto* focus = gtk_window_get_focus(window());
+        if (focus && search_.get_text().empty() && !isInside(raw(search_)) && !isInside(raw(results_)))
+            showOnly(lists_, sidebar_);
+    });
     search_.add_controller(keys);
     sidebarPane_.append(search_);
-    lists_.add(sidebar_, "tree");
-    lists_.add(results_, "results");
-    lists_.set_vexpand(true);
+    lists_.append(sidebar_);
+    lists_.append(results_);
+    showOnly(lists_, sidebar_);
     sidebarPane_.append(lists_);
     status_.add_css_class("status-line");
     status_.add_css_class("dim-label");
@@ -305,7 +327,7 @@ void MainWindow::focusSearch() {
     search_.select_region(0, -1);
     if (search_.get_text().empty()) {
         results_.showHelp();
-        lists_.set_visible_child("results");
+        showOnly(lists_, results_);
     }
 }
 
@@ -330,17 +352,18 @@ void MainWindow::closeFind() {
 
 void MainWindow::clearSearch() {
     search_.set_text("");
-    lists_.set_visible_child("tree");
+    showOnly(lists_, sidebar_);
+}
+
+bool MainWindow::isInside(GtkWidget* pane) const {
+    auto* focus = gtk_window_get_focus(window());
+    return focus && (focus == pane || gtk_widget_is_ancestor(focus, pane));
 }
 
 void MainWindow::focusNextPane() {
-    auto* focus = gtk_window_get_focus(window());
-    const auto inside = [&](GtkWidget* pane) {
-        return focus && (focus == pane || gtk_widget_is_ancestor(focus, pane));
-    };
-    if (inside(raw(sidebarPane_))) {
+    if (isInside(raw(sidebarPane_))) {
         note_.focus();
-    } else if (inside(raw(note_)) && isInspectorShown()) {
+    } else if (isInside(raw(note_)) && isInspectorShown()) {
         gtk_widget_child_focus(raw(tabs_), GTK_DIR_TAB_FORWARD);
     } else {
         showNotePage(false);

@@ -51,6 +51,7 @@ public:
     /// Puts the keyboard into the search field.
     void focusSearch();
     void searchFor(const std::string& words);
+    std::string searchText() const { return search_.get_text(); }
     void find(bool replacing);
     void findStep(bool forward);
     void closeFind();
@@ -91,6 +92,7 @@ private:
     void showWarning();
     void remember();
     void showSidebar(bool shows);
+    bool isInside(GtkWidget* pane) const;
 
     UserDefaults& defaults_;
     AdwApplicationWindow* window_;
@@ -106,7 +108,7 @@ private:
     Gtk::Separator sidebarHandle_{Gtk::Orientation::VERTICAL}, inspectorHandle_{Gtk::Orientation::VERTICAL};
     AdwFlap* flap_ = nullptr;
     Gtk::SearchEntry search_;
-    Gtk::Stack lists_;
+    Gtk::Box lists_{Gtk::Orientation::VERTICAL};
     Gtk::Label status_;
     Gtk::Button toList_, back_, forward_;
     Gtk::MenuButton menuButton_;

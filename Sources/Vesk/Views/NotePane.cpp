@@ -100,7 +100,7 @@ void NotePane::focus(bool title) {
     if (title) {
         title_.grab_focus();
         title_.select_region(0, -1);
-    } else if (stack_.get_visible_child_name() == "note") {
+    } else if (isShown()) {
         editor_.grab_focus();
     }
 }

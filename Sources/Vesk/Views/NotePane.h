@@ -24,6 +24,8 @@ public:
     EditorView& editor() { return editor_; }
     /// Gives the text the keyboard; the title if `title`.
     void focus(bool title = false);
+    /// Whether a note's text is on the screen.
+    bool isShown() const { return stack_.get_visible_child_name() == "note"; }
     /// A title that is being typed is taken over now.
     void commitTitle();
     /// The note goes by another name now.

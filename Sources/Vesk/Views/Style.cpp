@@ -25,6 +25,8 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .charm { font-size: 18pt; min-width: 34px; min-height: 34px; }
 .search-snippet { font-size: 9.5pt; }
 .search-results > row { padding: 8px 10px; }
+.search-modes { margin: 0 8px 6px 8px; }
+.search-modes button { min-height: 26px; padding: 0 6px; font-size: 9.5pt; font-weight: normal; }
 .find-bar { margin: 6px 12px; }
 .inspector { background-color: @window_bg_color; }
 .inspector-switcher { margin: 6px 8px 2px 8px; }

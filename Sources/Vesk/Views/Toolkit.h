@@ -30,6 +30,12 @@ inline void setAccessibleName(Gtk::Widget& widget, const char* name) {
     gtk_accessible_update_property(GTK_ACCESSIBLE(widget.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL, name, -1);
 }
 
+/// One of the pages that lie in a box. What a stack covers is still read out by assistive technology.
+inline void showOnly(Gtk::Box& pages, Gtk::Widget& page) {
+    for (auto* other = pages.get_first_child(); other; other = other->get_next_sibling())
+        other->set_visible(other == &page);
+}
+
 /// GTK 4.8 has no call of its own for it.
 inline void setPlaceholder(Gtk::SearchEntry& entry, const char* words) {
     auto* text = gtk_editable_get_delegate(GTK_EDITABLE(entry.gobj()));
