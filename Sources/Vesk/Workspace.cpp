@@ -145,6 +145,8 @@ void Workspace::openConfirmed(const FilePath& folder) {
     surface.set(nullptr);
     session.set(nullptr);
     selection.set(std::nullopt);
+    history_.clear();
+    publishHistory();
     notes.set({});
     documents.set({});
     emptyFolders.set({});
@@ -260,6 +262,8 @@ void Workspace::startListing() {
 }
 
 void Workspace::selectionChanged(const std::optional<std::string>& path) {
+    path ? history_.visit(*path) : history_.leave();
+    publishHistory();
     const auto& pane = surface.get();
     if (!pane) return;
     if (!path || Vault::isDocument(*path)) {
@@ -267,6 +271,40 @@ void Workspace::selectionChanged(const std::optional<std::string>& path) {
         return;
     }
     if (pane->loadedPath() != *path) pane->load(*path);
+}
+
+void Workspace::go(std::optional<std::string> (NoteHistory::*step)()) {
+    while (const auto path = (history_.*step)()) {
+        const auto moved =
+            note(*path) || !session.get() ? std::nullopt : session.get()->departures().destination(*path);
+        if (moved && note(*moved)) {
+            history_.moved(*path, *moved);
+            selection.set(moved);
+            return;
+        }
+        if (note(*path) || openDocument(*path)) {
+            selection.setIfChanged(path);
+            return publishHistory();
+        }
+        history_.removed(*path);
+    }
+    // Nothing is left that way; what is shown goes on being shown.
+    if (selection.get()) step == &NoteHistory::goBack ? history_.goForward() : history_.goBack();
+    publishHistory();
+}
+
+void Workspace::pathChanged(const std::string& from, const std::string& to) {
+    history_.moved(from, to);
+    publishHistory();
+}
+
+void Workspace::pathsRemoved(const std::set<std::string>& paths) {
+    for (const auto& path : paths) history_.removed(path);
+    publishHistory();
+}
+
+void Workspace::publishHistory() {
+    canGo.setIfChanged({history_.canGoBack(), history_.canGoForward()});
 }
 
 void Workspace::select(const std::optional<std::string>& path) {

@@ -17,6 +17,7 @@
 #include "Vesk/Editor/EditorBridge.h"
 #include "Vesk/Editor/EditorSurface.h"
 #include "Vesk/HomeSections.h"
+#include "Vesk/NoteHistory.h"
 #include "Vesk/Reminders/ReminderCenter.h"
 #include "Vesk/VaultSession.h"
 #include "VeskCore/Platform/Bookmarks.h"
@@ -92,6 +93,8 @@ public:
     Observable<VaultTree> tree;
     Observable<std::vector<std::string>> emptyFolders, attachments;
     Observable<HomeSections> home;
+    /// Whether there is a note to go back to, and one to go forward to.
+    Observable<std::pair<bool, bool>> canGo;
     /// The message of the last structural act that failed; shown by the view and cleared by it.
     Observable<std::optional<std::string>> folderError;
     /// The editor wants the keyboard.
@@ -124,18 +127,22 @@ public:
     void refreshHome();
     void scheduleExternalReload();
 
-    // Structure
+    // Structure. Paths that may be the ones that the act changes are taken by value.
 
     void select(const std::optional<std::string>& path);
+    /// To the note that was selected before, or after; one that is gone by now is passed over.
+    void goBack() { go(&NoteHistory::goBack); }
+    void goForward() { go(&NoteHistory::goForward); }
     void newNote(const std::optional<std::string>& folder = {});
     void newReminder();
     void createFolder(std::string_view name, std::string_view parent);
-    void renameFolder(const std::string& path, std::string_view name);
     /// The new path, or none after a failure.
-    std::optional<std::string> renameNote(const std::string& path, std::string_view name);
-    void moveNote(const std::string& path, const std::string& folder);
-    void trashNote(const std::string& path);
-    void trashFolder(const std::string& path);
+    std::optional<std::string> renameFolder(std::string path, std::string_view name);
+    /// The new path, or none after a failure.
+    std::optional<std::string> renameNote(std::string path, std::string_view name);
+    void moveNote(std::string path, const std::string& folder);
+    void trashNote(std::string path);
+    void trashFolder(std::string path);
     void restoreTrashed(const TrashedNote& note);
     void emptyTrash();
     void followStructureChange(const std::map<std::string, std::string>& renamed,
@@ -170,6 +177,10 @@ private:
     void startListing();
     void wireSession();
     void selectionChanged(const std::optional<std::string>& path);
+    void go(std::optional<std::string> (NoteHistory::*step)());
+    void pathChanged(const std::string& from, const std::string& to);
+    void pathsRemoved(const std::set<std::string>& paths);
+    void publishHistory();
     void setNotes(std::vector<Note> list);
     void setDocuments(std::vector<VaultDocument> list);
     void rebuildTree();
@@ -204,6 +215,7 @@ private:
     std::map<std::string, OwedAction> owedReminderActions_;
     std::set<std::string> owedReminderSaid_;
     std::vector<std::function<void()>> waitingForIndex_;
+    NoteHistory history_;
     std::shared_ptr<Life> life_;
 };
 

@@ -61,6 +61,7 @@ void Workspace::followDepartedSelection() {
     const auto destination = session.get()->departures().destination(*selected);
     if (!destination || !note(*destination)) return;
     surface.get()->follow(*selected, *destination);
+    pathChanged(*selected, *destination);
     selection.set(*destination);
 }
 

@@ -82,7 +82,7 @@ void Workspace::createFolder(std::string_view name, std::string_view parent) {
     refreshFolders();
 }
 
-std::optional<std::string> Workspace::renameNote(const std::string& path, std::string_view name) {
+std::optional<std::string> Workspace::renameNote(std::string path, std::string_view name) {
     if (!vault.get()) return {};
     services_.bridge.flushAllPendingSaves();
     std::string renamed;
@@ -99,12 +99,13 @@ std::optional<std::string> Workspace::renameNote(const std::string& path, std::s
     }
     if (session.get()) session.get()->noteMoved(path, renamed);
     if (surface.get()) surface.get()->follow(path, renamed);
+    pathChanged(path, renamed);
     if (selection.get() == path) selection.set(renamed);
     reload();
     return renamed;
 }
 
-void Workspace::moveNote(const std::string& path, const std::string& folder) {
+void Workspace::moveNote(std::string path, const std::string& folder) {
     if (!vault.get()) return;
     services_.bridge.flushAllPendingSaves();
     std::string moved;
@@ -120,11 +121,12 @@ void Workspace::moveNote(const std::string& path, const std::string& folder) {
     }
     if (session.get()) session.get()->noteMoved(path, moved);
     if (surface.get()) surface.get()->follow(path, moved);
+    pathChanged(path, moved);
     if (selection.get() == path) selection.set(moved);
     reload();
 }
 
-void Workspace::trashNote(const std::string& path) {
+void Workspace::trashNote(std::string path) {
     if (!vault.get()) return;
     services_.bridge.flushAllPendingSaves();
     try {
@@ -133,6 +135,7 @@ void Workspace::trashNote(const std::string& path) {
         return fail(fmt::format("Couldn't move {} to the trash: {}", decodedText(path), said()));
     }
     if (session.get()) session.get()->notesTrashed({path});
+    pathsRemoved({path});
     if (selection.get() == path) selection.set(std::nullopt);
     if (session.get())
         session.get()->apply(
@@ -140,28 +143,32 @@ void Workspace::trashNote(const std::string& path) {
     reload();
 }
 
-void Workspace::renameFolder(const std::string& path, std::string_view name) {
-    if (!vault.get()) return;
+std::optional<std::string> Workspace::renameFolder(std::string path, std::string_view name) {
+    if (!vault.get()) return {};
     services_.bridge.flushAllPendingSaves();
     std::string renamed;
     try {
         renamed = vault.get()->renameFolder(path, name);
     } catch (const VaultWriteError& error) {
-        return fail(error.description());
+        fail(error.description());
+        return {};
     } catch (const Error&) {
-        return fail(said());
+        fail(said());
+        return {};
     }
-    if (renamed == path) return;
+    if (renamed == path) return renamed;
     if (session.get()) session.get()->notesMoved({{path, renamed}});
     if (surface.get()) surface.get()->follow(path, renamed);
+    pathChanged(path, renamed);
     std::map<std::string, std::string> moved;
     if (const auto& selected = selection.get(); selected && isAtOrBelow(*selected, path))
         moved[*selected] = renamed + selected->substr(path.size());
     followStructureChange(moved, {});
     if (session.get()) session.get()->rebuildAfterBulkChange();
+    return renamed;
 }
 
-void Workspace::trashFolder(const std::string& path) {
+void Workspace::trashFolder(std::string path) {
     if (!vault.get()) return;
     services_.bridge.flushAllPendingSaves();
     try {
@@ -170,6 +177,7 @@ void Workspace::trashFolder(const std::string& path) {
         return fail(said());
     }
     if (session.get()) session.get()->notesTrashed({path});
+    pathsRemoved({path});
     std::set<std::string> removed;
     if (const auto& selected = selection.get(); selected && isAtOrBelow(*selected, path))
         removed.insert(*selected);
@@ -179,6 +187,8 @@ void Workspace::trashFolder(const std::string& path) {
 
 void Workspace::followStructureChange(const std::map<std::string, std::string>& renamed,
                                       const std::set<std::string>& removed) {
+    for (const auto& [from, to] : renamed) pathChanged(from, to);
+    pathsRemoved(removed);
     if (const auto selected = selection.get()) {
         if (const auto to = renamed.find(*selected); to != renamed.end()) {
             selection.set(to->second);

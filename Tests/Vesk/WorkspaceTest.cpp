@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "Vesk/WorkspaceWorld.h"
 #include "VeskCore/Brain/Filing/OrganiseSettings.h"
 
@@ -109,6 +111,43 @@ TEST_F(WorkspaceTest, FollowsTheSelectionThroughRenamesMovesAndTheTrash) {
     pass(2);
     EXPECT_EQ(workspace->selection.get(), std::nullopt);
     EXPECT_EQ(listed(), Names{"taken.md"});
+}
+
+TEST_F(WorkspaceTest, GoesBackToNotesByTheirPresentNames) {
+    for (const char* path : {"a.md", "F/b.md", "c.md", "d.md", "e.md"}) vault().write(path, path);
+    openVault();
+    workspace->select("a.md");
+    // By the name that the pane holds, and that changes with it.
+    EXPECT_NE(workspace->renameNote(*pane().loadedPath(), "y"), std::nullopt);
+    EXPECT_EQ(workspace->selection.get(), "y.md");
+    EXPECT_EQ(workspace->canGo.get(), (std::pair{false, false}));
+    EXPECT_NE(workspace->renameNote("y.md", "a"), std::nullopt);
+    for (const char* path : {"F/b.md", "c.md", "d.md", "e.md"}) workspace->select(path);
+    EXPECT_EQ(workspace->canGo.get(), (std::pair{true, false}));
+    workspace->renameNote("a.md", "z");
+    workspace->renameFolder("F", "G");
+    workspace->trashNote("c.md");
+    workspace->renameNote("e.md", "shown");
+    std::filesystem::remove(vault() / "d.md");
+    workspace->reload();
+    pass(2);
+    workspace->goBack();
+    EXPECT_EQ(workspace->selection.get(), "G/b.md");
+    workspace->goBack();
+    EXPECT_EQ(workspace->selection.get(), "z.md");
+    EXPECT_EQ(pane().text(), "a.md");
+    EXPECT_EQ(workspace->canGo.get(), (std::pair{false, true}));
+    workspace->goForward();
+    workspace->goForward();
+    EXPECT_EQ(workspace->selection.get(), "shown.md");
+    std::filesystem::remove_all(vault() / "G");
+    std::filesystem::remove(vault() / "z.md");
+    workspace->reload();
+    workspace->goBack();
+    EXPECT_EQ(workspace->selection.get(), "shown.md");
+    EXPECT_EQ(workspace->canGo.get(), (std::pair{false, false}));
+    workspace->trashNote("shown.md");
+    EXPECT_EQ(workspace->canGo.get(), (std::pair{false, false}));
 }
 
 TEST_F(WorkspaceTest, ShowsWhatOtherDevicesDo) {
