@@ -64,6 +64,43 @@ TEST_F(StructureTest, ColoursAFolderAndRemembersWhatIsOpen) {
     EXPECT_TRUE(until([&] { return shows("Oslo"); }));
 }
 
+TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
+    vault.write("Trips/Oslo.md", "By boat\n");
+    vault.write("Trips/Bergen.md", "By train\n");
+    vault.write("Work/Plan.md", "One\n");
+    start("Trips/Oslo.md");
+    const auto rename = [&](const std::string& from, const std::string& to) {
+        ASSERT_TRUE(click(from));
+        key("F2");
+        ASSERT_TRUE(until([&] { return shows("New name"); }));
+        type(to);
+        key("Return");
+        ASSERT_TRUE(until([&] { return !shows("New name"); }));
+    };
+    rename("Trips", "Journeys");
+    ASSERT_TRUE(until([&] { return vault.exists("Journeys/Oslo.md"); }));
+    // It is as open as it was, and the shown note went along.
+    ASSERT_TRUE(until([&] { return shows("Journeys") && shows("Bergen"); }));
+    key("F6");
+    type("Go ");
+    EXPECT_TRUE(fileBecomes("Journeys/Oslo.md", "Go By boat\n"));
+    rename("Journeys", "Work");
+    EXPECT_TRUE(until([&] { return shows("One called “Work” is already in this folder."); })) << "the reason";
+    EXPECT_TRUE(vault.exists("Journeys/Oslo.md"));
+    ASSERT_TRUE(click("Work"));
+    key("F2");
+    type("Elsewhere");
+    key("Escape");
+    ASSERT_TRUE(until([&] { return !shows("New name"); }));
+    EXPECT_TRUE(vault.exists("Work/Plan.md"));
+    ASSERT_TRUE(click("Bergen", 3));
+    ASSERT_TRUE(press("Rename"));
+    ASSERT_TRUE(until([&] { return shows("New name"); }));
+    type("Flåm");
+    key("Return");
+    EXPECT_TRUE(fileBecomes("Journeys/Flåm.md", "By train\n"));
+}
+
 TEST_F(StructureTest, TellsWhyANameIsRefused) {
     vault.write("Plan.md", "One\n");
     vault.write("Oslo.md", "Two\n");

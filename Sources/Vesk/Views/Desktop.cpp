@@ -124,6 +124,7 @@ void DesktopApplication::makeWindow() {
     sidebar.onMoved = [this](const std::string& path, const std::string& folder) {
         workspace_.moveNote(path, folder);
     };
+    sidebar.onRenamed = [this](const SidebarRow& row, const std::string& name) { rename(row, name); };
     sidebar.onTrashed = [this](const std::string& path) { trash(path); };
     connectEditor();
     connectReminder();
@@ -196,10 +197,7 @@ void DesktopApplication::watchWorkspace() {
     };
     watch(workspace_.launchProblem, [this](const auto&) { showLaunch(); });
     watch(workspace_.vault, [this](const std::optional<Vault>& vault) {
-        history_.clear();
-        place_ = 0;
         window_->clearSearch();
-        window_->setCanGo(false, false);
         if (!vault) return;
         rememberFolders();
         foldersOf_ = vault->root().string();
@@ -215,6 +213,8 @@ void DesktopApplication::watchWorkspace() {
     });
     watch(workspace_.surface, [this](const auto&) { surfaceChanged(); });
     watch(workspace_.selection, [this](const std::optional<std::string>& path) { selectionChanged(path); });
+    watch(workspace_.canGo,
+          [this](const std::pair<bool, bool>& can) { window_->setCanGo(can.first, can.second); });
     watch(workspace_.status, [this](const auto&) { showStatus(); });
     watch(workspace_.warnings,
           [this](const std::vector<VaultWarning>& warnings) { window_->setWarnings(warnings); });
@@ -231,6 +231,7 @@ void DesktopApplication::watchWorkspace() {
     watch(workspace_.trashedNotes, [this](const auto&) { listsChanged(); });
     subscriptions_.push_back(workspace_.editorFocusRequested.subscribe(
         [this] { window_->note().focus(std::exchange(wantsTitle_, false)); }));
+    window_->setCanGo(false, false);
     showLaunch();
 }
 

@@ -37,7 +37,14 @@ void DesktopApplication::addActions() {
          N_("Notes"),
          {"<Control><Shift>f"},
          [this] { window_->focusSearch(); }},
-        {"rename", N_("Rename Note"), N_("Notes"), {"F2"}, withNote(&DesktopApplication::askForName)},
+        {"rename",
+         N_("Rename Note or Folder"),
+         N_("Notes"),
+         {"F2"},
+         [this] {
+             if (const auto row = window_->sidebar().focused()) return askForName(*row);
+             if (const auto path = openNote()) askForName(*path);
+         }},
         {"move",
          N_("Move Note to Folder…"),
          N_("Notes"),
@@ -56,8 +63,8 @@ void DesktopApplication::addActions() {
              if (openNote()) window_->showReminder();
          }},
         {"icon", N_("Choose Note Icon…"), N_("Notes"), {}, withNote(&DesktopApplication::askForIcon)},
-        {"back", N_("Back"), N_("Moving Around"), {"<Alt>Left"}, [this] { go(-1); }},
-        {"forward", N_("Forward"), N_("Moving Around"), {"<Alt>Right"}, [this] { go(1); }},
+        {"back", N_("Back"), N_("Moving Around"), {"<Alt>Left"}, [this] { go(true); }},
+        {"forward", N_("Forward"), N_("Moving Around"), {"<Alt>Right"}, [this] { go(false); }},
         {"outline",
          N_("Outline"),
          N_("Moving Around"),

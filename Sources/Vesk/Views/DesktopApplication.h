@@ -69,9 +69,11 @@ private:
     std::shared_ptr<const Completion::Candidates> names();
     void highlight(const std::string& path);
     void showTitle();
-    void go(int steps);
+    void go(bool back);
     void askWhereTo(const std::string& path);
     void askForName(const std::string& path);
+    void askForName(const SidebarRow& row);
+    void rename(const SidebarRow& row, const std::string& name);
     void askForIcon(const std::string& path);
     void trash(const std::string& path);
     void restore(const std::string& trashPath);
@@ -116,8 +118,6 @@ private:
     std::vector<Subscription> subscriptions_, surfaceSubscriptions_;
     std::shared_ptr<const Completion::Candidates>
         names_;  ///< of notes by title, in the order of the workspace's
-    std::vector<std::string> history_;
-    std::size_t place_ = 0;  ///< in the history
     std::uint64_t searching_ = 0;
     sigc::connection listTimer_, searchTimer_;
     bool wantsTitle_ = false;  ///< the note that opens next is named first

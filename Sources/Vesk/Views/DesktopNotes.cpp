@@ -22,7 +22,6 @@ constexpr unsigned searchDelay = 90;  // milliseconds after the last letter
 constexpr int mostHits = 60;
 constexpr const char* searchModeKey = "vesk.search.mode";
 constexpr const char* embeddingLanguage = "en";
-constexpr std::size_t mostHistory = 200;
 constexpr std::uintmax_t largestAttachment = 200'000'000;
 
 }  // namespace
@@ -78,13 +77,6 @@ void DesktopApplication::showNote(const std::string& path, bool takesKeyboard) {
 }
 
 void DesktopApplication::selectionChanged(const std::optional<std::string>& path) {
-    if (path && (history_.empty() || history_[place_] != *path)) {
-        if (!history_.empty()) history_.resize(place_ + 1);
-        history_.push_back(*path);
-        if (history_.size() > mostHistory) history_.erase(history_.begin());
-        place_ = history_.size() - 1;
-    }
-    window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
     if (path) {
         highlight(*path);
         window_->showNotePage(true);
@@ -109,12 +101,12 @@ void DesktopApplication::showTitle() {
     if (surface()) window_->note().nameChanged();
 }
 
-void DesktopApplication::go(int steps) {
-    const auto wanted = static_cast<std::ptrdiff_t>(place_) + steps;
-    if (wanted < 0 || wanted >= static_cast<std::ptrdiff_t>(history_.size())) return;
-    place_ = static_cast<std::size_t>(wanted);
-    showNote(std::string(history_[place_]), true);
-    window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
+void DesktopApplication::go(bool back) {
+    if (!surface()) return;
+    window_->note().commitTitle();
+    window_->closeFind();
+    back ? workspace_.goBack() : workspace_.goForward();
+    window_->note().focus();
 }
 
 std::vector<MainWindow::Heading> DesktopApplication::outline() const {
@@ -165,6 +157,28 @@ void DesktopApplication::askForName(const std::string& path) {
     window_->note().focus(true);
 }
 
+void DesktopApplication::askForName(const SidebarRow& row) {
+    // A reminder's row shows when, beside what; the note's title has the name alone.
+    if (row.kind == SidebarRow::Kind::reminder) return askForName(row.path);
+    const bool isFolder = row.kind == SidebarRow::Kind::folder;
+    if (!isFolder && row.kind != SidebarRow::Kind::note) return;
+    const auto last = lastComponent(row.path);
+    const auto name = decodedText(std::string(isFolder ? last : stem(last)));
+    // Not while the menu it was chosen from still has the keyboard.
+    Glib::signal_idle().connect_once([this, row, name] {
+        if (window_) window_->sidebar().edit(row, name);
+    });
+}
+
+void DesktopApplication::rename(const SidebarRow& row, const std::string& name) {
+    if (row.kind != SidebarRow::Kind::folder) {
+        workspace_.renameNote(row.path, name);
+        return showTitle();
+    }
+    if (const auto renamed = workspace_.renameFolder(row.path, name))
+        window_->sidebar().follow(folderRowID(row.path), folderRowID(*renamed));
+}
+
 void DesktopApplication::askForIcon(const std::string& path) {
     const auto& icons = workspace_.noteIcons.get();
     const auto current = icons.find(path);
@@ -178,9 +192,6 @@ void DesktopApplication::askForIcon(const std::string& path) {
 void DesktopApplication::trash(const std::string& path) {
     const auto trashedBefore = workspace_.trashedNotes.get();
     workspace_.trashNote(path);
-    std::erase(history_, path);
-    place_ = history_.empty() ? 0 : std::min(place_, history_.size() - 1);
-    window_->setCanGo(place_ > 0, place_ + 1 < history_.size());
     for (const auto& note : workspace_.trashedNotes.get()) {
         if (std::find(trashedBefore.begin(), trashedBefore.end(), note) != trashedBefore.end()) continue;
         window_->toast("“" + decodedText(std::string(stem(path))) + "” is in the trash", "Undo",
@@ -247,7 +258,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
     switch (row.kind) {
         case SidebarRow::Kind::note:
         case SidebarRow::Kind::reminder:
-            item(first, _("Rename"), "rename", [this, path] { askForName(path); });
+            item(first, _("Rename"), "rename", [this, row] { askForName(row); });
             item(first, _("Move to Folder…"), "move", [this, path] { askWhereTo(path); });
             item(first, _("Choose Icon…"), "icon", [this, path] { askForIcon(path); });
             item(first, _("Show in Files"), "reveal", reveal);
@@ -271,11 +282,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
                     workspace_.createFolder(name, path);
                 });
             });
-            item(first, _("Rename Folder…"), "rename", [this, path] {
-                askForFolderName(
-                    _("Rename Folder"), decodedText(std::string(lastComponent(path))),
-                    [this, path](const std::string& name) { workspace_.renameFolder(path, name); });
-            });
+            item(first, _("Rename"), "rename", [this, row] { askForName(row); });
             item(first, _("Show in Files"), "reveal", reveal);
             hasColors = true;
             item(second, _("Move to Trash"), "trash", [this, path] { workspace_.trashFolder(path); });

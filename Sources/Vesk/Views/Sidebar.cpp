@@ -121,12 +121,28 @@ public:
         box_.set_tooltip_text(isHeader ? "" : row.path);
     }
 
+    /// The entry in the place of the title.
+    void take(Gtk::Entry& entry) {
+        title_.set_visible(false);
+        detail_.set_visible(false);
+        box_.append(entry);
+    }
+    void release(Gtk::Entry& entry) {
+        box_.remove(entry);
+        title_.set_visible(true);
+        detail_.set_visible(!detail_.get_text().empty());
+    }
+
     std::optional<SidebarRow> row() {
         const auto listRow = get_list_row();
         const auto object = listRow ? rowOf(listRow->get_item()) : nullptr;
         if (!object) return {};
         return object->row;
     }
+    ~RowWidget() override {
+        if (onGone) onGone();
+    }
+    std::function<void()> onGone;
     sigc::connection expansion;
 
 private:
@@ -144,9 +160,13 @@ Sidebar::Sidebar() {
     auto factory = Gtk::SignalListItemFactory::create();
     factory->signal_setup().connect([this](const Glib::RefPtr<Gtk::ListItem>& item) { setUp(item); });
     factory->signal_bind().connect([this](const Glib::RefPtr<Gtk::ListItem>& item) { bind(item); });
-    factory->signal_unbind().connect([](const Glib::RefPtr<Gtk::ListItem>& item) {
-        if (auto* widget = dynamic_cast<RowWidget*>(item->get_child())) widget->expansion.disconnect();
+    factory->signal_unbind().connect([this](const Glib::RefPtr<Gtk::ListItem>& item) {
+        auto* widget = dynamic_cast<RowWidget*>(item->get_child());
+        if (!widget) return;
+        if (edit_ && edit_->widget == widget) endEdit(Ending::dropped, false);
+        widget->expansion.disconnect();
     });
+    buildEntry();
     list_.set_factory(factory);
     list_.add_css_class("navigation-sidebar");
     list_.set_single_click_activate(false);
@@ -162,8 +182,72 @@ Sidebar::Sidebar() {
     set_child(list_);
 }
 
+void Sidebar::buildEntry() {
+    entry_.set_hexpand(true);
+    entry_.add_css_class("row-entry");
+    setAccessibleName(entry_, _("New name"));
+    entry_.signal_activate().connect([this] { endEdit(Ending::taken, true); });
+    auto keys = Gtk::EventControllerKey::create();
+    keys->signal_key_pressed().connect(
+        [this](guint key, guint, Gdk::ModifierType) {
+            if (key != GDK_KEY_Escape) return false;
+            endEdit(Ending::dropped, true);
+            return true;
+        },
+        false);
+    entry_.add_controller(keys);
+    auto focus = Gtk::EventControllerFocus::create();
+    focus->signal_leave().connect([this] {
+        // What is typed isn't lost because the person went on elsewhere; another window may come back.
+        if (gtk_window_is_active(GTK_WINDOW(gtk_widget_get_root(raw(*this))))) endEdit(Ending::taken, false);
+    });
+    entry_.add_controller(focus);
+}
+
+std::optional<SidebarRow> Sidebar::focused() const {
+    // The keyboard is at the row or at what the toolkit puts around it.
+    for (auto* widget : rows_) {
+        const auto* around = widget->get_parent();
+        if (widget->has_focus() || (around && around->has_focus()))
+            return dynamic_cast<RowWidget&>(*widget).row();
+    }
+    return {};
+}
+
+void Sidebar::edit(const SidebarRow& row, const std::string& name) {
+    endEdit(Ending::taken, false);
+    const auto found = std::find_if(rows_.begin(), rows_.end(), [&](Gtk::Widget* candidate) {
+        const auto shown = dynamic_cast<RowWidget&>(*candidate).row();
+        return candidate->get_mapped() && shown && shown->id == row.id;
+    });
+    if (found == rows_.end()) return;
+    edit_ = Edit{*found, row, name};
+    dynamic_cast<RowWidget&>(**found).take(entry_);
+    entry_.set_text(name);
+    entry_.grab_focus();
+    entry_.select_region(0, -1);
+}
+
+void Sidebar::endEdit(Ending ending, bool keepsKeyboard) {
+    if (!edit_) return;
+    const auto edit = *std::exchange(edit_, std::nullopt);
+    const std::string name = entry_.get_text();
+    dynamic_cast<RowWidget&>(*edit.widget).release(entry_);
+    if (keepsKeyboard) list_.grab_focus();
+    const bool isNamed = name.find_first_not_of(" \t") != std::string::npos;
+    if (ending == Ending::taken && isNamed && name != edit.name && onRenamed) onRenamed(edit.row, name);
+    if (std::exchange(isRefreshWanted_, false)) Glib::signal_idle().connect_once([this] { refresh(); });
+}
+
+void Sidebar::follow(const std::string& from, const std::string& to) {
+    std::set<std::string> ids;
+    for (const auto& id : expanded_)
+        ids.insert(id == from || id.starts_with(from + "/") ? to + id.substr(from.size()) : id);
+    expanded_ = std::move(ids);
+}
+
 bool Sidebar::menuAtKeyboard() {
-    const auto row = selected();
+    const auto row = focused();
     if (!row || !onMenu) return false;
     double x = 0, y = 0;
     if (auto* focus = gtk_window_get_focus(GTK_WINDOW(gtk_widget_get_root(raw(list_)))))
@@ -182,6 +266,11 @@ Glib::RefPtr<Gio::ListModel> Sidebar::level(const Glib::RefPtr<Glib::ObjectBase>
 
 void Sidebar::refresh() {
     if (!rowsBelow) return;
+    if (edit_) {
+        // The row in which somebody writes stays where it is.
+        isRefreshWanted_ = true;
+        return;
+    }
     if (!tree_) {
         auto top = SidebarLevel::create(rowsBelow(""));
         levels_[""] = top;
@@ -217,6 +306,8 @@ void Sidebar::refresh() {
 void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
     auto* widget = Gtk::make_managed<RowWidget>();
     item->set_child(*widget);
+    rows_.insert(widget);
+    widget->onGone = [this, widget] { rows_.erase(widget); };
     auto click = Gtk::GestureClick::create();
     click->set_button(GDK_BUTTON_SECONDARY);
     click->signal_pressed().connect([this, widget](int, double x, double y) {

@@ -44,6 +44,8 @@ public:
     /// A menu is wanted on a row; `x` and `y` are in the sidebar.
     std::function<void(const SidebarRow&, double x, double y)> onMenu;
     std::function<void()> onExpansionChanged;
+    /// A row's name was written anew.
+    std::function<void(const SidebarRow&, const std::string& name)> onRenamed;
     /// A note was dragged onto a folder, or onto the top for an empty one.
     std::function<void(const std::string& path, const std::string& folder)> onMoved;
     /// A note was dragged onto the trash.
@@ -62,9 +64,18 @@ public:
     bool shows(const std::string& path) const;
     std::optional<SidebarRow> selected() const;
     void focusList() { list_.grab_focus(); }
+    /// The row that has the keyboard.
+    std::optional<SidebarRow> focused() const;
+    /// Has the name written anew in the row itself; nothing if it isn't on the screen.
+    void edit(const SidebarRow& row, const std::string& name);
+    /// A row goes by another id from the next refresh on: it, and what is below it, stays as open as it was.
+    void follow(const std::string& from, const std::string& to);
 
 private:
     friend class SidebarLevel;
+    enum class Ending { taken, dropped };
+    void buildEntry();
+    void endEdit(Ending ending, bool keepsKeyboard);
     Glib::RefPtr<Gio::ListModel> level(const Glib::RefPtr<Glib::ObjectBase>& item);
     bool menuAtKeyboard();
     void setUp(const Glib::RefPtr<Gtk::ListItem>& item);
@@ -78,7 +89,16 @@ private:
     std::set<std::string> expanded_;
     Glib::RefPtr<Gtk::TreeListModel> tree_;
     Glib::RefPtr<Gtk::SingleSelection> selection_;
+    std::set<Gtk::Widget*> rows_;  ///< those on the screen, and spare ones; outlives the list
     Gtk::ListView list_;
+    Gtk::Entry entry_;  ///< stands in the row that is being edited
+    struct Edit {
+        Gtk::Widget* widget;
+        SidebarRow row;
+        std::string name;
+    };
+    std::optional<Edit> edit_;
+    bool isRefreshWanted_ = false;
     std::string highlighted_;
     bool isHighlighting_ = false;
 };

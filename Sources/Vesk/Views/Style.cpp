@@ -13,6 +13,7 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .sidebar-pane { background-color: @window_bg_color; }
 .sidebar-pane listview { background: none; }
 .sidebar-pane listview.navigation-sidebar > row { margin-top: 0; margin-bottom: 0; min-height: 32px; padding: 0 8px; }
+.sidebar-pane .row-entry { min-height: 26px; padding: 0 6px; }
 .sidebar-pane .section-row { margin-top: 10px; }
 .pane-handle { background-color: @borders; min-width: 1px; }
 .status-line { padding: 6px 14px; font-size: 9pt; }
