@@ -46,6 +46,14 @@ Workspace::Workspace(WorkspaceServices services)
       writtenSince_(distantPast()),
       life_(std::make_shared<Life>(Life{this})) {
     needsOnboarding.set(!services_.defaults.boolean(onboardedKey).value_or(false));
+    auto& defaults = services_.defaults;
+    showInspector.set(defaults.boolean(inspectorShownKey).value_or(false));
+    inspectorTab.set(defaults.string(inspectorTabKey) == rawValue(InspectorTab::ai) ? InspectorTab::ai
+                                                                                    : InspectorTab::links);
+    subscriptions_.push_back(
+        showInspector.subscribe([&defaults](bool shows) { defaults.set(inspectorShownKey, shows); }));
+    subscriptions_.push_back(inspectorTab.subscribe(
+        [&defaults](InspectorTab tab) { defaults.set(inspectorTabKey, std::string(rawValue(tab))); }));
     subscriptions_.push_back(selection.subscribe([this](const auto& path) { selectionChanged(path); }));
     services_.reminderCenter.onOpen = [this](const std::string& path, const std::string& root) {
         openFromReminder(path, root);

@@ -63,7 +63,10 @@ struct WorkspaceServices {
 class Workspace {
 public:
     enum class InspectorTab { links, ai };
+    static std::string_view rawValue(InspectorTab tab) { return tab == InspectorTab::ai ? "ai" : "links"; }
     static constexpr std::string_view onboardedKey = "vesk.onboarded";
+    static constexpr std::string_view inspectorShownKey = "vesk.window.inspector.shown";
+    static constexpr std::string_view inspectorTabKey = "vesk.window.inspector.tab";
     static const std::set<std::string>& sessionWarningCodes();
 
     explicit Workspace(WorkspaceServices services);
@@ -81,7 +84,7 @@ public:
     Observable<std::vector<VaultDocument>> documents;
     Observable<std::optional<std::string>> selection;  ///< the relative path of a note or document
     Observable<std::vector<VaultWarning>> warnings;
-    Observable<bool> showInspector;
+    Observable<bool> showInspector;  ///< remembered from run to run, as is the tab
     Observable<InspectorTab> inspectorTab;
     Observable<std::string> status;
     Observable<bool> needsOnboarding;

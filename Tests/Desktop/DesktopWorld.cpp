@@ -161,7 +161,7 @@ bool hasState(const Control& control, guint32 state) {
     g_variant_unref(answer);
     return (low & state) != 0;
 }
-constexpr guint32 sensitive = 1U << 24;
+constexpr guint32 checked = 1U << 4, pressed = 1U << 20, selected = 1U << 23, sensitive = 1U << 24;
 
 constexpr const char* root = "/org/a11y/atspi/accessible/root";
 
@@ -467,6 +467,12 @@ std::optional<Control> DesktopWorld::control(const std::string& name, const std:
 bool DesktopWorld::isEnabled(const std::string& name) const {
     const auto found = control(name);
     return found && hasState(*found, sensitive);
+}
+
+bool DesktopWorld::isOn(const std::string& name) const {
+    for (const auto& candidate : controls())
+        if (candidate.name == name && hasState(candidate, checked | pressed | selected)) return true;
+    return false;
 }
 
 std::string DesktopWorld::descriptionOf(const std::string& name) const {

@@ -73,6 +73,8 @@ public:
     std::optional<Control> control(const std::string& name, const std::string& role = "") const;
     /// Whether the control can be used; false if it isn't there.
     bool isEnabled(const std::string& name) const;
+    /// Whether a button of the name is pressed in or a tab chosen.
+    bool isOn(const std::string& name) const;
     std::string descriptionOf(const std::string& name) const;
     bool shows(const std::string& name) const { return control(name).has_value(); }
     /// Waits for the control and presses it; false if it doesn't come.

@@ -33,6 +33,28 @@ TEST_F(LinksTest, MakesAMentionALinkAndTakesItBack) {
     EXPECT_EQ(textOf(text), "One\n");
 }
 
+TEST_F(LinksTest, StaysAsItWasFromRunToRun) {
+    vault.write("Plan.md", "One\n");
+    start("Plan.md");
+    constexpr const char* pane = "Links and Assistant";
+    key("ctrl+shift+l");
+    ASSERT_TRUE(until([&] { return isOn(pane) && isOn("Links"); }));
+    key("ctrl+shift+a");
+    ASSERT_TRUE(until([&] { return isOn("Assistant"); }));
+    key("ctrl+q");
+    ASSERT_EQ(waitForEnd(), 0);
+    start("Plan.md");
+    ASSERT_TRUE(until([&] { return isOn("Assistant"); }));
+    key("ctrl+shift+l");
+    ASSERT_TRUE(until([&] { return !isOn("Assistant"); }));
+    key("ctrl+shift+l");
+    ASSERT_TRUE(until([&] { return !isOn(pane); }));
+    key("ctrl+q");
+    ASSERT_EQ(waitForEnd(), 0);
+    EXPECT_NE(home.read("config/vesk/defaults.json").find("\"vesk.window.inspector.shown\": false"),
+              std::string::npos);
+}
+
 TEST_F(LinksTest, BeginsTheNoteThatALinkMisses) {
     vault.write("Plan.md", "To [[Trips/Oslo]] and [[../Out]]\n");
     start("Plan.md");

@@ -150,6 +150,18 @@ TEST_F(WorkspaceTest, GoesBackToNotesByTheirPresentNames) {
     EXPECT_EQ(workspace->canGo.get(), (std::pair{false, false}));
 }
 
+TEST_F(WorkspaceTest, RemembersTheInspector) {
+    using Tab = Workspace::InspectorTab;
+    launch();
+    EXPECT_FALSE(workspace->showInspector.get());
+    EXPECT_EQ(workspace->inspectorTab.get(), Tab::links);
+    workspace->showInspector.set(true);
+    workspace->inspectorTab.set(Tab::ai);
+    launch();
+    EXPECT_TRUE(workspace->showInspector.get());
+    EXPECT_EQ(workspace->inspectorTab.get(), Tab::ai);
+}
+
 TEST_F(WorkspaceTest, ShowsWhatOtherDevicesDo) {
     vault().write("a.md", "one");
     openVault();

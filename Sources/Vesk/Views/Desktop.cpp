@@ -176,7 +176,7 @@ void DesktopApplication::makeAssistant() {
                           return EditorSelection{utf8(content.text().substr(range.location, range.length)),
                                                  range.location};
                       },
-                      .openPanel = [this] { window_->showInspector("ai"); },
+                      .openPanel = [this] { showInspector(Workspace::InspectorTab::ai); },
                       .showNote = [this](const std::string& path) { showNote(path, true); },
                       .goTo = [this](TextRange range) { window_->note().editor().goTo(range); },
                       .openFile = [this](const FilePath& file) { openFile(file); },

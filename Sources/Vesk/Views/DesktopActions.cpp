@@ -80,7 +80,7 @@ void DesktopApplication::addActions() {
          N_("Show or Hide Links"),
          N_("Moving Around"),
          {"<Control><Shift>l"},
-         [this] { window_->toggleInspector(); }},
+         [this] { toggleInspector(); }},
         {"ask",
          N_("Ask About Your Notes"),
          N_("Assistant"),

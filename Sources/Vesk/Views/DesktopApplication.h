@@ -84,6 +84,8 @@ private:
     void chooseSearchMode(SearchHit::Mode mode);
     void showSearchModes();
     void connectInspector();
+    void showInspector(Workspace::InspectorTab tab);
+    void toggleInspector();
     void follow(const LinkAt& link);
     void openFile(const FilePath& file);
     std::optional<FilePath> attachment(const std::string& target) const;

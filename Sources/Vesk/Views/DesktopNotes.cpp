@@ -390,9 +390,34 @@ void DesktopApplication::connectInspector() {
     subscriptions_.push_back(links_->editor.lastError.subscribe([this](const auto& words) {
         if (words) tell(*words);
     }));
-    const auto look = [this] { links_->setVisible(window_->isInspectorShown()); };
-    window_->onInspectorToggled = look;
-    look();
+    using Tab = Workspace::InspectorTab;
+    const auto look = [this](const auto&) {
+        window_->setInspectorTab(std::string(Workspace::rawValue(workspace_.inspectorTab.get())));
+        window_->setInspectorShown(workspace_.showInspector.get());
+        links_->setVisible(workspace_.showInspector.get() && workspace_.inspectorTab.get() == Tab::links);
+    };
+    subscriptions_.push_back(workspace_.showInspector.subscribe(look));
+    subscriptions_.push_back(workspace_.inspectorTab.subscribe(look));
+    look(0);
+    window_->onInspectorShown = [this](bool shows) { workspace_.showInspector.setIfChanged(shows); };
+    window_->onInspectorTab = [this](const std::string& name) {
+        workspace_.inspectorTab.setIfChanged(name == Workspace::rawValue(Tab::ai) ? Tab::ai : Tab::links);
+    };
+}
+
+void DesktopApplication::showInspector(Workspace::InspectorTab tab) {
+    window_->showNotePage(true);
+    workspace_.inspectorTab.setIfChanged(tab);
+    workspace_.showInspector.setIfChanged(true);
+}
+
+void DesktopApplication::toggleInspector() {
+    using Tab = Workspace::InspectorTab;
+    if (workspace_.showInspector.get() && workspace_.inspectorTab.get() == Tab::links) {
+        workspace_.showInspector.set(false);
+    } else {
+        showInspector(Tab::links);
+    }
 }
 
 std::shared_ptr<const Completion::Candidates> DesktopApplication::candidates(

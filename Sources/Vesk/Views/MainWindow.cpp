@@ -13,7 +13,6 @@ constexpr guint longToastSeconds = 10;
 constexpr const char* sidebarKey = "vesk.window.sidebar";
 constexpr const char* sidebarShownKey = "vesk.window.sidebar.shown";
 constexpr const char* inspectorKey = "vesk.window.inspector";
-constexpr const char* inspectorShownKey = "vesk.window.inspector.shown";
 
 int storedNumber(const UserDefaults& defaults, const char* key, int otherwise, int least, int greatest) {
     return std::clamp(static_cast<int>(defaults.number(key).value_or(otherwise)), least, greatest);
@@ -65,7 +64,6 @@ void MainWindow::remember() {
     defaults_.set(sidebarKey, sidebarWidth_);
     defaults_.set(sidebarShownKey, sidebarPane_.get_visible());
     defaults_.set(inspectorKey, inspectorWidth_);
-    defaults_.set(inspectorShownKey, isInspectorShown());
 }
 
 void MainWindow::build() {
@@ -219,8 +217,8 @@ Gtk::Widget& MainWindow::buildContent() {
     adw_header_bar_pack_start(bar, raw(forward_));
 
     inspectorButton_.set_icon_name("sidebar-show-right-symbolic");
-    inspectorButton_.set_tooltip_text(_("Links"));
-    setAccessibleName(inspectorButton_, _("Links"));
+    inspectorButton_.set_tooltip_text(_("Links and Assistant"));
+    setAccessibleName(inspectorButton_, _("Links and Assistant"));
     outlineButton_.set_icon_name("view-list-ordered-symbolic");
     outlineButton_.set_tooltip_text(_("Outline"));
     setAccessibleName(outlineButton_, _("Outline"));
@@ -273,40 +271,26 @@ Gtk::Widget& MainWindow::buildContent() {
     note_.onTextChanged = [this] { find_.refresh(); };
     tabs_.add(inspector_, "links", "Links");
     tabs_.onChanged = [this] {
-        if (onInspectorToggled) onInspectorToggled();
+        if (onInspectorTab) onInspectorTab(tabs_.shown());
     };
     buildHandle(inspectorHandle_, tabs_, inspectorWidth_, -1);
     tabs_.set_size_request(inspectorWidth_, -1);
     inspectorPane_.append(inspectorHandle_);
     inspectorPane_.append(tabs_);
     adw_flap_set_flap(flap_, raw(inspectorPane_));
-    adw_flap_set_reveal_flap(flap_, defaults_.boolean(inspectorShownKey).value_or(false));
+    adw_flap_set_reveal_flap(flap_, FALSE);
     g_object_bind_property(flap_, "reveal-flap", inspectorButton_.gobj(), "active",
                            static_cast<GBindingFlags>(G_BINDING_BIDIRECTIONAL | G_BINDING_SYNC_CREATE));
     onSignal(flap_, "notify::reveal-flap", [this] {
-        if (onInspectorToggled) onInspectorToggled();
+        if (onInspectorShown) onInspectorShown(adw_flap_get_reveal_flap(flap_));
     });
     gtk_widget_set_vexpand(GTK_WIDGET(flap_), TRUE);
     gtk_box_append(contentPane_.gobj(), GTK_WIDGET(flap_));
     return contentPane_;
 }
 
-bool MainWindow::isInspectorShown() const {
-    return flap_ && adw_flap_get_reveal_flap(flap_);
-}
-
-void MainWindow::toggleInspector() {
-    adw_flap_set_reveal_flap(flap_, !isInspectorShown());
-}
-
 void MainWindow::addInspectorTab(Gtk::Widget& page, const char* name, const char* title) {
     tabs_.add(page, name, title);
-}
-
-void MainWindow::showInspector(const char* name) {
-    showNotePage(true);
-    tabs_.show(name);
-    adw_flap_set_reveal_flap(flap_, TRUE);
 }
 
 void MainWindow::toggleSidebar() {
@@ -363,7 +347,7 @@ bool MainWindow::isInside(GtkWidget* pane) const {
 void MainWindow::focusNextPane() {
     if (isInside(raw(sidebarPane_))) {
         note_.focus();
-    } else if (isInside(raw(note_)) && isInspectorShown()) {
+    } else if (isInside(raw(note_)) && adw_flap_get_reveal_flap(flap_)) {
         gtk_widget_child_focus(raw(tabs_), GTK_DIR_TAB_FORWARD);
     } else {
         showNotePage(false);

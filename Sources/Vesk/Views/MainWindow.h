@@ -56,12 +56,11 @@ public:
     void findStep(bool forward);
     void closeFind();
     void clearSearch();
-    void toggleInspector();
-    bool isInspectorShown() const;
+    void setInspectorShown(bool shows) { adw_flap_set_reveal_flap(flap_, shows); }
+    /// "links" or what was added.
+    void setInspectorTab(const std::string& name) { tabs_.show(name.c_str()); }
     /// A further pane beside the links; it belongs to somebody else.
     void addInspectorTab(Gtk::Widget& page, const char* name, const char* title);
-    /// Shows the inspector with that tab: "links" or what was added.
-    void showInspector(const char* name);
     /// A widget of somebody else's above the note.
     void addAboveNote(Gtk::Widget& widget) { notePage_.prepend(widget); }
     void toggleSidebar();
@@ -76,7 +75,8 @@ public:
     };
     std::function<std::vector<Heading>()> outline;
     std::function<void(const std::string& typed)> onSearch;
-    std::function<void()> onInspectorToggled;
+    std::function<void(bool shows)> onInspectorShown;
+    std::function<void(const std::string& name)> onInspectorTab;
 
     /// True when the window may go.
     std::function<void()> onCloseWanted;
