@@ -76,7 +76,7 @@ int sum(int a, int b) {
 
 void AnthropicStream::payload(std::string_view data, const Sink& sink) {
     if (complete_) return;
-    const auto event = decode(data);
+    auto event = decode(data);
     if (!event) return;
     if (event->type == "message_start") {
         inputTokens_ = sum(event->startUsage.inputTokens.value_or(0),
@@ -94,6 +94,7 @@ void AnthropicStream::payload(std::string_view data, const Sink& sink) {
             sink({BrainEvent::Usage{inputTokens_, *event->usage.outputTokens}});
         }
     } else if (event->type == "error") {
+        if (event->errorMessage) event->errorMessage = shown(*event->errorMessage);
         throw streamFailure(*event);
     } else if (event->type == "message_stop") {
         done(sink);

@@ -67,11 +67,13 @@ void ChatStream::payload(std::string_view data, const Sink& sink) {
     }
     auto chunk = decode(data);
     if (!chunk) {
-        if (!unrecognised_) unrecognised_ = std::string(characterPrefix(repairedUtf8(data), shownCharacters));
+        // Half a key behind the cut would no longer be known as one.
+        if (!unrecognised_)
+            unrecognised_ = std::string(characterPrefix(shown(repairedUtf8(data)), shownCharacters));
         return;
     }
     if (chunk->usage) sink({*chunk->usage});
-    if (chunk->error) throw BrainError(BrainError::Unavailable{*chunk->error});
+    if (chunk->error) throw BrainError(BrainError::Unavailable{shown(*chunk->error)});
     if (!chunk->reasoning.empty()) {
         answered_ = true;
         sink({BrainEvent::Thinking{std::move(chunk->reasoning)}});

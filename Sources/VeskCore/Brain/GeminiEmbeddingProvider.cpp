@@ -93,7 +93,7 @@ HttpReply GeminiEmbeddingProvider::sendWithRetry(const HttpRequest& request, con
         auto reply = transport_.fetch(request, stop);
         if (reply.head.status >= 200 && reply.head.status <= 299) return reply;
         if (!isWorthAnotherTry(reply.head.status) || attempt == retries) {
-            throw GeminiAPI::failure(reply.head.status, withoutSecret(reply.body, request));
+            throw GeminiAPI::failure(reply.head.status, withoutSecret(reply.body, request.secret));
         }
         if (!clock_.sleep(pause(reply.head, attempt), stop)) throw BrainError(BrainError::Cancelled{});
     }

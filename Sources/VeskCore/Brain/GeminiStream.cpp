@@ -70,7 +70,7 @@ BrainError declined(const std::string& reason) {
 void GeminiStream::payload(std::string_view data, const Sink& sink) {
     auto chunk = decode(data);
     if (!chunk) return;
-    if (chunk->errorCode) throw GeminiAPI::failure(*chunk->errorCode, data);
+    if (chunk->errorCode) throw GeminiAPI::failure(*chunk->errorCode, shown(data));
     if (chunk->usage) usage_ = chunk->usage;
     for (auto& part : chunk->parts) {
         if (part.text.empty()) continue;
@@ -82,7 +82,7 @@ void GeminiStream::payload(std::string_view data, const Sink& sink) {
         }
     }
     if (chunk->finishReason) finishReason_ = std::move(chunk->finishReason);
-    if (chunk->blockReason) throw declined(*chunk->blockReason);
+    if (chunk->blockReason) throw declined(shown(*chunk->blockReason));
 }
 
 void GeminiStream::end(const Sink& sink) {
@@ -94,7 +94,7 @@ void GeminiStream::end(const Sink& sink) {
                                         "to answer with. Raising the "
                                         "response limit, or asking a narrower question, usually clears it."});
         }
-        if (finishReason_ && finishReason_ != "STOP") throw declined(*finishReason_);
+        if (finishReason_ && finishReason_ != "STOP") throw declined(shown(*finishReason_));
         throw BrainError(BrainError::Decoding{"Gemini finished without writing an answer"});
     }
     complete_ = true;

@@ -63,11 +63,16 @@ void ModelStream::finish(const Sink& sink, const std::stop_token& stop) {
     end(sink);
 }
 
+std::string ModelStream::shown(std::string_view words) const {
+    return withoutSecret(words, secret_);
+}
+
 std::optional<RefusedCall> readModelStream(HttpTransport& transport, const HttpRequest& request,
                                            const std::function<bool(int)>& accepts, std::size_t bodyLimit,
                                            ModelStream& stream, const ModelStream::Sink& sink,
                                            const std::stop_token& stop) {
     std::optional<RefusedCall> refused;
+    stream.setSecret(request.secret);
     try {
         transport.send(request,
                        {.head =
@@ -90,7 +95,7 @@ std::optional<RefusedCall> readModelStream(HttpTransport& transport, const HttpR
         if (error.kind == HttpError::Kind::cancelled || !(refused || stream.isComplete())) throw;
     }
     if (!refused) stream.finish(sink, stop);
-    if (refused) refused->body = withoutSecret(refused->body, request);
+    if (refused) refused->body = withoutSecret(refused->body, request.secret);
     return refused;
 }
 

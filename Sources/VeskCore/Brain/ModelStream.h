@@ -39,6 +39,10 @@ public:
     using Sink = BrainProvider::Sink;
     virtual ~ModelStream() = default;
 
+    /// The key of the request: what fails the reply tells it to nobody. An answer may well hold it, for it
+    /// may stand in a note.
+    void setSecret(std::string secret) { secret_ = std::move(secret); }
+
     /// Emits the events that these bytes complete. Throws BrainError for a reply that failed, `cancelled` at
     /// the next line once `stop` is requested.
     void feed(std::string_view bytes, const Sink& sink, const std::stop_token& stop = {});
@@ -53,6 +57,8 @@ protected:
     /// What stands behind "data:", trimmed, never empty.
     virtual void payload(std::string_view data, const Sink& sink) = 0;
     virtual void end(const Sink& sink) = 0;
+    /// The server's words as an error may show them.
+    std::string shown(std::string_view words) const;
 
     bool complete_ = false, enough_ = false;
     bool sawData_ = false;  ///< any line of data, an empty one too
@@ -60,6 +66,7 @@ protected:
 private:
     void line(std::string_view text, const Sink& sink, const std::stop_token& stop);
     StreamLines lines_;
+    std::string secret_;
 };
 
 /// A reply whose status says that it is none.

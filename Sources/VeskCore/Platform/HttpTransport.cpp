@@ -45,10 +45,10 @@ std::optional<std::string> HttpHead::header(std::string_view name) const {
     return std::nullopt;
 }
 
-std::string withoutSecret(std::string_view text, const HttpRequest& request) {
+std::string withoutSecret(std::string_view text, std::string_view secret) {
     // What is shorter is no key, and may well stand in any sentence.
     constexpr std::size_t shortestKey = 8;
-    return request.secret.size() < shortestKey ? std::string(text) : replaceAll(text, request.secret, "…");
+    return secret.size() < shortestKey ? std::string(text) : replaceAll(text, secret, "…");
 }
 
 HttpReply HttpTransport::fetch(const HttpRequest& request, std::stop_token stop) {

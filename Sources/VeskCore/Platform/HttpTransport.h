@@ -64,8 +64,8 @@ struct HttpHead {
     std::optional<std::string> header(std::string_view name) const;
 };
 
-/// `text` with an ellipsis for the request's secret wherever a server said it back.
-std::string withoutSecret(std::string_view text, const HttpRequest& request);
+/// `text` with an ellipsis for a request's secret wherever a server said it back.
+std::string withoutSecret(std::string_view text, std::string_view secret);
 
 struct HttpReply {
     HttpHead head;

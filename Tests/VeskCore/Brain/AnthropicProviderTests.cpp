@@ -169,6 +169,10 @@ TEST(AnthropicProviders, FailInTheUsersWords) {
         {"a key said back",
          ModelServer::reply(401, R"({"error":{"message":"No such key: sk-secret."}})"),
          {"failed: Rejected (check your API key): No such key: …."}},
+        {"a key said back while it answers",
+         ModelServer::events(
+             "data: {\"type\":\"error\",\"error\":{\"message\":\"No such key: sk-secret.\"}}\n"),
+         {"failed: Claude stopped part-way through: No such key: …."}},
         {"too many requests",
          ModelServer::reply(429, R"({"error":{"type":"rate_limit_error","message":"Slow down"}})",
                             "application/json", "Retry-After: 60\r\n"),

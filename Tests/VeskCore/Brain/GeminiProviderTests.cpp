@@ -89,6 +89,9 @@ TEST(GeminiProviders, FailInTheUsersWords) {
          "Rate limited: RESOURCE_EXHAUSTED"},
         {"no JSON", ModelServer::reply(502, "<h1>Bad gateway</h1>\n<p>"),
          "Provider error 502: <h1>Bad gateway</h1>"},
+        {"a key said back while it answers",
+         ModelServer::events("data: {\"error\":{\"code\":400,\"message\":\"No such key: g-secret.\"}}\n"),
+         "HTTP 400: No such key: …."},
         {"a redirect", ModelServer::reply(308, "", "text/plain", "Location: http://192.0.2.1/\r\n"),
          "HTTP 308: "},
         {"another kind of content", ModelServer::reply(200, "<p>", "text/html"),
@@ -102,7 +105,7 @@ TEST(GeminiProviders, FailInTheUsersWords) {
     };
     for (const auto& row : rows) {
         ModelWorld world;
-        world.keychain.set("k", "gemini");
+        world.keychain.set("g-secret", "gemini");
         world.server.answer(row.script);
         EXPECT_EQ(ask(GeminiProvider(world.transport, world.keychain), question("q"), "gemini-3.5-flash"),
                   Events{"failed: " + row.expected})

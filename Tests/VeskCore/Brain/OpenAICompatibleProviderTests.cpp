@@ -117,6 +117,13 @@ TEST(OpenAICompatibleProviders, FailInTheUsersWords) {
         {"no JSON", ModelServer::reply(429, "slow down", "text/plain", "Retry-After: 9\r\n"), unreadable},
         {"no message", ModelServer::reply(429, R"({"error":{"code":1}})"), unreadable},
         {"an error that is text", ModelServer::reply(429, R"({"error":"model not found"})"), unreadable},
+        {"a key said back while it answers",
+         ModelServer::events("data: {\"error\":{\"message\":\"No such key: sk-secret.\"}}\n"),
+         "failed: No such key: …."},
+        {"a key said back where the words are cut",
+         ModelServer::events("data: {\"headers\":\"" + std::string(182, 'x') + "sk-secret\"}\n"),
+         "failed: OpenAI: it streamed no readable text. First unrecognised chunk: {\"headers\":\"" +
+             std::string(182, 'x') + "…\"}"},
         {"a redirect", ModelServer::reply(301, "", "text/plain", "Location: http://192.0.2.1/\r\n"),
          "failed: HTTP 301: The provider reported an error but didn't say what it was."},
         {"plain JSON", ModelServer::reply(200, R"({"choices":[]})"),
@@ -130,7 +137,7 @@ TEST(OpenAICompatibleProviders, FailInTheUsersWords) {
     };
     for (const auto& row : rows) {
         ChatWorld world;
-        world.keychain.set("k", "openai");
+        world.keychain.set("sk-secret", "openai");
         world.server.answer(row.script);
         EXPECT_EQ(ask(*world.openAI(), question("q"), "gpt-5"), Events{row.expected}) << row.name;
         EXPECT_EQ(world.transport.addresses(), std::set<std::string>{"https://api.openai.com"}) << row.name;
