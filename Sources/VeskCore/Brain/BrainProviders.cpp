@@ -1,5 +1,6 @@
 #include "VeskCore/Brain/BrainProviders.h"
 
+#include <algorithm>
 #include <array>
 
 #include "VeskCore/Brain/AnthropicProvider.h"
@@ -122,10 +123,16 @@ std::vector<ProviderOption> BrainProviders::options() const {
 }
 
 void BrainProviders::probeLocalServers(bool force, std::stop_token stop) const {
-    probes_->probe({.baseURL = std::string(LocalServerProbe::lmStudioAddress), .tellsLoadedModels = true},
-                   force, stop);
-    probes_->probe({.baseURL = std::string(LocalServerProbe::ollamaAddress)}, force, stop);
-    if (const auto url = onDeviceModel_->baseURL()) probes_->probe({.baseURL = *url}, force, stop);
+    std::vector<ProbeCache::Server> servers{
+        {.baseURL = std::string(LocalServerProbe::lmStudioAddress), .tellsLoadedModels = true},
+        {.baseURL = std::string(LocalServerProbe::ollamaAddress)}};
+    if (const auto url = onDeviceModel_->baseURL()) {
+        // One of the two may play the on-device model as well; what it tells of itself stays.
+        const bool isAsked = std::any_of(servers.begin(), servers.end(),
+                                         [&](const auto& server) { return server.baseURL == *url; });
+        if (!isAsked) servers.push_back({.baseURL = *url});
+    }
+    probes_->probeAll(servers, force, std::move(stop));
 }
 
 }  // namespace vesk

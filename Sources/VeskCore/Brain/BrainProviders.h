@@ -38,8 +38,8 @@ public:
     std::vector<ProviderOption> options() const;
     /// The row of a provider that was made here and may know more models since.
     static ProviderOption option(std::shared_ptr<BrainProvider> provider);
-    /// Asks the local servers, the on-device one among them, as far as that is due. Blocks for a few seconds
-    /// at most. Throws BrainError (cancelled).
+    /// Asks the local servers, the on-device one among them, as far as that is due, all at the same time.
+    /// Blocks for a few seconds at most. Throws BrainError (cancelled).
     void probeLocalServers(bool force, std::stop_token stop) const;
 
 private:

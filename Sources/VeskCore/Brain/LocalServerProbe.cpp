@@ -145,6 +145,54 @@ ProbeResult ProbeCache::probe(const Server& server, bool force, std::stop_token 
     return result;
 }
 
+void ProbeCache::probeAll(std::span<const Server> servers, bool force, std::stop_token stop) {
+    // Whoever comes first asks a server: a worker, or the caller where all workers are busy.
+    struct Shared {
+        explicit Shared(std::size_t count) : taken(count) {}
+        bool take(std::size_t number, bool isWorker) {
+            const std::lock_guard guard(takenLock);
+            if (taken[number]) return false;
+            taken[number] = true;
+            if (isWorker) ++running;
+            return true;
+        }
+        void end() {
+            const std::lock_guard guard(takenLock);
+            --running;
+            ended.notify_all();
+        }
+        std::mutex takenLock;  // guards the three below
+        std::condition_variable_any ended;
+        std::vector<bool> taken;
+        int running = 0;
+    };
+    const auto shared = std::make_shared<Shared>(servers.size());
+    std::vector<TaskHandle> workers;
+    for (std::size_t number = 1; number < servers.size(); ++number) {
+        const auto job = [self = shared_from_this(), shared, server = servers[number], force,
+                          number](std::stop_token workerStop) {
+            if (!shared->take(number, true)) return;
+            try {
+                self->probe(server, force, std::move(workerStop));
+            } catch (const BrainError&) {
+                // Stopped, and with it whoever waits for the result.
+            }
+            shared->end();
+        };
+        workers.push_back(background_.run(Priority::userInitiated, job));
+    }
+    const std::stop_callback ending(stop, [&workers] {
+        for (auto& worker : workers) worker.cancel();
+    });
+    for (std::size_t number = 0; number < servers.size(); ++number) {
+        if (shared->take(number, false)) probe(servers[number], force, stop);
+    }
+    std::unique_lock guard(shared->takenLock);
+    if (!shared->ended.wait(guard, stop, [&] { return shared->running == 0; })) {
+        throw BrainError(BrainError::Cancelled{});
+    }
+}
+
 ProbeResult ProbeCache::ask(const Server& server, const std::stop_token& stop) {
     const auto ids = LocalServerProbe::modelIDs(transport_, server.baseURL, std::nullopt, stop);
     if (!ids) return {};

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -63,6 +64,8 @@ public:
     /// A result younger than 30 seconds as it stands, unless `force`; else asks the server and waits. While
     /// somebody else asks, the last result; where there is none, theirs. Throws BrainError (cancelled).
     ProbeResult probe(const Server& server, bool force, std::stop_token stop);
+    /// The same for several servers at the same time, as far as there are workers for it.
+    void probeAll(std::span<const Server> servers, bool force, std::stop_token stop);
 
 private:
     struct Entry {

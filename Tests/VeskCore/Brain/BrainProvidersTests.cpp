@@ -86,5 +86,20 @@ TEST(BrainProvidersOfAProgram, TellAServerWithoutModels) {
     EXPECT_EQ(rows[1], "ollama: Ollama (local) is running but has no model loaded. Load one and try again.");
 }
 
+TEST(BrainProvidersOfAProgram, KeepWhatAServerTellsThatPlaysTheOnDeviceModelToo) {
+    ModelWorld world;
+    VirtualTime time;
+    MemoryUserDefaults defaults;
+    defaults.set(LocalServerModel::baseURLKey, Json(LocalServerProbe::lmStudioAddress));
+    world.server.answer("/v1/models", ModelServer::reply(200, R"({"data":[{"id":"qwen3"}]})"));
+    world.server.answer(
+        "/api/v0/models",
+        ModelServer::reply(200, R"({"data":[{"id":"qwen3","loaded_context_length":16384}]})"));
+    const BrainProviders providers(world.transport, world.secrets, defaults, time, time);
+    providers.probeLocalServers(true, {});
+    EXPECT_EQ(providers.options().front().models.front().contextWindow, 16384);
+    EXPECT_EQ(world.server.requests().size(), 3u) << "each server once, LM Studio for its further list";
+}
+
 }  // namespace
 }  // namespace vesk::test

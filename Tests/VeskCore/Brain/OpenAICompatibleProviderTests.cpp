@@ -346,6 +346,64 @@ TEST(LocalServers, AreAskedByOneAtATime) {
     EXPECT_EQ(world.server.requests().size(), 2u);
 }
 
+/// Answers nobody before so many have asked, or a test's patience ends.
+class GatheringTransport final : public HttpTransport {
+public:
+    explicit GatheringTransport(std::size_t count) : count_(count) {}
+    void send(const HttpRequest& request, const Sink& sink, std::stop_token stop) override {
+        std::unique_lock guard(lock_);
+        asked_.push_back(request.url);
+        changed_.notify_all();
+        const bool all = changed_.wait_for(guard, stop, std::chrono::seconds(10),
+                                           [this] { return asked_.size() >= count_; });
+        guard.unlock();
+        if (!all) throw HttpError(HttpError::Kind::timedOut);
+        sink.head({.status = 200, .headers = {}});
+        sink.body(R"({"data":[]})");
+    }
+    std::vector<std::string> asked() const {
+        const std::lock_guard guard(lock_);
+        return asked_;
+    }
+
+private:
+    const std::size_t count_;
+    mutable std::mutex lock_;
+    std::condition_variable_any changed_;
+    std::vector<std::string> asked_;
+};
+
+TEST(LocalServers, AreAskedTogether) {
+    const ProbeCache::Server servers[] = {{.baseURL = "http://127.0.0.1:1/v1"},
+                                          {.baseURL = "http://127.0.0.1:2/v1"},
+                                          {.baseURL = "http://127.0.0.1:3/v1"}};
+    SystemClock clock;
+    {
+        GatheringTransport transport(3);
+        ThreadPool pool(3);
+        const auto probes = std::make_shared<ProbeCache>(transport, clock, pool);
+        probes->probeAll(servers, true, {});
+        for (const auto& server : servers) EXPECT_TRUE(probes->last(server.baseURL)->reachable);
+    }
+    {  // nobody is waited for who is busy
+        GatheringTransport transport(1);
+        VirtualTime time;
+        const auto probes = std::make_shared<ProbeCache>(transport, clock, time);
+        probes->probeAll(servers, true, {});
+        EXPECT_EQ(transport.asked().size(), 3u);
+        time.settle();
+        EXPECT_EQ(transport.asked().size(), 3u) << "once each";
+    }
+    {
+        GatheringTransport transport(4);
+        ThreadPool pool(3);
+        const auto probes = std::make_shared<ProbeCache>(transport, clock, pool);
+        auto stop = freshStopSource();
+        stop.request_stop();
+        EXPECT_THROW(probes->probeAll(servers, true, stop.get_token()), BrainError);
+    }
+}
+
 TEST(OpenAICompatibleProviders, ListWhatTheServiceHas) {
     ChatWorld world;
     world.keychain.set("k", "openai");
