@@ -20,9 +20,10 @@ public:
     std::string displayName() const override { return "Scripted"; }
     bool isConfigured() const override { return true; }
     std::vector<BrainModel> models() const override { return {model}; }
-    void stream(const BrainRequest& request, const std::string&, const Sink& sink,
+    void stream(const BrainRequest& request, const std::string& id, const Sink& sink,
                 std::stop_token stop) const override {
         requests.push_back(request);
+        asked.push_back(id);
         for (const auto& piece : pieces) {
             if (whileStreaming) whileStreaming();
             if (stop.stop_requested()) throw BrainError(BrainError::Cancelled{});
@@ -41,6 +42,7 @@ public:
                      .outputPricePerMTok = {},
                      .note = {}};
     mutable std::vector<BrainRequest> requests;
+    mutable Texts asked;  // the models
     Texts pieces{"Hello", " there"};
     std::optional<std::string> stopReason = "end_turn";
     std::optional<BrainError::Value> failure;
@@ -379,6 +381,28 @@ TEST_F(BrainSessionTest, WhatANoteSaysIsNeverDone) {
     time.settle();
     EXPECT_TRUE(brain->pendingPlan->empty() || brain->pendingPlan->front().isBlocked());
     untouched();
+}
+
+TEST_F(BrainSessionTest, AQuestionGoesToWhoWasChosenWhenItWasPut) {
+    const auto other = std::make_shared<ScriptedProvider>(BrainProviderID::apple);
+    other->model.id = other->model.displayName = "other";
+    brain->options.set({rows().front(),
+                        {.providerID = BrainProviderID::apple,
+                         .provider = other,
+                         .isReady = true,
+                         .blockedReason = {},
+                         .models = other->models()}});
+    brain->ask("What does the mooring cost?");
+    brain->choose(BrainProviderID::apple, "other");
+    time.settle();
+    EXPECT_TRUE(other->requests.empty());
+    ASSERT_EQ(provider->requests.size(), 1U);
+    EXPECT_EQ(provider->asked, Texts{"m"});
+    EXPECT_EQ(last().providerLabel, "Model M");
+    EXPECT_EQ(request().maxTokens, 8'000);
+    EXPECT_TRUE(request().system->ends_with(VaultPlanner::planningInstructions));
+    ask("And now?");
+    EXPECT_EQ(other->asked, Texts{"other"});
 }
 
 TEST_F(BrainSessionTest, SubmittedCommandsChooseTheScope) {

@@ -208,6 +208,16 @@ std::string BrainSession::activeSummary() const {
     return option && option->provider ? option->provider->displayName() : "No model";
 }
 
+BrainSession::Answering BrainSession::answering() const {
+    const auto* option = activeOption();
+    const auto* model = activeModel();
+    return {.provider = option ? option->provider : nullptr,
+            .isOnDevice = activeProviderID.get() == BrainProviderID::apple,
+            .modelID = activeModelID,
+            .label = activeSummary(),
+            .model = model ? std::optional(*model) : std::nullopt};
+}
+
 // Asking
 
 std::optional<std::string> BrainSession::submitted(std::string_view draft) {
@@ -314,6 +324,7 @@ void BrainSession::gather(const std::string& question, const AskSubject& subject
     const int budget = VaultContextPacker::budget(model ? model->contextWindow : unknownWindow,
                                                   model ? model->maxOutput : unknownOutput);
     Gathered found{.number = generation_,
+                   .by = answering(),
                    .question = question,
                    .about = about,
                    .history = std::move(history),
@@ -373,14 +384,15 @@ void BrainSession::gathered(Gathered found) {
     }
     if (found.chunks.empty() && !found.ignoringRetrieval) return appendNothingFound(found.about);
     const bool withoutContext = found.chunks.empty();
-    const bool lean = activeProviderID.get() == BrainProviderID::apple;
     BrainRequest request;
-    request.system = withoutContext ? std::string(BrainPrompts::generalKnowledge)
-                                    : BrainPrompts::system(found.about, lastCoverageKind_, lean);
+    request.system = withoutContext
+                         ? std::string(BrainPrompts::generalKnowledge)
+                         : BrainPrompts::system(found.about, lastCoverageKind_, found.by.isOnDevice);
     request.messages = std::move(found.history);
     request.messages.push_back({.role = BrainMessage::Role::user, .text = std::move(found.question)});
     request.context = std::move(found.chunks);
-    stream({.request = std::move(request),
+    stream({.by = std::move(found.by),
+            .request = std::move(request),
             .about = found.about,
             .withoutContext = withoutContext,
             .rewrite = {}});
@@ -432,7 +444,8 @@ void BrainSession::run(QuickAction action, const AskSubject& subject) {
     request.system = instruction(action);
     request.messages = {{.role = BrainMessage::Role::user, .text = "Apply that to the text I gave you."}};
     request.context = BrainPrompts::chunks(body, subject.note, isSelection ? "selection" : "");
-    stream({.request = std::move(request),
+    stream({.by = answering(),
+            .request = std::move(request),
             .about = about,
             .withoutContext = false,
             .rewrite = std::move(rewrite)});
@@ -449,7 +462,11 @@ void BrainSession::fileNote(const Note& note, std::string_view noteText,
     request.messages = {{.role = BrainMessage::Role::user,
                          .text = VaultOrganiser::fileNoteUserMessage(note.relativePath, folders)}};
     request.context = BrainPrompts::chunks(noteText, note, "");
-    stream({.request = std::move(request), .about = AIScope::note, .withoutContext = false, .rewrite = {}});
+    stream({.by = answering(),
+            .request = std::move(request),
+            .about = AIScope::note,
+            .withoutContext = false,
+            .rewrite = {}});
 }
 
 TaskHandle BrainSession::suggestTitle(std::string_view noteText,

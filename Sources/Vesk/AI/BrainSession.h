@@ -198,6 +198,7 @@ private:
     };
     struct Filing {};  ///< only moves
     using PlanFilter = std::variant<FileNote, Filing>;
+    struct Answering;
     struct Gathered;
     struct Streaming;
     struct Mailbox;
@@ -205,6 +206,7 @@ private:
     // BrainSession.cpp
     void probed(std::uint64_t number, std::vector<ProviderOption> rows, bool isLast);
     void resolveActiveProvider();
+    Answering answering() const;
     std::vector<BrainMessage> conversationHistory() const;
     void gather(const std::string& question, const AskSubject& subject, AIScope about,
                 std::vector<BrainMessage> history, bool ignoringRetrieval);

@@ -53,7 +53,7 @@ bool looksLikePlan(std::string_view text) {
 }
 
 /// How long a reply may be.
-int longestReply(const BrainModel* model) {
+int longestReply(const std::optional<BrainModel>& model) {
     const int out = model && model->maxOutput > 0 ? model->maxOutput : usualOutput;
     const bool isLarge = model && model->contextWindow >= leastWindow;
     return std::min(out, isLarge ? model->contextWindow / shareOfWindow : smallReply);
@@ -62,11 +62,9 @@ int longestReply(const BrainModel* model) {
 }  // namespace
 
 void BrainSession::stream(Streaming streaming) {
-    if (!canAsk()) return appendFailure(noProviderConfigured);
-    const auto provider = activeOption()->provider;
     BrainRequest request = std::move(streaming.request);
-    request.maxTokens = longestReply(activeModel());
-    if (activeProviderID.get() == BrainProviderID::apple)
+    request.maxTokens = longestReply(streaming.by.model);
+    if (streaming.by.isOnDevice)
         request.focus = FocusLines::block(request.messages.back().text, request.context);
 
     ChatTurn turn;
@@ -75,15 +73,16 @@ void BrainSession::stream(Streaming streaming) {
     turn.scope = streaming.about;
     turn.streaming = true;
     turn.answeredWithoutContext = streaming.withoutContext;
-    turn.providerLabel = activeSummary();
+    turn.providerLabel = streaming.by.label;
     append(std::move(turn));
 
     auto mailbox = std::make_shared<Mailbox>();
     mailbox->rewrite = std::move(streaming.rewrite);
     work_ = services_.background.run(
         Priority::userInitiated,
-        [weak = weak_from_this(), number = generation_, mailbox, &mainQueue = services_.mainQueue, provider,
-         request = std::move(request), model = activeModelID.get()](const std::stop_token& stop) {
+        [weak = weak_from_this(), number = generation_, mailbox, &mainQueue = services_.mainQueue,
+         provider = streaming.by.provider, request = std::move(request),
+         model = streaming.by.modelID](const std::stop_token& stop) {
             const auto put = [&](const auto& change) {
                 {
                     const std::lock_guard guard(mailbox->lock);

@@ -12,9 +12,18 @@
 
 namespace vesk {
 
+/// Who was chosen to answer when the question was put. It goes to no other, whoever is chosen meanwhile.
+struct BrainSession::Answering {
+    std::shared_ptr<BrainProvider> provider;
+    bool isOnDevice = false;
+    std::string modelID, label;
+    std::optional<BrainModel> model;
+};
+
 /// What was found for a question.
 struct BrainSession::Gathered {
     std::uint64_t number = 0;
+    Answering by;
     std::string question;
     AIScope about = AIScope::vault;
     std::vector<BrainMessage> history;
@@ -26,6 +35,7 @@ struct BrainSession::Gathered {
 
 /// A request that goes out, and what its reply is for.
 struct BrainSession::Streaming {
+    Answering by;
     BrainRequest request;
     AIScope about = AIScope::vault;
     bool withoutContext = false;
