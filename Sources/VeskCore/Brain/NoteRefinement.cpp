@@ -6,6 +6,7 @@
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Support/Characters.h"
 #include "VeskCore/Support/Text.h"
+#include "VeskCore/Support/Unicode.h"
 
 namespace vesk {
 
@@ -30,7 +31,8 @@ constexpr std::size_t mostChatterCharacters = 160;
 /// "1. " or "2) ".
 bool beginsNumbered(std::string_view line) {
     std::size_t at = 0;
-    while (at < line.size() && isAsciiDigit(line[at])) ++at;
+    for (std::size_t next = 0; next < line.size() && isNumber(nextCodePoint(line, next)); at = next) {
+    }
     if (at == 0 || at == line.size() || (line[at] != '.' && line[at] != ')')) return false;
     const auto next = firstCodePoint(line.substr(at + 1));
     return next && isSpaceOrNewline(*next);

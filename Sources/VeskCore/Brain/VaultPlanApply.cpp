@@ -76,10 +76,16 @@ private:
     void requireSafe(const VaultOperation& operation) const {
         for (const auto& path : operation.notePaths()) {
             if (auto reason = PlanPaths::unsafeNote(path)) throw Failure(*reason);
+            requireReachedInside(path);
         }
         for (const auto& path : PlanPaths::folders(operation)) {
             if (auto reason = PlanPaths::unsafeFolder(path)) throw Failure(*reason);
+            requireReachedInside(path);
         }
+    }
+    /// A folder above may have become a link during the review: then not even the looking happens.
+    void requireReachedInside(std::string_view path) const {
+        if (vault_.leadsOutside(parentFolder(path))) throw Failure(PlanPaths::outside(path));
     }
     /// No link may lead from where something is written or moved out of the vault.
     void requireInside(std::string_view path) const {
@@ -225,7 +231,6 @@ private:
             recordRename(it.from, it.to);
             return;
         }
-        requireInside(parentFolder(it.from));
         vault_.requireMaterialisedForMove(from);
         createParents(it.to);
         if (isTaken(it.to, it.from)) throw Skip(fmt::format("{} now exists", it.to));
@@ -264,7 +269,6 @@ private:
         if (!isFolder(it.from)) throw Skip(noLongerThere(it.from + "/"));
         const auto taken = fmt::format("{}/ now exists", it.to);
         if (isTaken(it.to, it.from)) throw Skip(taken);
-        requireInside(parentFolder(it.from));
         otherFiles(it.from);
         const auto notes = notePaths(it.from);
         createParents(it.to);

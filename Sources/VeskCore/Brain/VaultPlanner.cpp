@@ -72,10 +72,10 @@ std::optional<VaultOperation> renameNote(const Json& object, const std::string& 
 }
 
 std::optional<VaultOperation> renameFolder(const Json& object) {
-    auto from = normaliseFolder(text(object, {"from", "old", "folder"}).value_or(""));
-    auto to = normaliseFolder(text(object, {"to", "new"}).value_or(""));
-    if (from.empty() || to.empty()) return std::nullopt;
-    return with(VaultOperation::RenameFolder{.from = std::move(from), .to = std::move(to)});
+    const auto from = text(object, {"from", "old", "folder"}).value_or("");
+    const auto to = text(object, {"to", "new"}).value_or("");
+    if (trim(from).empty() || trim(to).empty()) return std::nullopt;
+    return with(VaultOperation::RenameFolder{.from = normaliseFolder(from), .to = normaliseFolder(to)});
 }
 
 std::optional<std::string_view> json(std::string_view reply) {
@@ -191,8 +191,10 @@ std::optional<VaultOperation> operation(const Json& object) {
     auto path = normalise(written);
     auto content = text(object, {"content", "text", "body"}).value_or("");
     auto key = text(object, {"key", "property"}).value_or("");
-    const auto folder =
-        normaliseFolder(text(object, {"path", "folder", "directory", "name"}).value_or(written));
+    // "/" names a folder: that this is the whole vault is told in the review.
+    const auto named = text(object, {"path", "folder", "directory", "name"}).value_or(written);
+    const bool namesFolder = !trim(named).empty();
+    const auto folder = normaliseFolder(named);
 
     if (isOneOf(verb, {"create", "createnote", "new"})) {
         if (path.empty()) return std::nullopt;
@@ -220,7 +222,7 @@ std::optional<VaultOperation> operation(const Json& object) {
     }
     if (isOneOf(verb,
                 {"createfolder", "newfolder", "makefolder", "mkdir", "adddirectory", "createdirectory"})) {
-        if (folder.empty()) return std::nullopt;
+        if (!namesFolder) return std::nullopt;
         return with(VaultOperation::CreateFolder{folder});
     }
     if (isOneOf(verb, {"renamefolder", "movefolder", "renamedirectory", "movedirectory"})) {
@@ -228,7 +230,7 @@ std::optional<VaultOperation> operation(const Json& object) {
     }
     if (isOneOf(verb,
                 {"trashfolder", "deletefolder", "removefolder", "deletedirectory", "removedirectory"})) {
-        if (folder.empty()) return std::nullopt;
+        if (!namesFolder) return std::nullopt;
         return with(VaultOperation::TrashFolder{folder});
     }
     return std::nullopt;

@@ -54,6 +54,7 @@ TEST(Refinements, UnwrapAnswers) {
         {"a numbered list behind it", "```md\na\n```\n1. b", "```md\na\n```\n1. b"},
         {"a number without a blank behind it", "```md\na\n```\n1.5 times shorter.", "a"},
         {"a numbered list with a wide blank", "```md\na\n```\n1.\u3000b", "```md\na\n```\n1.\u3000b"},
+        {"a numbered list in other digits", "```md\na\n```\n١. b", "```md\na\n```\n١. b"},
         {"a link behind it", "```md\na\n```\nSee [b](c.md).", "```md\na\n```\nSee [b](c.md)."},
         {"code inside the fence", "```md\na\n```\nb\n```\nDone.", "a\n```\nb"},
         {"a long line behind it",

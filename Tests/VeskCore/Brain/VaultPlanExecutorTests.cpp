@@ -427,6 +427,56 @@ TEST_F(PlanExecution, FollowsNoLinkOutOfTheVault) {
     EXPECT_EQ(outside.list(), (Strings{"Deep", "secret.md"}));
 }
 
+TEST_F(PlanExecution, FollowsNoFolderThatBecameALinkDuringTheReview) {
+    const struct {
+        Op operation;
+        std::string reason;
+    } rows[] = {
+        {{Op::CreateNote{"Work/new.md", "x"}}, "\"Work/new.md\" is outside the vault."},
+        {{Op::CreateNote{"Work/New/new.md", "x"}}, "\"Work/New/new.md\" is outside the vault."},
+        {{Op::UpdateNote{"Work/a.md", "x"}}, "\"Work/a.md\" is outside the vault."},
+        {{Op::SetProperty{"Work/a.md", "k", "v"}}, "\"Work/a.md\" is outside the vault."},
+        {{Op::RemoveProperty{"Work/a.md", "k"}}, "\"Work/a.md\" is outside the vault."},
+        {{Op::RenameNote{"Work/a.md", "a.md"}}, "\"Work/a.md\" is outside the vault."},
+        {{Op::RenameNote{"b.md", "Work/b.md"}}, "\"Work/b.md\" is outside the vault."},
+        {{Op::TrashNote{"Work/a.md"}}, "\"Work/a.md\" is outside the vault."},
+        {{Op::CreateFolder{"Work/New"}}, "\"Work/New\" is outside the vault."},
+        {{Op::RenameFolder{"Work/Deep", "Deep"}}, "\"Work/Deep\" is outside the vault."},
+        {{Op::RenameFolder{"Home", "Work/Home"}}, "\"Work/Home\" is outside the vault."},
+        {{Op::TrashFolder{"Work/Deep"}}, "\"Work/Deep\" is outside the vault."},
+        {{Op::RenameFolder{"Work", "Job"}}, "Work/ is no longer there"},
+        {{Op::TrashFolder{"Work"}}, "Work/ is no longer there"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.operation.describedForReview());
+        const PlatformFixture world;
+        const Vault here(world.vaultFolder.path(), SyncProvider::none);
+        const auto fill = [](const ScratchFolder& where, const std::string& below) {
+            where.write(below + "a.md", "---\nk: 1\n---\na");
+            where.write(below + "Deep/c.md", "c");
+        };
+        fill(world.vaultFolder, "Work/");
+        world.vaultFolder.write("b.md", "b");
+        world.vaultFolder.write("Home/h.md", "h");
+        const auto previews = VaultPlanExecutor::validate(
+            {.summary = "s", .operations = {row.operation}, .annotations = {}}, here);
+        ASSERT_FALSE(previews.front().isBlocked());
+        // The same texts, so that nothing looks as if it had changed.
+        const ScratchFolder outside;
+        fill(outside, "");
+        std::filesystem::rename(world.vaultFolder / "Work", world.vaultFolder / ".aside");
+        std::filesystem::create_directory_symlink(outside.path(), world.vaultFolder / "Work");
+        const auto report = apply(previews, here);
+        EXPECT_EQ(report.applied, Strings());
+        const auto left = report.failed.empty() ? report.skipped : report.failed;
+        EXPECT_EQ(left, (Left{{previews.front().description, row.reason}}));
+        EXPECT_EQ(outside.list(), (Strings{"Deep", "a.md"}));
+        EXPECT_EQ(outside.list("Deep"), Strings{"c.md"});
+        EXPECT_EQ(outside.read("a.md"), "---\nk: 1\n---\na");
+        EXPECT_EQ(world.vaultFolder.list(), (Strings{".aside", "Home", "Work", "b.md"}));
+    }
+}
+
 TEST_F(PlanExecution, FindsNamesInAnySpelling) {
     folder.write("Cafe\u0301/no\u0308te.md", "x");  // decomposed, as some systems keep names
     const auto report = apply(
