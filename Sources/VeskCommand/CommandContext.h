@@ -57,8 +57,11 @@ struct CommandContext {
     LanguageRecogniser& languages;
     FileVersions& fileVersions;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
-    /// The notification service of this person's session; none if it runs already.
-    std::function<std::unique_ptr<NotificationService>()> notificationService;
+    /// The notification service of this person's session; none if it runs already. `onTrouble` hears, on
+    /// another thread, why nothing rings, and whether that is for good. Throws Error.
+    std::function<std::unique_ptr<NotificationService>(
+        std::function<void(const std::string& words, bool isOver)> onTrouble)>
+        notificationService;
     /// Starts the window, or raises it, with the files or folders to open. Throws Error.
     std::function<void(const std::vector<FilePath>&)> openWindow;
     std::stop_token stop;

@@ -1,6 +1,7 @@
 // `vesk notify-service`: rings the reminders while no window is open.
 #include <condition_variable>
 #include <mutex>
+#include <string>
 
 #include "Vesk/Reminders/ReminderAnswer.h"
 #include "VeskCommand/CommandSupport.h"
@@ -26,15 +27,24 @@ void carryOut(const CommandContext& context, NotificationService& service,
 }
 
 void serve(const CommandContext& context) {
-    const auto service = context.notificationService();
+    std::mutex lock;
+    std::condition_variable_any ended;
+    std::string end;  // why it is over; guarded by the lock
+    const auto service = context.notificationService([&](const std::string& words, bool isOver) {
+        if (!isOver) return context.remark(words);
+        {
+            const std::lock_guard guard(lock);
+            end = words;
+        }
+        ended.notify_one();
+    });
     if (!service) return context.remark("The notification service runs already.");
     service->setCategories(ReminderCenter::categories());
     service->setOnResponse(
         [&](const NotificationResponse& response) { carryOut(context, *service, response); });
-    std::mutex lock;
-    std::condition_variable_any ended;
     std::unique_lock guard(lock);
-    ended.wait(guard, context.stop, [] { return false; });
+    ended.wait(guard, context.stop, [&] { return !end.empty(); });
+    if (!end.empty()) throw CommandError(end);
 }
 
 }  // namespace

@@ -67,7 +67,8 @@ int main(int argc, char** argv) {
                 return std::make_unique<InotifyEventSource>(vault.perDeviceDirectory(), std::move(unseen),
                                                             log);
             },
-        .notificationService = [&] { return DesktopNotifications::service(files, clock, log); },
+        .notificationService =
+            [&](auto trouble) { return DesktopNotifications::service(files, clock, log, trouble); },
         .openWindow = startDesktop,
         .stop = interrupts.token(),
         .vaultOption = {}};

@@ -17,14 +17,13 @@ Child startWords(const Program& program, std::vector<std::string> words,
     int in[2], out[2], err[2];
     if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC))
         throw std::runtime_error("pipe");
-    std::vector<std::string> variables{"HOME=" + program.home.path().string(),
+    // Of a variable that occurs twice the first holds.
+    std::vector<std::string> variables = environment;
+    variables.insert(variables.end(), {"HOME=" + program.home.path().string(),
                                        "XDG_DATA_HOME=" + (program.home / "data").string(),
                                        "XDG_CONFIG_HOME=" + (program.home / "config").string(),
-                                       "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
-                                       "TZ=UTC",
-                                       "LC_ALL=C.UTF-8",
-                                       "PATH=/usr/bin:/bin"};
-    variables.insert(variables.end(), environment.begin(), environment.end());
+                                       "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent", "TZ=UTC",
+                                       "LC_ALL=C.UTF-8", "PATH=/usr/bin:/bin"});
     std::vector<char*> argv, envp;
     for (auto& word : words) argv.push_back(word.data());
     for (auto& variable : variables) envp.push_back(variable.data());

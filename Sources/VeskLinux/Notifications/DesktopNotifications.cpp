@@ -31,6 +31,12 @@ constexpr unsigned lookInterval = 60;  // seconds: for what no event tells
 constexpr int neverExpires = 0;
 constexpr guchar normalUrgency = 1;
 
+struct NoSessionBus final : Error {
+    std::string description() const override {
+        return "There is no session bus here, so reminders can't ring.";
+    }
+};
+
 struct Unref {
     void operator()(GObject* object) const { g_object_unref(object); }
     void operator()(GVariant* value) const { g_variant_unref(value); }
@@ -131,7 +137,9 @@ public:
         });
     }
 
-    /// Any thread: a connection of its own, so that the worker may be in the middle of something.
+    /// Any thread: connections of their own, so that the worker may be in the middle of something.
+    static bool busCanBeReached() { return Owned<GDBusConnection>(newConnection(nullptr)) != nullptr; }
+
     static bool serverCanBeReached() {
         const Owned<GDBusConnection> bus(newConnection(nullptr));
         if (!bus) return false;
@@ -243,7 +251,10 @@ private:
         if (words == lastTold_) return;
         lastTold_ = words;
         log_.line(LogLevel::error, logCategory, "Notifications can't be kept: {}", {logPrivate(words)});
+        if (setting_.onTrouble) setting_.onTrouble(words, false);
     }
+
+    void nothingRings() { told("No notification server answers. What is due waits until one does."); }
 
     FilePath lockFile(const char* file) const { return store_.folder() / file; }
 
@@ -271,8 +282,17 @@ private:
     bool connect() {
         if (bus_ && g_dbus_connection_is_closed(bus_.get())) disconnect();
         if (bus_) return true;
+        const bool hadOne = !busName_.empty();
         bus_.reset(newConnection(cancel_.get()));
-        if (!bus_) return false;
+        if (!bus_) {
+            if (hadOne && setting_.onTrouble)
+                setting_.onTrouble("The session bus has gone. Reminders ring again in the next session.",
+                                   true);
+            return false;
+        }
+        g_signal_connect_swapped(bus_.get(), "closed",
+                                 G_CALLBACK(+[](gpointer self) { static_cast<Worker*>(self)->look(); }),
+                                 this);
         char* guid = g_strdup(g_dbus_connection_get_guid(bus_.get()));
         busName_ = guid ? guid : "";
         g_free(guid);
@@ -294,6 +314,7 @@ private:
 
     void disconnect() {
         if (!bus_) return;
+        g_signal_handlers_disconnect_by_data(bus_.get(), this);
         g_bus_unwatch_name(owner_);
         g_dbus_connection_signal_unsubscribe(bus_.get(), signals_);
         g_dbus_connection_close_sync(bus_.get(), nullptr, nullptr);
@@ -330,10 +351,12 @@ private:
             state = store_.read();
         }
         const auto due = state.due(now, setting_.calendar());
-        if (due.empty() || !bus_) return;
+        // What knows its buttons only later would ring without them.
+        if (due.empty() || state.categories.empty()) return;
+        if (!bus_) return nothingRings();
         const auto answer = call(name, objectPath, name, "GetCapabilities", nullptr, "(as)");
         const auto server = answer ? serverNow() : std::string();
-        if (server.empty()) return;
+        if (server.empty()) return nothingRings();
         std::set<std::string> capabilities;
         const Owned<GVariant> list(g_variant_get_child_value(answer.get(), 0));
         for (gsize index = 0; index < g_variant_n_children(list.get()); ++index) {
@@ -346,7 +369,8 @@ private:
             for (const auto& old : state.shown)
                 if (old.identifier == request.identifier && old.server == server) replaced = old.number;
             const auto number = show(request, replaced, state.categories, capabilities);
-            if (!number) return;  // it stays due
+            if (!number) return nothingRings();  // it stays due
+            lastTold_.clear();
             const ShownNotification shown{.identifier = request.identifier,
                                           .number = *number,
                                           .server = server,
@@ -483,12 +507,14 @@ DesktopNotifications::DesktopNotifications(Setting setting, FileSystem& files, c
 
 DesktopNotifications::~DesktopNotifications() = default;
 
-std::unique_ptr<DesktopNotifications> DesktopNotifications::service(FileSystem& files, const Clock& clock,
-                                                                    Log& log) {
-    Setting setting{.role = Role::service};
+std::unique_ptr<DesktopNotifications> DesktopNotifications::service(
+    FileSystem& files, const Clock& clock, Log& log,
+    std::function<void(const std::string& words, bool isOver)> onTrouble) {
+    Setting setting{.role = Role::service, .onTrouble = std::move(onTrouble)};
     files.createDirectories(setting.folder);
     auto seat = takeIfFree(setting.folder / "service.lock");
     if (!seat) return nullptr;
+    if (!Worker::busCanBeReached()) throw NoSessionBus();
     auto made = std::make_unique<DesktopNotifications>(std::move(setting), files, clock, log);
     made->seat_ = std::move(seat);
     return made;
@@ -500,6 +526,7 @@ NotificationPermission DesktopNotifications::permission() const {
 
 void DesktopNotifications::setCategories(const std::vector<NotificationCategory>& categories) {
     store_.change([&](NotificationState& all) { all.categories = categories; });
+    worker_->look();
 }
 
 std::vector<NotificationRequest> DesktopNotifications::pendingRequests() const {

@@ -24,6 +24,8 @@ public:
         Role role = Role::window;
         FilePath folder = PendingNotifications::defaultFolder();
         std::function<Calendar()> calendar = [] { return Calendar::system(); };  ///< read anew at each look
+        /// Hears once, on the worker, what keeps it from ringing; `isOver` where it never will again.
+        std::function<void(const std::string& words, bool isOver)> onTrouble = {};
     };
 
     DesktopNotifications(Setting setting, FileSystem& files, const Clock& clock, Log& log);
@@ -31,8 +33,11 @@ public:
     DesktopNotifications(const DesktopNotifications&) = delete;
     DesktopNotifications& operator=(const DesktopNotifications&) = delete;
 
-    /// The person's one service; none if it runs already.
-    static std::unique_ptr<DesktopNotifications> service(FileSystem& files, const Clock& clock, Log& log);
+    /// The person's one service; none if it runs already. It is over with the session whose bus it rings on:
+    /// the next one's has another address. Throws Error where there is no session bus.
+    static std::unique_ptr<DesktopNotifications> service(
+        FileSystem& files, const Clock& clock, Log& log,
+        std::function<void(const std::string& words, bool isOver)> onTrouble);
 
     /// Nobody asks the person here: authorized where a notification server runs or can be started, else
     /// denied.
