@@ -90,8 +90,8 @@ TextRange lineRange(std::u16string_view text, TextRange range) {
     range = clipped(range, text);
     const std::size_t start = lineStart(text, range.location);
     const std::size_t last = range.empty() ? range.location : range.end() - 1;
-    const std::size_t end = lineFrom(text, lineStart(text, last)).full.end();
-    return {start, end - start};
+    // From the last unit on: a line of a megabyte is not walked twice.
+    return {start, lineFrom(text, last).full.end() - start};
 }
 
 TextRange clipped(TextRange range, std::u16string_view text) {
