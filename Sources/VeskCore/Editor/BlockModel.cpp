@@ -61,7 +61,8 @@ struct Checkbox {
 std::optional<Checkbox> checkbox(std::u16string_view rest) {
     if (rest.size() < 3 || rest[0] != u'[') return std::nullopt;
     constexpr char16_t firstCombining = 0x0300;
-    if (rest[1] < 0x80 && (rest.size() == 3 || rest[3] < firstCombining)) {
+    // Without a mark on any of the three each unit is a character.
+    if (rest[1] < 0x80 && rest[2] < firstCombining && (rest.size() == 3 || rest[3] < firstCombining)) {
         if (rest[2] != u']') return std::nullopt;
         return Checkbox{rest[1] != u' ', 3};
     }

@@ -46,6 +46,7 @@ TEST(BlockModel, ClassifiesALine) {
         {u"- [] a", "Bulleted list:[] a"},
         {u"- [\U0001F600] a", "done:a"},
         {u"- [x]\u0301", "Bulleted list:[x]\u0301"},
+        {u"- [x\u0301] a", "done:a"},
         {u"> [!NOTE] Title", "callout NOTE:Title"},
         {u"> [!NOTE", "Quote:[!NOTE"},
         {u">x\r\n", "Quote:x"},
