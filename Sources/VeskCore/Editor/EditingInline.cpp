@@ -4,6 +4,7 @@
 
 #include "VeskCore/Editor/BlockModel.h"
 #include "VeskCore/Editor/EditingCommands.h"
+#include "VeskCore/Editor/LinkAt.h"
 #include "VeskCore/Editor/MarkdownSpans.h"
 #include "VeskCore/Editor/MarkdownTable.h"
 #include "VeskCore/Editor/NoteLines.h"
@@ -117,6 +118,47 @@ std::vector<Styled> styledIn(std::u16string_view text, const NoteLine& here, con
     return found;
 }
 
+/// The links of a line in order, with what of each can be styled by itself: of "[text](target)" the text, of
+/// wikilinks and images nothing.
+std::vector<Styled> linksIn(std::u16string_view text, const NoteLine& here) {
+    std::vector<Styled> found;
+    const std::u16string_view shown = here.shown(text);
+    if (here.line.full.length > MarkdownSpans::longLineLimit || shown.find(u'[') == shown.npos) return found;
+    for (const auto& span : MarkdownSpans::inlineSpans(shown, here.line.content.location, false)) {
+        if (span.style != MarkdownSpans::Style{SpanStyle::link} || span.markers.size() != 2) continue;
+        Styled link{span.range, span.markers[0], span.markers[1]};
+        const std::size_t start = link.opening.location;
+        const bool image = start > here.line.content.location && text[start - 1] == u'!';
+        if (image) link.opening = {start - 1, link.opening.length + 1};
+        if (image || link.opening.length > 1) link.text = {link.opening.location, 0};
+        found.push_back(link);
+    }
+    std::sort(found.begin(), found.end(),
+              [](const Styled& a, const Styled& b) { return a.opening.location < b.opening.location; });
+    return found;
+}
+
+/// The links of a line and its tags, which are whole or nothing too.
+std::vector<Styled> solidsIn(std::u16string_view text, const NoteLine& here) {
+    std::vector<Styled> found = linksIn(text, here);
+    const std::u16string_view shown = here.shown(text);
+    if (here.line.full.length > MarkdownSpans::longLineLimit || shown.find(u'#') == shown.npos) return found;
+    for (const auto& span : MarkdownSpans::inlineSpans(shown, here.line.content.location, false)) {
+        if (span.style == MarkdownSpans::Style{SpanStyle::tag})
+            found.push_back({{span.range.location, 0}, {span.range.location, 0}, span.range});
+    }
+    std::sort(found.begin(), found.end(),
+              [](const Styled& a, const Styled& b) { return a.opening.location < b.opening.location; });
+    // A tag in a link is part of it.
+    std::size_t reached = 0;
+    std::erase_if(found, [&](const Styled& one) {
+        if (one.opening.location < reached) return true;
+        reached = one.closing.end();
+        return false;
+    });
+    return found;
+}
+
 /// A stretch of one line that a command works on.
 struct Segment {
     const NoteLine* line = nullptr;
@@ -186,18 +228,21 @@ std::optional<Styled> signsAround(std::u16string_view text, TextRange line, Text
                                   const Signs& signs) {
     const std::size_t in = runFrom(text, range.location, range.end(), signs.sign);
     if (in == range.length) return std::nullopt;
+    const std::size_t before = runBefore(text, range.location, line.location, signs.sign);
+    const std::size_t behind = runFrom(text, range.end(), line.end(), signs.sign);
+    if (hasStyle(std::min(before, behind), signs)) {
+        return Styled{range, {range.location - signs.count, signs.count}, {range.end(), signs.count}};
+    }
     const std::size_t out = runBefore(text, range.end(), range.location, signs.sign);
     const TextRange inner{range.location + in, range.length - in - out};
-    const std::size_t left = in + runBefore(text, range.location, line.location, signs.sign);
-    const std::size_t right = out + runFrom(text, range.end(), line.end(), signs.sign);
-    if (!hasStyle(std::min(left, right), signs)) return std::nullopt;
+    if (!hasStyle(std::min(in + before, out + behind), signs)) return std::nullopt;
     return Styled{inner, {inner.location - signs.count, signs.count}, {inner.end(), signs.count}};
 }
 
 /// What stands in one line, read once for all its segments.
 struct LineStyles {
     const NoteLine* line = nullptr;
-    std::vector<Styled> styled, code;
+    std::vector<Styled> styled, code, solids;
 };
 
 /// Calls `visit` for what of `styled`, which is in order and apart, touches the range; it may grow meanwhile.
@@ -209,6 +254,16 @@ void visitTouching(const std::vector<Styled>& styled, const TextRange& range, Vi
     for (; one != styled.end() && one->whole().location <= range.end(); ++one) visit(*one);
 }
 
+/// Whether one of the signs around a stretch belongs to a styled stretch that begins or ends within.
+bool isOtherwiseTaken(const std::vector<Styled>& styled, const Styled& around) {
+    const auto isWithin = [&](std::size_t offset) { return around.text.contains(offset); };
+    bool taken = false;
+    visitTouching(styled, around.whole(), [&](const Styled& one) {
+        taken = taken || isWithin(one.opening.location) != isWithin(one.closing.location);
+    });
+    return taken;
+}
+
 Plan planFor(std::u16string_view text, const Segment& segment, const Signs& signs, const LineStyles& line) {
     std::optional<Plan> on;
     visitTouching(line.styled, segment.range, [&](const Styled& one) {
@@ -217,9 +272,6 @@ Plan planFor(std::u16string_view text, const Segment& segment, const Signs& sign
     });
     if (on) return *std::move(on);
     Plan plan{{}, segment.range, false};
-    if (signs.sign == u'`') return plan;
-    if (const auto around = signsAround(text, segment.line->line.content, segment.range, signs))
-        return {{*around}, segment.range, true};
     const auto widen = [&](const Styled& one) {
         const TextRange whole = one.whole();
         if (!whole.intersects(plan.text)) return false;
@@ -227,8 +279,21 @@ Plan planFor(std::u16string_view text, const Segment& segment, const Signs& sign
         plan.text = {start, std::max(plan.text.end(), whole.end()) - start};
         return true;
     };
-    // No sign within code means anything: what is styled holds the code whole or stays out of it.
+    const auto widenOverSolids = [&] {
+        visitTouching(line.solids, segment.range, [&](const Styled& one) {
+            if (!touches(one, segment.range)) widen(one);
+        });
+    };
+    if (signs.sign == u'`') {
+        widenOverSolids();
+        return plan;
+    }
+    const auto around = signsAround(text, segment.line->line.content, segment.range, signs);
+    if (around && !isOtherwiseTaken(line.styled, *around)) return {{*around}, segment.range, true};
+    // No sign within code means anything, and one within a link breaks it: what is styled holds them whole or
+    // stays out of them.
     visitTouching(line.code, segment.range, widen);
+    widenOverSolids();
     visitTouching(line.styled, TextRange(plan.text), [&](const Styled& one) {
         if (widen(one)) plan.within.push_back(one);
     });
@@ -258,7 +323,7 @@ std::optional<TextEdit> toggled(std::u16string_view text, TextRange selection,
     for (const Segment& segment : segments) {
         if (segment.line != line.line) {
             line = {segment.line, styledIn(text, *segment.line, signs),
-                    codeIn(text, segment.line->line.content)};
+                    codeIn(text, segment.line->line.content), solidsIn(text, *segment.line)};
         }
         Plan plan = planFor(text, segment, signs, line);
         const std::size_t start = plan.within.empty()
@@ -372,13 +437,31 @@ std::u16string escapedTarget(std::u16string_view url) {
     return target;
 }
 
+/// Whether the stretch of a line can be made a link: not code, and no link holds another.
+bool mayBeLinked(std::u16string_view text, const NoteLine& here, TextRange range) {
+    const auto links = linksIn(text, here);
+    return !isInCode(text, here, range) && std::none_of(links.begin(), links.end(), [&](const Styled& link) {
+        return link.whole().intersects(range) ||
+               (range.location > link.whole().location && range.location < link.whole().end());
+    });
+}
+
 /// The one segment of a selection that lies in one line.
 std::optional<TextRange> onlySegment(std::u16string_view text, TextRange selection) {
     const auto lines = NoteLines::selected(text, selection);
     if (lines.size() != 1) return std::nullopt;
     const auto segments = segmentsOf(text, selection, lines);
-    if (segments.size() != 1 || isInCode(text, lines.front(), segments.front().range)) return std::nullopt;
+    if (segments.size() != 1 || !mayBeLinked(text, lines.front(), segments.front().range))
+        return std::nullopt;
     return segments.front().range;
+}
+
+/// The address at the caret, else the word.
+TextRange linkedAt(std::u16string_view text, std::size_t caret, TextRange limits) {
+    const auto link = LinkAt::at(text, caret);
+    if (!link || !std::holds_alternative<LinkAt::Address>(link->value))
+        return NoteLines::word(text, caret, limits);
+    return link->range;
 }
 
 }  // namespace
@@ -395,7 +478,8 @@ std::optional<TextEdit> toggle(InlineStyle style, std::u16string_view text, Text
         if (runFrom(text, segment.range.location, segment.range.end(), signs.sign) == segment.range.length)
             return true;
         if (signs.sign == u'`') return false;
-        if (read.line != segment.line) read = {segment.line, {}, codeIn(text, segment.line->line.content)};
+        if (read.line != segment.line)
+            read = {segment.line, {}, codeIn(text, segment.line->line.content), {}};
         return isInside(read.code, segment.range);
     };
     segments.erase(std::remove_if(segments.begin(), segments.end(), unfit), segments.end());
@@ -407,25 +491,26 @@ std::optional<TextEdit> toggleLink(std::u16string_view text, TextRange selection
     selection = TextDraft::snapped(text, selection);
     const NoteLine here = NoteLines::at(text, selection.location);
     if (!here.isProse() || selection.end() > here.line.content.end()) return std::nullopt;
-    const TextRange line = here.line.content;
-    const std::u16string_view shown = here.shown(text);
-    for (const auto& link : MarkdownSpans::linkMatches(shown, /*images=*/false)) {
-        const TextRange whole{line.location + link.range.location, link.range.length};
-        const TextRange inner{line.location + link.text.location, link.text.length};
+    for (const Styled& link : linksIn(text, here)) {
+        const TextRange whole = link.whole();
         const bool inside = selection.empty()
                                 ? selection.location > whole.location && selection.location < whole.end()
                                 : selection.location >= whole.location && selection.end() <= whole.end();
-        const bool image = whole.location > line.location && text[whole.location - 1] == u'!';
-        if (!inside || image || isInCode(text, here, whole)) continue;
+        if (!inside) continue;
+        if (text[whole.location] == u'!') return std::nullopt;
+        std::size_t start = link.opening.end();
+        const std::size_t alias = piece(text, whole).find(u'|');
+        if (link.opening.length > 1 && alias != std::u16string_view::npos) start = whole.location + alias + 1;
         TextDraft draft(text, selection);
-        draft.replace({{{whole.location, 1}, {}}, {{inner.end(), whole.end() - inner.end()}, {}}});
+        draft.replace({{{whole.location, start - whole.location}, {}}, {link.closing, {}}});
         return draft.finish();
     }
     TextRange range{selection};
     if (selection.empty()) {
         const auto limits = typingLimits(text, here, selection.location);
-        if (!limits || isInCode(text, here, selection)) return std::nullopt;
-        range = NoteLines::word(text, selection.location, *limits);
+        if (!limits) return std::nullopt;
+        range = linkedAt(text, selection.location, *limits);
+        if (!mayBeLinked(text, here, range)) return std::nullopt;
     } else {
         const auto segment = onlySegment(text, selection);
         if (!segment) return std::nullopt;
@@ -463,7 +548,7 @@ std::optional<TextEdit> wrapSelection(std::u16string_view text, TextRange select
         LineStyles read;
         for (const Segment& segment : segments) {
             if (read.line != segment.line)
-                read = {segment.line, {}, codeIn(text, segment.line->line.content)};
+                read = {segment.line, {}, codeIn(text, segment.line->line.content), {}};
             if (typed != u'`' && isInside(read.code, segment.range)) return std::nullopt;
             pieces.push_back({{segment.range.location, 0}, std::u16string(1, typed)});
             pieces.push_back({{segment.range.end(), 0}, std::u16string(1, typed)});
