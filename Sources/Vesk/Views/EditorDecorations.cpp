@@ -58,6 +58,10 @@ EditorDecorations::EditorDecorations(GtkTextView* view, StyledBuffer& content)
     static constexpr GdkRGBA clear{0, 0, 0, 0.001F};  // Pango takes nothing for not given
     unseen_ = gtk_text_buffer_create_tag(content_.buffer(), nullptr, "foreground-rgba", &clear,
                                          "strikethrough", FALSE, nullptr);
+    // In a font of one width, so that a tick doesn't push the text away; smaller, so that it doesn't make the
+    // line higher.
+    box_ =
+        gtk_text_buffer_create_tag(content_.buffer(), nullptr, "family", "Monospace", "scale", 0.85, nullptr);
 }
 
 EditorDecorations::~EditorDecorations() {
@@ -254,12 +258,15 @@ void EditorDecorations::setLook(TextRange line, const Look& look) {
 void EditorDecorations::setSigns(const Line& line, bool isShown) {
     const auto content = EditorLines::piece(content_.text(), line.content);
     content_.remove(unseen_, line.full);
+    content_.remove(box_, line.full);
     if (isShown || line.isCode || line.isFrontmatter || content.size() > MarkdownSpans::longLineLimit) return;
     const auto indent = indentOf(content);
     const auto kind = BlockModel::classify(content).kind;
     TextRange unseen;
-    if (std::holds_alternative<MarkdownBlock::Kind::Task>(kind.value))
+    if (std::holds_alternative<MarkdownBlock::Kind::Task>(kind.value)) {
         unseen = {line.content.location + indent, std::min<std::size_t>(5, content.size() - indent)};
+        content_.apply(box_, {unseen.location + 3, 1});
+    }
     if (const auto* plain = std::get_if<MarkdownBlock::Kind::Plain>(&kind.value)) {
         if (*plain == MarkdownBlock::Kind::Plain::bullet) unseen = {line.content.location + indent, 1};
         if (*plain == MarkdownBlock::Kind::Plain::divider) unseen = line.content;

@@ -116,6 +116,7 @@ private:
     std::shared_ptr<EditorImages> images_;
     EditorTheme theme_;
     GtkTextTag* unseen_ = nullptr;  ///< signs that something is drawn over
+    GtkTextTag* box_ = nullptr;     ///< of them what stands in a task's box
     std::vector<std::pair<Look, GtkTextTag*>> looks_;
     std::map<std::u16string, int> widths_;
     std::vector<Grid> grids_;
