@@ -50,6 +50,14 @@ EditorTheme EditorTheme::current(double bodyPoints) {
         theme.gridLine = parsed(isStrong ? "rgba(0,0,0,0.6)" : "rgba(0,0,0,0.14)");
         theme.gridHeader = parsed("rgba(0,0,0,0.04)");
     }
+    if (isStrong) {
+        const bool isDark = theme.isDark;
+        theme.text = parsed(isDark ? "#ffffff" : "#000000");
+        theme.accent = parsed(isDark ? "#99c1f1" : "#1a5fb4");
+        theme.codeBackground = parsed(isDark ? "rgba(255,255,255,0.22)" : "rgba(0,0,0,0.14)");
+        theme.codeBlockBackground = parsed(isDark ? "rgba(255,255,255,0.14)" : "rgba(0,0,0,0.09)");
+        theme.highlight = parsed(isDark ? "rgba(248,228,92,0.45)" : "rgba(245,194,17,0.65)");
+    }
     char* interfaceFont = nullptr;
     if (GtkSettings* settings = gtk_settings_get_default())
         g_object_get(settings, "gtk-font-name", &interfaceFont, nullptr);

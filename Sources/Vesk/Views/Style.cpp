@@ -1,5 +1,7 @@
 #include "Vesk/Views/Style.h"
 
+#include <string>
+
 #include "Vesk/Views/Toolkit.h"
 
 namespace vesk::views {
@@ -62,6 +64,40 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .completion > contents { padding: 4px; }
 )css";
 
+// Folder colours that can be told from a dark ground.
+constexpr const char* onDark = R"css(
+.folder-red { color: #ff7b7b; } .folder-orange { color: #ffa348; } .folder-yellow { color: #f8e45c; }
+.folder-green { color: #57e389; } .folder-teal { color: #5fd7d7; } .folder-blue { color: #99c1f1; }
+.folder-indigo { color: #a9a9f5; } .folder-purple { color: #dc8add; } .folder-pink { color: #f5a6c8; }
+.folder-brown { color: #cdab8f; } .folder-gray { color: #c0bfbc; }
+)css";
+// For high contrast: colours of at least 4.5 : 1 on the ground, and lines round what else only a tint sets
+// off.
+constexpr const char* strongOnLight = R"css(
+.folder-red { color: #a51d2d; } .folder-orange { color: #9c4500; } .folder-yellow { color: #7a5c00; }
+.folder-green { color: #1b6e43; } .folder-teal { color: #0d6161; } .folder-blue { color: #1a5fb4; }
+.folder-indigo { color: #3b3ba8; } .folder-purple { color: #613583; } .folder-pink { color: #99385f; }
+.folder-brown { color: #63452c; } .folder-gray { color: #3d3846; }
+)css";
+constexpr const char* strong = R"css(
+.note-banner, .assistant-question, .assistant-failure, .assistant-composer, .assistant-answer .answer-code, .plan-side, .diff-count { box-shadow: inset 0 0 0 1px currentColor; }
+.assistant-answer .answer-quote { border-left-color: currentColor; }
+.pane-handle { background-color: currentColor; }
+.plan-blocked { opacity: 0.85; }
+)css";
+
+/// What of the style depends on the desktop's looks.
+void follow(GtkCssProvider* provider) {
+    auto* manager = adw_style_manager_get_default();
+    const bool isDark = adw_style_manager_get_dark(manager);
+    const bool isStrong = adw_style_manager_get_high_contrast(manager);
+    const std::string rules = std::string(isDark     ? onDark
+                                          : isStrong ? strongOnLight
+                                                     : "") +
+                              (isStrong ? strong : "");
+    gtk_css_provider_load_from_data(provider, rules.data(), static_cast<gssize>(rules.size()));
+}
+
 }  // namespace
 
 void installStyle() {
@@ -70,6 +106,12 @@ void installStyle() {
     gtk_style_context_add_provider_for_display(gdk_display_get_default(), GTK_STYLE_PROVIDER(provider),
                                                GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     g_object_unref(provider);
+    auto* looks = gtk_css_provider_new();  // stays for the life of the display
+    gtk_style_context_add_provider_for_display(gdk_display_get_default(), GTK_STYLE_PROVIDER(looks),
+                                               GTK_STYLE_PROVIDER_PRIORITY_APPLICATION + 1);
+    follow(looks);
+    for (const char* change : {"notify::dark", "notify::high-contrast"})
+        onSignal(adw_style_manager_get_default(), change, [looks] { follow(looks); });
     gtk_icon_theme_add_resource_path(gtk_icon_theme_get_for_display(gdk_display_get_default()),
                                      "/com/tarnlight/vesk/icons");
 }
