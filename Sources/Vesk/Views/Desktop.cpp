@@ -327,6 +327,8 @@ void DesktopApplication::endNow() {
     workspace_.close();
     // Not from inside one of its own signals.
     Glib::signal_idle().connect_once([this] {
+        // What has the keyboard would tell of losing it while it is being taken apart.
+        if (window_) gtk_window_set_focus(window_->window(), nullptr);
         assistant_.reset();
         window_.reset();
         quit();

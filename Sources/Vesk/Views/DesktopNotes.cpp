@@ -217,7 +217,7 @@ void DesktopApplication::emptyTrash() {
     adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
     adw_message_dialog_add_response(dialog, "empty", _("Empty Trash"));
     adw_message_dialog_set_response_appearance(dialog, "empty", ADW_RESPONSE_DESTRUCTIVE);
-    adw_message_dialog_set_close_response(dialog, "cancel");
+    beginAt(dialog, "cancel");
     onSignal(dialog, "response::empty", [this] { workspace_.emptyTrash(); });
     gtk_window_present(GTK_WINDOW(dialog));
 }

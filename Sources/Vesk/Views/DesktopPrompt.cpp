@@ -15,7 +15,55 @@ GtkWidget* buttonLabelled(GtkWidget* widget, const std::string& label) {
     return nullptr;
 }
 
+struct Beginning {
+    AdwMessageDialog* dialog;
+    std::string response;
+    bool hasLeft = false;  ///< the person went to another answer
+};
+
+void goToAnswer(Beginning& beginning) {
+    if (beginning.hasLeft) return;
+    const char* label = adw_message_dialog_get_response_label(beginning.dialog, beginning.response.c_str());
+    if (auto* button = buttonLabelled(GTK_WIDGET(beginning.dialog), label)) gtk_widget_grab_focus(button);
+}
+
+gboolean answerKey(GtkEventControllerKey*, guint key, guint, GdkModifierType, gpointer data) {
+    auto& beginning = *static_cast<Beginning*>(data);
+    switch (key) {
+        case GDK_KEY_Return:
+        case GDK_KEY_KP_Enter:
+        case GDK_KEY_ISO_Enter:
+        case GDK_KEY_space:
+        case GDK_KEY_KP_Space:
+            if (beginning.hasLeft) return FALSE;
+            beginning.hasLeft = true;
+            gtk_window_close(GTK_WINDOW(beginning.dialog));  // which is this answer
+            return TRUE;
+        case GDK_KEY_Tab:
+        case GDK_KEY_ISO_Left_Tab:
+        case GDK_KEY_Left:
+        case GDK_KEY_Right:
+        case GDK_KEY_Up:
+        case GDK_KEY_Down:
+            beginning.hasLeft = true;
+            return FALSE;
+        default:
+            return FALSE;
+    }
+}
+
 }  // namespace
+
+void beginAt(AdwMessageDialog* dialog, const char* response) {
+    adw_message_dialog_set_default_response(dialog, response);
+    adw_message_dialog_set_close_response(dialog, response);
+    const auto beginning = std::make_shared<Beginning>(Beginning{dialog, response});
+    auto* keys = gtk_event_controller_key_new();
+    gtk_event_controller_set_propagation_phase(keys, GTK_PHASE_CAPTURE);
+    g_signal_connect(keys, "key-pressed", G_CALLBACK(answerKey), beginning.get());
+    gtk_widget_add_controller(GTK_WIDGET(dialog), keys);
+    onSignal(dialog, "notify::focus-widget", [beginning] { goToAnswer(*beginning); });
+}
 
 void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingChoice)> answer) {
     auto* dialog = ADW_MESSAGE_DIALOG(
@@ -24,8 +72,7 @@ void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingCho
     adw_message_dialog_add_response(dialog, "elsewhere", alert.saveElsewhere.c_str());
     adw_message_dialog_add_response(dialog, "leave", alert.leave.c_str());
     adw_message_dialog_set_response_appearance(dialog, "leave", ADW_RESPONSE_DESTRUCTIVE);
-    adw_message_dialog_set_default_response(dialog, "stay");
-    adw_message_dialog_set_close_response(dialog, "stay");
+    beginAt(dialog, "stay");
     g_signal_connect_data(
         dialog, "response", G_CALLBACK(+[](AdwMessageDialog*, const char* response, gpointer data) {
             const std::string_view chosen = response;
@@ -40,8 +87,6 @@ void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingCho
         +[](gpointer data, GClosure*) { delete static_cast<std::function<void(LeavingChoice)>*>(data); },
         GConnectFlags(0));
     gtk_window_present(GTK_WINDOW(dialog));
-    // The keyboard would begin on the button that lets the text go.
-    if (auto* stay = buttonLabelled(GTK_WIDGET(dialog), alert.stay)) gtk_widget_grab_focus(stay);
 }
 
 void DesktopPrompt::chooseFolder(const std::string& message,

@@ -27,4 +27,8 @@ void chooseFolder(GtkWindow* parent, const std::string& title, const std::string
 /// Shows files in the desktop's file manager.
 void revealFiles(const std::vector<FilePath>& files);
 
+/// The harmless answer to a question: it is what Return and Escape mean. The keyboard would begin at whatever
+/// button stands on top, which in a dialogue with long buttons is the one that can't be undone.
+void beginAt(AdwMessageDialog* dialog, const char* response);
+
 }  // namespace vesk::views
