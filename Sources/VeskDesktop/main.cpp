@@ -27,6 +27,14 @@ namespace {
 
 constexpr unsigned workers = 4;
 
+/// Words in other languages: beside the program, wherever it was installed.
+std::filesystem::path words() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto beside = program.parent_path().parent_path() / "share/locale";
+    return !error && std::filesystem::exists(beside, error) ? beside : VESK_LOCALES;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -36,7 +44,7 @@ int main(int argc, char** argv) {
         std::puts("vesk-desktop " VESK_VERSION);
         return 0;
     }
-    bindtextdomain("vesk", VESK_LOCALES);
+    bindtextdomain("vesk", words().c_str());
     bind_textdomain_codeset("vesk", "UTF-8");
     textdomain("vesk");
     Interrupts interrupts;
