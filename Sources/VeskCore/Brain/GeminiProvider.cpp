@@ -118,7 +118,8 @@ std::string GeminiProvider::streamCall(const std::string& model) {
 void GeminiProvider::stream(const BrainRequest& request, const std::string& model, const Sink& sink,
                             std::stop_token stop) const {
     throwingBrainErrors(stop, GeminiAPI::unreachable, [&] {
-        const auto call = GeminiAPI::post(streamCall(model), encodeBody(request, model), keychain_);
+        const auto target = streamCall(model);
+        const auto call = GeminiAPI::post(target, encodeBody(request, model), keychain_);
         GeminiStream reply;
         const auto refused = readModelStream(
             transport_, call, [](int status) { return status >= 200 && status <= 299; }, errorBodyLimit,

@@ -86,6 +86,56 @@ TEST(BrainProvidersOfAProgram, TellAServerWithoutModels) {
     EXPECT_EQ(rows[1], "ollama: Ollama (local) is running but has no model loaded. Load one and try again.");
 }
 
+/// Notes how long each request would wait, and fails it.
+class WaitingTransport final : public HttpTransport {
+public:
+    void send(const HttpRequest& request, const Sink&, std::stop_token) override {
+        using std::chrono::duration_cast;
+        using std::chrono::seconds;
+        waits.push_back(std::to_string(duration_cast<seconds>(request.idleTimeout).count()) + " of " +
+                        std::to_string(duration_cast<seconds>(request.totalTimeout).count()));
+        throw HttpError(HttpError::Kind::timedOut);
+    }
+    std::vector<std::string> waits;
+};
+
+TEST(BrainProvidersOfAProgram, WaitAsLongAsTheirServicesMayTake) {
+    const struct {
+        BrainProviderID id;
+        std::string waits;  ///< seconds without a byte, of seconds in all
+        std::string failure;
+    } rows[] = {
+        {BrainProviderID::anthropic, "300 of 3600", "Couldn't reach Claude: The request timed out."},
+        {BrainProviderID::gemini, "60 of 3600", "Couldn't reach Gemini: The request timed out."},
+        {BrainProviderID::openai, "60 of 3600",
+         "Couldn't reach api.openai.com. Check the internet connection and try again."},
+        {BrainProviderID::ollama, "60 of 3600",
+         "Ollama isn't answering on 127.0.0.1:11434. Start it from the menu bar app, or run `ollama serve` "
+         "in Terminal."},
+        {BrainProviderID::lmstudio, "60 of 3600",
+         "LM Studio's local server isn't answering on 127.0.0.1:1234. Open LM Studio, go to the Developer "
+         "tab and start the server."},
+        {BrainProviderID::custom, "60 of 3600",
+         "Couldn't reach models.example.com. Check the address, and whether the service needs an API key."},
+    };
+    WaitingTransport transport;
+    MemorySecretStore secrets;
+    Keychain keychain(secrets);
+    VirtualTime time;
+    MemoryUserDefaults defaults;
+    for (const auto* account : {"anthropic", "gemini", "openai"}) keychain.set("k", account);
+    CustomEndpoint(defaults).setBaseURL("https://models.example.com/v1");
+    const BrainProviders providers(transport, secrets, defaults, time, time);
+    for (const auto& row : rows) {
+        const auto provider = providers.make(row.id);
+        EXPECT_EQ(ask(*provider, question("q"), "m"), std::vector<std::string>{"failed: " + row.failure});
+        EXPECT_EQ(transport.waits, std::vector<std::string>{row.waits}) << rawValue(row.id);
+        transport.waits.clear();
+    }
+    providers.probeLocalServers(true, {});
+    EXPECT_EQ(transport.waits, (std::vector<std::string>{"2 of 2", "2 of 2"})) << "a look at each server";
+}
+
 TEST(BrainProvidersOfAProgram, KeepWhatAServerTellsThatPlaysTheOnDeviceModelToo) {
     ModelWorld world;
     VirtualTime time;

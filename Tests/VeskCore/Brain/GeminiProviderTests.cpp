@@ -125,6 +125,9 @@ TEST(GeminiProviders, SendNothingWithoutAKeyAQuestionOrAModelsName) {
         EXPECT_EQ(ask(provider, question("q"), model),
                   Events{"failed: \"" + model + "\" isn't a model name Vesk can send to Gemini."});
     }
+    EXPECT_EQ(ask(provider, question(" "), "a/b"),
+              Events{"failed: \"a/b\" isn't a model name Vesk can send to Gemini."})
+        << "the first fault is told";
     EXPECT_TRUE(world.server.requests().empty());
 }
 
