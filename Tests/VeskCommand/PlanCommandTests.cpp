@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Program.h"
@@ -108,6 +109,86 @@ TEST_F(PlanCommands, ReportFailures) {
     EXPECT_NE(ran.out.find("1 applied · 1 failed\n"), std::string::npos) << ran.out;
     EXPECT_EQ(program.vault.read("Old/x.md"), "x\n");
     EXPECT_EQ(program.vault.read("a.md"), "---\nstatus: done\n---\nwords\n");
+}
+
+TEST_F(PlanCommands, TouchNothingOutsideTheVault) {
+    const ScratchFolder outside;
+    outside.write("secret.md", "secret\n");
+    outside.write("Deep/deep.md", "deep\n");
+    const auto& vault = program.vault;
+    std::filesystem::create_directory_symlink(outside.path(), vault / "link");
+    std::filesystem::create_symlink(outside / "secret.md", vault / "note.md");
+    vault.write("Site/index.html", "<p>page</p>\n");
+    vault.write("look.css", "p {}\n");
+    const std::string hidden = " is inside a hidden folder, where notes can't be seen.",
+                      pages =
+                          "Vesk leaves web pages and stylesheets where they are. A page finds its styles and "
+                          "pictures by where it sits.",
+                      holdsPages =
+                          "This folder holds web pages. Move it to the Trash from the sidebar if you mean "
+                          "to.";
+    const struct {
+        std::string operation, issue;
+    } rows[] = {
+        {R"("create", "path": "../up.md", "content": "x")", "\"../up.md\" is outside the vault."},
+        {R"("create", "path": "/../../up", "content": "x")", "\"../../up.md\" is outside the vault."},
+        {R"("update", "path": "x/../../a.md", "content": "x")", "\"x/../../a.md\" is outside the vault."},
+        {R"("rename", "from": "a.md", "to": "../a.md")", "\"../a.md\" is outside the vault."},
+        {R"("move", "path": "a.md", "to_folder": "..")", "\"../a.md\" is outside the vault."},
+        {R"("trash", "path": "..")", "\"...md\"" + hidden},
+        {R"("create", "path": ".vesk/style.md", "content": "x")", "\".vesk/style.md\"" + hidden},
+        {R"("rename", "from": "a.md", "to": "Old/.a.md")", "\"Old/.a.md\"" + hidden},
+        {R"("create", "path": "page.html", "content": "x")", pages},
+        {R"("trash", "path": "Site/index.html")", pages},
+        {R"("rename", "from": "look.css", "to": "look.md")", pages},
+        {R"("trash_folder", "path": "Site")", holdsPages},
+        {R"("create", "path": "A.MD", "content": "x")",
+         "A.MD already exists — Vesk won't overwrite it with a new note."},
+        {R"("rename", "from": "a.md", "to": "old/X.md")", "A note is already called old/X.md."},
+        {R"("create_folder", "path": "OLD")", "OLD/ already exists."},
+        {R"("create", "path": "link/new.md", "content": "x")", "\"link/new.md\" is outside the vault."},
+        {R"("update", "path": "link/secret.md", "content": "x")", "The note link/secret.md doesn't exist."},
+        {R"("rename", "from": "a.md", "to": "link/a.md")", "\"link/a.md\" is outside the vault."},
+        {R"("trash", "path": "link/secret.md")", "The note link/secret.md doesn't exist."},
+        {R"("rename_folder", "from": "link/Deep", "to": "Deep")", "There's no folder called link/Deep."},
+        {R"("rename_folder", "from": "Old", "to": "link/Old")", "\"link/Old\" is outside the vault."},
+        {R"("trash_folder", "path": "link")", "There's no folder called link."},
+        {R"("update", "path": "note.md", "content": "x")", "\"note.md\" is outside the vault."},
+        {R"("set_property", "path": "note.md", "key": "k", "value": "v")",
+         "\"note.md\" is outside the vault."},
+        {R"("trash_folder", "path": "/")",
+         "Vesk won't do that — that names the whole vault, not a folder inside it."},
+        {R"("rename_folder", "from": "Old", "to": "../Old")",
+         "Vesk won't do that — \"../Old\" isn't a usable folder path."},
+        {R"("trash_folder", "path": ".trash")",
+         "Vesk won't do that — \".trash\" is one of Vesk's own folders."},
+    };
+    std::string hostile;
+    for (const auto& row : rows)
+        hostile += (hostile.empty() ? "[{\"op\": " : "},\n{\"op\": ") + row.operation;
+    hostile += "}]";
+    const auto before = vault.list();
+    const auto checked = Json::parse(program.run({"plan", "check", "-", "--json"}, hostile).out);
+    const auto& told = *checked.find("operations")->asArray();
+    ASSERT_EQ(told.size(), std::size(rows));
+    for (std::size_t i = 0; i < told.size(); ++i) {
+        EXPECT_EQ(told[i].find("issue")->string("severity"), "blocking") << rows[i].operation;
+        EXPECT_EQ(told[i].find("issue")->string("message"), rows[i].issue) << rows[i].operation;
+    }
+
+    const auto applied = Json::parse(program.run({"plan", "apply", "-", "--json"}, hostile).out);
+    EXPECT_EQ(applied.find("report")->string("summary"), fmt::format("0 applied · {} skipped", told.size()));
+    // What looks like a place on this machine is one in the vault.
+    const auto absolute = outside.path().string() + "/new.md";
+    EXPECT_EQ(
+        program.run({"plan", "apply", "-"}, R"([{"op": "create", "path": ")" + absolute + "\"}]").status, 0);
+    EXPECT_TRUE(vault.exists(absolute.substr(1)));
+    std::filesystem::remove_all(vault / absolute.substr(1, absolute.find('/', 1) - 1));
+    EXPECT_EQ(vault.list(), before);
+    EXPECT_EQ(vault.read("a.md"), "words\n");
+    EXPECT_EQ(outside.list(), (std::vector<std::string>{"Deep", "secret.md"}));
+    EXPECT_EQ(outside.read("secret.md"), "secret\n");
+    EXPECT_EQ(outside.read("Deep/deep.md"), "deep\n");
 }
 
 TEST_F(PlanCommands, RefuseWhatTheyCannotRead) {
