@@ -91,14 +91,24 @@ std::u16string lineEnd(std::u16string_view text, const Line& line) {
 
 TextRange word(std::u16string_view text, std::size_t caret, TextRange limits) {
     std::size_t start = caret, end = caret;
+    // An apostrophe between letters is part of their word.
+    const auto isPart = [&](char32_t c, std::size_t from, std::size_t to) {
+        if (isWordCharacter(c)) return true;
+        if ((c != U'\'' && c != U'’') || from == limits.location || to == limits.end()) return false;
+        std::size_t other = from;
+        return isWordCharacter(codePointBefore(text, from, other)) &&
+               isWordCharacter(codePointAt(text, to, other));
+    };
     for (std::size_t at = start; at > limits.location;) {
         std::size_t before = at;
-        if (!isWordCharacter(codePointBefore(text, at, before)) || before < limits.location) break;
+        const char32_t c = codePointBefore(text, at, before);
+        if (!isPart(c, before, at) || before < limits.location) break;
         start = at = before;
     }
     for (std::size_t at = end; at < limits.end();) {
         std::size_t behind = at;
-        if (!isWordCharacter(codePointAt(text, at, behind)) || behind > limits.end()) break;
+        const char32_t c = codePointAt(text, at, behind);
+        if (!isPart(c, at, behind) || behind > limits.end()) break;
         end = at = behind;
     }
     // A mark on a sign that is no letter is not where a word begins.
