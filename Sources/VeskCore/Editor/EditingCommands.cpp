@@ -33,6 +33,23 @@ std::size_t markerEnd(std::u16string_view line, const BlockModel::Classified& cl
     return static_cast<std::size_t>(classified.content.data() - line.data());
 }
 
+/// Where the marker of an item or quote that ends at `caret` begins, also within quotes.
+std::optional<std::size_t> innermostMarker(std::u16string_view line, std::size_t caret) {
+    constexpr int deepestQuote = 8;
+    std::size_t start = 0;
+    for (int depth = 0; depth < deepestQuote; ++depth) {
+        const std::u16string_view rest = line.substr(start);
+        const BlockModel::Classified classified = BlockModel::classify(rest);
+        const bool isQuote = classified.kind == quote;
+        if (!isQuote && !ListNumbering::isItem(classified.kind)) return std::nullopt;
+        const std::size_t end = start + markerEnd(rest, classified);
+        if (end == caret) return start;
+        if (!isQuote || end > caret) return std::nullopt;
+        start = end;
+    }
+    return std::nullopt;
+}
+
 bool followsItem(std::u16string_view text, std::size_t lineStart) {
     if (lineStart == 0) return false;
     const std::size_t before = EditorLines::lineStart(text, lineStart - 1);
@@ -188,13 +205,13 @@ std::optional<TextEdit> deleteBackward(std::u16string_view text, TextRange selec
     if (!here.isProse()) return std::nullopt;
     const std::u16string_view line = here.shown(text);
     const BlockModel::Classified classified = BlockModel::classify(line);
-    const std::size_t start = here.line.content.location;
     const bool item = ListNumbering::isItem(classified.kind);
-    if (!item && classified.kind != quote) return std::nullopt;
-    if (selection.location - start != markerEnd(line, classified)) return std::nullopt;
+    const std::size_t caret = selection.location - here.line.content.location;
+    const auto marker = innermostMarker(line, caret);
+    if (!marker) return std::nullopt;
     if (item && BlockModel::indentLevel(line) > 0) return outdentedItem(text, selection, here);
     TextDraft draft(text, selection);
-    draft.replace({{{start, selection.location - start}, {}}});
+    draft.replace({{{selection.location - (caret - *marker), caret - *marker}, {}}});
     return draft.finish();
 }
 
