@@ -148,32 +148,32 @@ private:
     std::vector<Run> runs_;
 };
 
-struct ColumnNeeds {
-    std::vector<double> natural, minimum;
-};
-
-ColumnNeeds columnNeeds(const Cells& cells, std::size_t columns, const Measurer& measurer) {
-    ColumnNeeds needs{std::vector<double>(columns), std::vector<double>(columns)};
+/// The greatest of what `measure` gives for the cells of each column.
+template <class Measure>
+std::vector<double> greatestOfColumns(const Cells& cells, std::size_t columns, Measure measure) {
+    std::vector<double> greatest(columns);
     for (const std::vector<Cell>& row : cells) {
-        for (std::size_t c = 0; c < std::min(columns, row.size()); ++c) {
-            needs.natural[c] = std::max(needs.natural[c], measurer.size(row[c], std::nullopt).width);
-            needs.minimum[c] = std::max(needs.minimum[c], measurer.longestWordWidth(row[c]));
-        }
+        for (std::size_t c = 0; c < std::min(columns, row.size()); ++c)
+            greatest[c] = std::max(greatest[c], measure(row[c]));
     }
-    return needs;
+    return greatest;
 }
 
-std::vector<double> columnWidths(const ColumnNeeds& needs, double available, const Policy& policy) {
-    const std::size_t columns = needs.natural.size();
+std::vector<double> columnWidths(const Cells& cells, std::size_t columns, double available,
+                                 const Policy& policy, const Measurer& measurer) {
     const double narrowest = policy.minColumnEm * policy.em;
-    std::vector<double> ideal(columns), floors(columns);
-    for (std::size_t c = 0; c < columns; ++c) {
-        ideal[c] = 2 * policy.padX + std::ceil(needs.natural[c]);
-        const double word = std::min(2 * policy.padX + needs.minimum[c], widestWordShare * available);
-        floors[c] = std::min(ideal[c], std::max(narrowest, word));
-    }
+    std::vector<double> ideal = greatestOfColumns(
+        cells, columns, [&](const Cell& cell) { return measurer.size(cell, std::nullopt).width; });
+    for (double& width : ideal) width = 2 * policy.padX + std::ceil(width);
     if (sum(ideal) <= available) return ideal;
 
+    // Laying text out is what a decision costs, so words are measured only where the columns are too wide.
+    std::vector<double> floors =
+        greatestOfColumns(cells, columns, [&](const Cell& cell) { return measurer.longestWordWidth(cell); });
+    for (std::size_t c = 0; c < columns; ++c) {
+        const double word = std::min(2 * policy.padX + floors[c], widestWordShare * available);
+        floors[c] = std::min(ideal[c], std::max(narrowest, word));
+    }
     if (const double excess = sum(floors) - available; excess > 0) {
         double slack = 0;
         for (const double floor : floors) slack += std::max(floor - narrowest, 0.0);
@@ -287,8 +287,7 @@ Decision decide(const MarkdownTable& table, const Cells& cells, double available
                 const Measurer& measurer) {
     if (const auto reason = precheck(table, availableWidth, policy)) return {*reason};
     Layout layout;
-    layout.columnWidths =
-        columnWidths(columnNeeds(cells, table.columnCount(), measurer), availableWidth, policy);
+    layout.columnWidths = columnWidths(cells, table.columnCount(), availableWidth, policy, measurer);
     const double tallest = measurer.lineHeight() * static_cast<double>(policy.maxCellLines) + heightTolerance;
     for (const std::vector<Cell>& row : cells) {
         double height = 0;

@@ -136,6 +136,8 @@ TEST(MarkdownTableGrid, SharesTheWidthOut) {
         {u"|aaaa|bbbbbbbb bbbbbbbb bbbbbbbb|\n|-|-|", 240, {56, 184}, {50}},
         // Floors of 100 and 100 where 150 are to be had shrink alike.
         {u"|aaaaaaaaaaaaaaaa|bbbbbbbbbbbbbbbb|\n|-|-|", 151, {75, 76}, {70}},
+        // Floors of 36, 60 and 60 where 150 are to be had: only what is above 40 shrinks.
+        {u"|aa|bbbbbbbbbb|cccccccccc|\n|-|-|-|", 150, {36, 57, 57}, {70}},
     };
     for (const Row& row : rows) {
         const Decision got = decided(row.text, row.width);
