@@ -158,7 +158,7 @@ void Assistant::proposed() {
 void Assistant::review() {
     if (brain_->pendingEdit.get()) return reviewEdit();
     if (!brain_->pendingPlan->empty()) return reviewPlan();
-    host_.tell("Nothing waits for review.");
+    host_.tell(_("Nothing waits for review."));
 }
 
 void Assistant::reviewEdit() {
@@ -170,7 +170,8 @@ void Assistant::reviewEdit() {
                                if (weak.expired()) return;
                                if (const auto problem = brain_->applyEdit(approved))
                                    return host_.tell(*problem);
-                               host_.tell("“" + decodedText(approved.noteTitle) + "” holds the new text.");
+                               host_.tell(Glib::ustring::compose(_("“%1” holds the new text."),
+                                                                 decodedText(approved.noteTitle)));
                            });
     const auto discard = [this, weak = std::weak_ptr<int>(life_)] {
         if (!weak.expired()) brain_->discardPendingEdit();
@@ -199,7 +200,8 @@ void Assistant::cite(const CitedNote& note) {
     if (!workspace_.vault.get()) return;
     if (note.documentLabel) return host_.openFile(workspace_.vault.get()->absolutePath(note.path));
     if (!workspace_.note(note.path))
-        return host_.tell("“" + decodedText(note.title) + "” isn't in the vault any more.");
+        return host_.tell(
+            Glib::ustring::compose(_("“%1” isn't in the vault any more."), decodedText(note.title)));
     passage_ = Passage{note.path, note.passage};
     host_.showNote(note.path);
     placePassage();
@@ -228,7 +230,8 @@ void Assistant::follow(const AnswerLink& link) {
         if (isPath || (!found && equalsIgnoringCase(note.title, name))) found = &note;
         if (isPath) break;
     }
-    if (!found) return host_.tell("There is no note called “" + decodedText(name) + "”.");
+    if (!found)
+        return host_.tell(Glib::ustring::compose(_("There is no note called “%1”."), decodedText(name)));
     host_.showNote(std::string(found->relativePath));
 }
 

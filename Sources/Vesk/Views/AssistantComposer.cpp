@@ -20,11 +20,11 @@ const std::vector<std::string>& commands() {
 const char* scopeWords(AIScope scope) {
     switch (scope) {
         case AIScope::vault:
-            return "Whole vault";
+            return _("Whole vault");
         case AIScope::note:
-            return "This note";
+            return _("This note");
         case AIScope::selection:
-            return "Selection";
+            return _("Selection");
     }
     return "";
 }
@@ -37,7 +37,7 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     text_.set_right_margin(10);
     text_.set_top_margin(9);
     text_.set_bottom_margin(4);
-    setAccessibleName(text_, "Your question");
+    setAccessibleName(text_, _("Your question"));
     text_.get_buffer()->signal_changed().connect([this] { changed(); });
     keys_ = Gtk::EventControllerKey::create();
     keys_->set_propagation_phase(Gtk::PropagationPhase::CAPTURE);
@@ -55,7 +55,7 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     scroller_.set_propagate_natural_height(true);
     scroller_.set_max_content_height(tallest);
     scroller_.set_child(text_);
-    placeholder_.set_text("Ask, or type / for a scope");
+    placeholder_.set_text(_("Ask, or type / for a scope"));
     placeholder_.add_css_class("dim-label");
     placeholder_.set_xalign(0);
     placeholder_.set_halign(Gtk::Align::START);
@@ -83,8 +83,8 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     scope_.add_css_class("flat");
     scope_.add_css_class("assistant-small");
     scope_.set_always_show_arrow(true);
-    scope_.set_tooltip_text("What the question is about");
-    setAccessibleName(scope_, "What the question is about");
+    scope_.set_tooltip_text(_("What the question is about"));
+    setAccessibleName(scope_, _("What the question is about"));
     bar_.set_margin(4);
     bar_.append(scope_);
     auto* space = Gtk::make_managed<Gtk::Box>();
@@ -97,10 +97,10 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
         button.set_valign(Gtk::Align::CENTER);
         setAccessibleName(button, name);
     };
-    round(send_, "go-up-symbolic", "Send");
+    round(send_, "go-up-symbolic", _("Send"));
     send_.add_css_class("suggested-action");
     send_.signal_clicked().connect([this] { send(); });
-    round(stop_, "media-playback-stop-symbolic", "Stop");
+    round(stop_, "media-playback-stop-symbolic", _("Stop"));
     stop_.signal_clicked().connect([this] {
         if (onStop) onStop();
         focusText();
@@ -121,7 +121,7 @@ AssistantComposer::AssistantComposer() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     completionList_.set_activate_on_single_click(true);
     completionList_.signal_row_activated().connect(
         [this](Gtk::ListBoxRow* row) { complete(row->get_index()); });
-    setAccessibleName(completionList_, "Commands");
+    setAccessibleName(completionList_, _("Commands"));
     completions_.set_child(completionList_);
     setScope(AIScope::vault);
     setStreaming(false);

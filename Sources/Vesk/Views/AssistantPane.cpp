@@ -50,20 +50,20 @@ void AssistantPane::buildBar() {
         asks->append(std::string(title(action)), "assistant." + name);
         group->add_action(name, [this, action] { actions_.run(action); });
     }
-    files->append("File This Note…", "assistant.file-note");
+    files->append(_("File This Note…"), "assistant.file-note");
     group->add_action("file-note", [this] { actions_.fileNote(); });
     menu->append_section(asks);
     menu->append_section(files);
     insert_action_group("assistant", group);
     quickActions_.set_icon_name("starred-symbolic");
     quickActions_.set_menu_model(menu);
-    quickActions_.set_tooltip_text("Quick Actions");
+    quickActions_.set_tooltip_text(_("Quick Actions"));
     quickActions_.add_css_class("flat");
-    setAccessibleName(quickActions_, "Quick Actions");
+    setAccessibleName(quickActions_, _("Quick Actions"));
     clear_.set_icon_name("document-new-symbolic");
-    clear_.set_tooltip_text("New Conversation");
+    clear_.set_tooltip_text(_("New Conversation"));
     clear_.add_css_class("flat");
-    setAccessibleName(clear_, "New Conversation");
+    setAccessibleName(clear_, _("New Conversation"));
     clear_.signal_clicked().connect([this] {
         brain_->cancel();
         brain_->clear();
@@ -81,7 +81,7 @@ void AssistantPane::buildConversation() {
     turns_.set_valign(Gtk::Align::START);
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_child(turns_);
-    setAccessibleName(scroller_, "Conversation");
+    setAccessibleName(scroller_, _("Conversation"));
     auto* empty = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     empty->set_spacing(10);
     empty->set_valign(Gtk::Align::CENTER);

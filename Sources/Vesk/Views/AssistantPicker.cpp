@@ -20,7 +20,7 @@ AssistantPicker::AssistantPicker(std::shared_ptr<BrainSession> brain, std::funct
     : brain_(std::move(brain)) {
     button_.add_css_class("flat");
     summary_.add_css_class("heading");
-    button_.set_tooltip_text("Which model answers");
+    button_.set_tooltip_text(_("Which model answers"));
     summary_.set_ellipsize(Pango::EllipsizeMode::END);
     summary_.set_max_width_chars(18);
     auto* arrow = Gtk::make_managed<Gtk::Image>();
@@ -35,7 +35,7 @@ AssistantPicker::AssistantPicker(std::shared_ptr<BrainSession> brain, std::funct
     scroller_.set_size_request(width, -1);
     list_.set_spacing(2);
     scroller_.set_child(list_);
-    settings_.set_label("Settings…");
+    settings_.set_label(_("Settings…"));
     settings_.add_css_class("flat");
     settings_.set_hexpand(true);
     settings_.signal_clicked().connect([this, openSettings = std::move(openSettings)] {
@@ -44,8 +44,8 @@ AssistantPicker::AssistantPicker(std::shared_ptr<BrainSession> brain, std::funct
     });
     again_.set_icon_name("view-refresh-symbolic");
     again_.add_css_class("flat");
-    again_.set_tooltip_text("Look for models again");
-    setAccessibleName(again_, "Look for models again");
+    again_.set_tooltip_text(_("Look for models again"));
+    setAccessibleName(again_, _("Look for models again"));
     again_.signal_clicked().connect([this] { brain_->refreshProviders(true); });
     bar_.add_css_class("assistant-picker-bar");
     bar_.append(settings_);
@@ -74,7 +74,7 @@ AssistantPicker::AssistantPicker(std::shared_ptr<BrainSession> brain, std::funct
 void AssistantPicker::refresh() {
     const auto summary = brain_->activeSummary();
     summary_.set_text(summary);
-    setAccessibleName(button_, ("Model: " + summary).c_str());
+    setAccessibleName(button_, Glib::ustring::compose(_("Model: %1"), summary).c_str());
     const bool isLooking = brain_->discovering;
     spinner_.set_spinning(isLooking);
     spinner_.set_visible(isLooking);
@@ -95,7 +95,7 @@ void AssistantPicker::addProvider(const ProviderOption& option) {
     list_.append(heading);
     if (leavesDevice(option.providerID) && option.isReady) {
         auto& leaves =
-            label("Your question and the notes it needs go to this service.", {"caption", "dim-label"});
+            label(_("Your question and the notes it needs go to this service."), {"caption", "dim-label"});
         leaves.set_margin_start(8);
         list_.append(leaves);
     }
@@ -126,8 +126,9 @@ void AssistantPicker::addProvider(const ProviderOption& option) {
         content->append(*words);
         content->append(*check);
         row->set_child(*content);
-        setAccessibleName(
-            *row, (model.displayName + ", " + model.priceLabel() + (isActive ? ", chosen" : "")).c_str());
+        setAccessibleName(*row, Glib::ustring::compose(isActive ? _("%1, %2, chosen") : "%1, %2",
+                                                       model.displayName, model.priceLabel())
+                                    .c_str());
         row->signal_clicked().connect([this, choice = Choice{option.providerID, model.id}] {
             // The list is made anew by the choice, and with it this button.
             const auto chosen = choice;

@@ -46,7 +46,7 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
       review_(std::move(previews)),
       apply_(std::move(apply)),
       discard_(std::move(discard)) {
-    no_.set_label("Discard");
+    no_.set_label(_("Discard"));
     no_.signal_clicked().connect([this] {
         const auto discarded = discard_;
         close();
@@ -148,7 +148,7 @@ void AssistantPlanSheet::addDestinations(AdwExpanderRow* row, int id) {
     auto* menu = Gtk::make_managed<Gtk::DropDown>(folders);
     menu->set_valign(Gtk::Align::CENTER);
     menu->set_tooltip_text(std::string(PlanReview::destinationHelp));
-    setAccessibleName(*menu, "Where this note goes");
+    setAccessibleName(*menu, _("Where this note goes"));
     menu->property_selected().signal_changed().connect([this, id, menu] {
         const auto chosen = menu->get_selected();
         review_.switchDestination(
@@ -187,7 +187,7 @@ void AssistantPlanSheet::showRow(int id) {
     row.tick->set_sensitive(review_.isApplicable(id));
     row.tick->set_active(review_.isTicked(id));
     isShowing_ = false;
-    setAccessibleName(*row.tick, ("Apply: " + preview.description).c_str());
+    setAccessibleName(*row.tick, Glib::ustring::compose(_("Apply: %1"), preview.description).c_str());
 }
 
 void AssistantPlanSheet::showCounts() {

@@ -37,19 +37,19 @@ AssistantRewriteSheet::AssistantRewriteSheet(GtkWindow* parent, std::shared_ptr<
       rejected_(std::move(rejected)) {
     const auto unavailable = approval_->unavailableReason();
     if (unavailable) {
-        no_.set_label("Close");
+        no_.set_label(_("Close"));
         no_.signal_clicked().connect([this] { close(); });
-        yes_.set_label("Copy");
+        yes_.set_label(_("Copy"));
         yes_.signal_clicked().connect(
             [this] { text_.get_clipboard()->set_text(text_.get_buffer()->get_text()); });
         promise_.set_text(std::string(*unavailable));
     } else {
-        no_.set_label("Reject");
+        no_.set_label(_("Reject"));
         no_.signal_clicked().connect([this] {
             if (rejected_) rejected_();
             close();
         });
-        yes_.set_label("Approve");
+        yes_.set_label(_("Approve"));
         yes_.signal_clicked().connect([this] { approve(); });
         promise_.set_text(std::string(DiffApproval::promise));
     }
@@ -108,7 +108,7 @@ void AssistantRewriteSheet::buildChanges() {
     diff_.set_editable(false);
     diff_.set_cursor_visible(false);
     diff_.add_css_class("diff-text");
-    setAccessibleName(diff_, "Changes");
+    setAccessibleName(diff_, _("Changes"));
     diffScroller_.set_child(diff_);
     diffScroller_.set_vexpand(true);
     changes_.append(counts_);
@@ -137,7 +137,7 @@ void AssistantRewriteSheet::buildNewText() {
     asText(text_);
     text_.add_css_class("diff-text");
     text_.set_editable(!approval_->unavailableReason());
-    setAccessibleName(text_, "New text");
+    setAccessibleName(text_, _("New text"));
     text_.get_buffer()->set_text(insertable(approval_->edit().replacement));
     textScroller_.set_child(text_);
     stack_.add(textScroller_, "newText");

@@ -23,7 +23,7 @@ public:
     explicit SettingsPage(std::shared_ptr<ProviderSettings> settings)
         : page_(ADW_PREFERENCES_PAGE(adw_preferences_page_new())), settings_(std::move(settings)) {
         adw_preferences_page_set_name(page_, "ai");
-        adw_preferences_page_set_title(page_, "AI");
+        adw_preferences_page_set_title(page_, _("AI"));
         adw_preferences_page_set_icon_name(page_, "starred-symbolic");
         addServers();
         addKeys();
@@ -61,13 +61,13 @@ private:
 
     void addServers() {
         auto* servers =
-            group("Models on This Computer", "Nothing to pay for, and nothing leaves this computer.");
+            group(_("Models on This Computer"), _("Nothing to pay for, and nothing leaves this computer."));
         auto* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
         spinner_ = GTK_SPINNER(gtk_spinner_new());
         again_ = gtk_button_new_from_icon_name("view-refresh-symbolic");
         gtk_widget_add_css_class(again_, "flat");
-        gtk_widget_set_tooltip_text(again_, "Look Again");
-        gtk_accessible_update_property(GTK_ACCESSIBLE(again_), GTK_ACCESSIBLE_PROPERTY_LABEL, "Look Again",
+        gtk_widget_set_tooltip_text(again_, _("Look Again"));
+        gtk_accessible_update_property(GTK_ACCESSIBLE(again_), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Look Again"),
                                        -1);
         onSignal(again_, "clicked", [this] { settings_->refresh(); });
         gtk_box_append(GTK_BOX(bar), GTK_WIDGET(spinner_));
@@ -76,7 +76,7 @@ private:
         for (const auto id : {BrainProviderID::lmstudio, BrainProviderID::ollama, BrainProviderID::apple}) {
             auto* row = ADW_ACTION_ROW(adw_action_row_new());
             adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), std::string(displayName(id)).c_str());
-            setSubtitle(row, "Looking for " + std::string(displayName(id)) + "…");
+            setSubtitle(row, Glib::ustring::compose(_("Looking for %1…"), std::string(displayName(id))));
             auto* mark = GTK_IMAGE(gtk_image_new());
             adw_action_row_add_prefix(row, GTK_WIDGET(mark));
             adw_preferences_group_add(servers, GTK_WIDGET(row));
@@ -86,9 +86,9 @@ private:
 
     void addKeys() {
         auto* keys =
-            group("API Keys",
-                  "Kept in the system's keyring and sent to their own service alone. Paste a key and "
-                  "confirm it; it isn't shown again.");
+            group(_("API Keys"),
+                  _("Kept in the system's keyring and sent to their own service alone. Paste a key and "
+                    "confirm it; it isn't shown again."));
         for (const auto id : ProviderSettings::keyed())
             if (id != BrainProviderID::custom) addKey(keys, id, std::string(displayName(id)));
     }
@@ -109,9 +109,10 @@ private:
         auto* removal = gtk_button_new_from_icon_name("user-trash-symbolic");
         gtk_widget_add_css_class(removal, "flat");
         gtk_widget_set_valign(removal, GTK_ALIGN_CENTER);
-        gtk_widget_set_tooltip_text(removal, "Remove Key");
-        gtk_accessible_update_property(GTK_ACCESSIBLE(removal), GTK_ACCESSIBLE_PROPERTY_LABEL,
-                                       ("Remove Key of " + std::string(displayName(id))).c_str(), -1);
+        gtk_widget_set_tooltip_text(removal, _("Remove Key"));
+        gtk_accessible_update_property(
+            GTK_ACCESSIBLE(removal), GTK_ACCESSIBLE_PROPERTY_LABEL,
+            Glib::ustring::compose(_("Remove Key of %1"), std::string(displayName(id))).c_str(), -1);
         onSignal(removal, "clicked", [this, id] { settings_->removeKey(id); });
         adw_entry_row_add_suffix(ADW_ENTRY_ROW(row), masked);
         adw_entry_row_add_suffix(ADW_ENTRY_ROW(row), removal);
@@ -131,23 +132,24 @@ private:
     }
 
     void addCustom() {
-        auto* custom = group("Custom Endpoint",
-                             "Any service that speaks chat completions. Empty the address to take it away.");
+        auto* custom =
+            group(_("Custom Endpoint"),
+                  _("Any service that speaks chat completions. Empty the address to take it away."));
         const auto apply = [this] {
             if (const auto wrong = settings_->setCustom(textOf(address_), textOf(model_)))
                 return tell(*wrong);
             gtk_editable_set_text(GTK_EDITABLE(address_), settings_->customAddress().c_str());
         };
-        address_ = field(custom, "Address", settings_->customAddress(), apply);
-        model_ = field(custom, "Model", settings_->customModel(), apply);
-        addKey(custom, BrainProviderID::custom, "API key, if it needs one");
+        address_ = field(custom, _("Address"), settings_->customAddress(), apply);
+        model_ = field(custom, _("Model"), settings_->customModel(), apply);
+        addKey(custom, BrainProviderID::custom, _("API key, if it needs one"));
     }
 
     void addOnDevice() {
         auto* onDevice =
-            group("On-Device Model",
-                  "A model server on this computer that plays the on-device model. Its small context sees "
-                  "fewer notes at once. Empty the address to take it away.");
+            group(_("On-Device Model"),
+                  _("A model server on this computer that plays the on-device model. Its small context sees "
+                    "fewer notes at once. Empty the address to take it away."));
         const auto apply = [this] {
             if (const auto wrong = settings_->setOnDevice(textOf(deviceAddress_), textOf(deviceModel_),
                                                           textOf(deviceContext_)))
@@ -155,9 +157,10 @@ private:
             gtk_editable_set_text(GTK_EDITABLE(deviceAddress_), settings_->onDeviceAddress().c_str());
         };
         const auto context = settings_->onDeviceContext();
-        deviceAddress_ = field(onDevice, "Address", settings_->onDeviceAddress(), apply);
-        deviceModel_ = field(onDevice, "Model", settings_->onDeviceModel(), apply);
-        deviceContext_ = field(onDevice, "Context in tokens", context ? std::to_string(*context) : "", apply);
+        deviceAddress_ = field(onDevice, _("Address"), settings_->onDeviceAddress(), apply);
+        deviceModel_ = field(onDevice, _("Model"), settings_->onDeviceModel(), apply);
+        deviceContext_ =
+            field(onDevice, _("Context in tokens"), context ? std::to_string(*context) : "", apply);
     }
 
     void show() {
@@ -209,7 +212,7 @@ AdwPreferencesPage* makeAssistantSettingsPage(std::shared_ptr<ProviderSettings> 
 
 void showAssistantSettings(GtkWindow* parent, std::shared_ptr<ProviderSettings> settings) {
     auto* window = ADW_PREFERENCES_WINDOW(adw_preferences_window_new());
-    gtk_window_set_title(GTK_WINDOW(window), "AI Settings");
+    gtk_window_set_title(GTK_WINDOW(window), _("AI Settings"));
     gtk_window_set_transient_for(GTK_WINDOW(window), parent);
     gtk_window_set_modal(GTK_WINDOW(window), TRUE);
     adw_preferences_window_set_search_enabled(window, FALSE);

@@ -15,9 +15,9 @@ const char* aboutWords(AIScope scope) {
         case AIScope::vault:
             return "";
         case AIScope::note:
-            return "About this note";
+            return _("About this note");
         case AIScope::selection:
-            return "About the selection";
+            return _("About the selection");
     }
     return "";
 }
@@ -78,7 +78,7 @@ void AssistantTurn::buildAnswer() {
     asCaption(caption_);
     append(caption_);
     spinner_.set_size_request(16, 16);
-    auto* words = Gtk::make_managed<Gtk::Label>("Thinking…");
+    auto* words = Gtk::make_managed<Gtk::Label>(_("Thinking…"));
     words->add_css_class("dim-label");
     thinking_.set_spacing(8);
     thinking_.append(spinner_);
@@ -98,11 +98,11 @@ void AssistantTurn::buildAnswer() {
     failure_.append(*icon);
     failure_.append(failureText_);
     append(failure_);
-    withoutNotes_.set_label("Answer without my notes");
+    withoutNotes_.set_label(_("Answer without my notes"));
     withoutNotes_.set_halign(Gtk::Align::START);
     withoutNotes_.signal_clicked().connect([this] { actions_.answerWithoutNotes(); });
     append(withoutNotes_);
-    review_.set_label("Review…");
+    review_.set_label(_("Review…"));
     review_.add_css_class("suggested-action");
     review_.set_halign(Gtk::Align::START);
     review_.signal_clicked().connect([this] { actions_.review(); });
@@ -123,10 +123,10 @@ void AssistantTurn::buildAnswer() {
         sourcesRevealer_.set_reveal_child(isOpen);
     });
     copy_.set_icon_name("edit-copy-symbolic");
-    copy_.set_tooltip_text("Copy Answer");
+    copy_.set_tooltip_text(_("Copy Answer"));
     copy_.add_css_class("flat");
     copy_.add_css_class("assistant-small");
-    setAccessibleName(copy_, "Copy Answer");
+    setAccessibleName(copy_, _("Copy Answer"));
     copy_.signal_clicked().connect([this] { get_clipboard()->set_text(copied_); });
     asCaption(tokens_);
     tokens_.set_hexpand(true);
@@ -138,7 +138,7 @@ void AssistantTurn::buildAnswer() {
 
     sourcesList_.add_css_class("boxed-list");
     sourcesList_.set_selection_mode(Gtk::SelectionMode::NONE);
-    setAccessibleName(sourcesList_, "Cited notes");
+    setAccessibleName(sourcesList_, _("Cited notes"));
     sourcesList_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) {
         const auto index = static_cast<std::size_t>(row->get_index());
         if (index < cited_.size()) actions_.cite(CitedNote(cited_[index]));
@@ -161,7 +161,7 @@ void AssistantTurn::update(const ChatTurn& turn, bool waits, bool isLast) {
     spinner_.set_spinning(isThinking);
     auto label = turn.providerLabel.value_or("");
     if (turn.answeredWithoutContext)
-        label += label.empty() ? "Not from your notes" : " · not from your notes";
+        label += label.empty() ? _("Not from your notes") : _(" · not from your notes");
     caption_.set_text(label);
     caption_.set_visible(!label.empty());
     failure_.set_visible(turn.failure.has_value());
@@ -199,7 +199,8 @@ void AssistantTurn::fillCitations() {
         gtk_list_box_append(sourcesList_.gobj(), GTK_WIDGET(row));
     }
     if (listed == cited_.size()) return;
-    auto* more = Gtk::make_managed<Gtk::Label>(fmt::format("and {} more", cited_.size() - listed));
+    auto* more =
+        Gtk::make_managed<Gtk::Label>(Glib::ustring::compose(_("and %1 more"), cited_.size() - listed));
     more->add_css_class("dim-label");
     more->set_margin(8);
     auto* row = Gtk::make_managed<Gtk::ListBoxRow>();
@@ -217,8 +218,8 @@ void AssistantTurn::showFooter(const ChatTurn& turn) {
     tokens_.set_text(
         isCounted ? fmt::format("{} → {}", rounded(*turn.inputTokens), rounded(*turn.outputTokens)) : "");
     if (isCounted) {
-        tokens_.set_tooltip_text(fmt::format("{} tokens read, {} written", grouped(*turn.inputTokens),
-                                             grouped(*turn.outputTokens)));
+        tokens_.set_tooltip_text(Glib::ustring::compose(
+            _("%1 tokens read, %2 written"), grouped(*turn.inputTokens), grouped(*turn.outputTokens)));
     }
     footer_.set_visible(isDone && !turn.text.empty());
 }

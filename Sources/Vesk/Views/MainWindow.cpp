@@ -245,7 +245,7 @@ Gtk::Widget& MainWindow::buildContent() {
     adw_header_bar_pack_end(bar, raw(inspectorButton_));
     adw_header_bar_pack_end(bar, raw(outlineButton_));
     reminderButton_.set_icon_name("alarm-symbolic");
-    reminderButton_.set_tooltip_text("Reminder");
+    reminderButton_.set_tooltip_text(_("Reminder"));
     setAccessibleName(reminderButton_, "Reminder");
     reminderButton_.set_popover(reminder_);
     adw_header_bar_pack_end(bar, raw(reminderButton_));

@@ -16,13 +16,13 @@ ReminderPopover::ReminderPopover() {
     silenced_.set_xalign(0);
     silenced_.set_wrap(true);
     silenced_.set_max_width_chars(34);
-    phrase_.set_placeholder_text("tomorrow 3pm, in 2 hours, friday…");
-    setAccessibleName(phrase_, "When to remind");
+    phrase_.set_placeholder_text(_("tomorrow 3pm, in 2 hours, friday…"));
+    setAccessibleName(phrase_, _("When to remind"));
     phrase_.signal_changed().connect([this] { read(); });
     phrase_.signal_activate().connect([this] { enter(); });
     read_.set_xalign(0);
     read_.set_visible(false);
-    setAccessibleName(rules_, "Repeat");
+    setAccessibleName(rules_, _("Repeat"));
     rules_.property_selected().signal_changed().connect([this] {
         // Without a date the rule waits for one.
         if (!isFilling_ && shown_ && shown_->current && onSet) onSet(*shown_->current, chosenRule());
