@@ -106,6 +106,7 @@ TEST_F(AssistantTest, ReviewsARewriteBeforeItIsWritten) {
     EXPECT_TRUE(until([&] { return shows("1 added"); }));
     EXPECT_TRUE(shows("Nothing is written until you click Approve."));
     EXPECT_EQ(vault.read("Plan.md"), "One long sentence that goes on.\n");
+    ASSERT_TRUE(press("New text"));
     ASSERT_TRUE(press("Approve"));
     EXPECT_TRUE(until([&] { return vault.read("Plan.md").starts_with("One sentence."); }))
         << vault.read("Plan.md");
@@ -139,6 +140,30 @@ TEST_F(AssistantTest, CarriesOutOnlyWhatIsTickedOfAPlan) {
     type("more");
     EXPECT_TRUE(fileBecomes("Work/Plan.md", "One\nmore")) << vault.read("Work/Plan.md");
     EXPECT_FALSE(vault.exists("Plan.md"));
+}
+
+TEST_F(AssistantTest, TellsWhatOfAPlanWasNotDoneAndWhy) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Old.md", "Two\n");
+    reply(
+        "```json\n{\"summary\":\"Tidy up\",\"operations\":["
+        "{\"op\":\"update\",\"path\":\"Old.md\",\"content\":\"New\\n\"},"
+        "{\"op\":\"create_folder\",\"path\":\"Work\"}]}\n```");
+    start("Plan.md");
+    ASSERT_TRUE(open());
+    ask("tidy up");
+    ASSERT_TRUE(until([&] { return shows("2 of 2 selected"); }));
+    ASSERT_TRUE(click("Rewrite Old.md (4 characters)"));
+    EXPECT_TRUE(until([&] { return shows("Before") && shows("Two\n") && shows("New\n"); }));
+    vault.write("Old.md", "Three\n");
+    ASSERT_TRUE(press("Apply 2"));
+    EXPECT_TRUE(until([&] { return shows("1 applied · 1 skipped"); }));
+    EXPECT_TRUE(until(
+        [&] { return shows("Old.md changed while you were reviewing — ask again for a fresh proposal"); }));
+    EXPECT_EQ(vault.read("Old.md"), "Three\n");
+    EXPECT_TRUE(vault.exists("Work"));
+    ASSERT_TRUE(press("Close"));
+    EXPECT_TRUE(until([&] { return !shows("Skipped"); }));
 }
 
 TEST_F(AssistantTest, OffersATitleToANoteThatIsLeftWithoutOne) {

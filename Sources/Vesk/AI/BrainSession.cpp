@@ -131,6 +131,7 @@ void BrainSession::attach(const std::shared_ptr<VaultSession>& session) {
         turns.set({});
         lastCoverage.setIfChanged(std::nullopt);
         lastCoverageKind_.reset();
+        lastPlanReport.setIfChanged(std::nullopt);
         discardPendingPlan();
         discardPendingEdit();
     }

@@ -2,6 +2,7 @@
 
 #include "Vesk/AI/DiffApproval.h"
 #include "Vesk/AI/PlanReview.h"
+#include "Vesk/Views/AssistantPlanReport.h"
 #include "Vesk/Views/AssistantPlanSheet.h"
 #include "Vesk/Views/AssistantRewriteSheet.h"
 #include "Vesk/Views/AssistantSettings.h"
@@ -187,7 +188,11 @@ void Assistant::reviewPlan() {
         [this, weak = std::weak_ptr<int>(life_)](const PlanReview& review) {
             if (weak.expired()) return;
             brain_->applyPendingPlan(review.approved(), review.destinations());
-            if (const auto& report = brain_->lastPlanReport.get()) host_.tell(*report);
+            const auto& report = brain_->lastReport();
+            if (!report) return;
+            // Counts alone don't say what was left out, and why.
+            const bool isWhole = report->skipped.empty() && report->failed.empty();
+            isWhole ? host_.tell(report->summary()) : AssistantPlanReport::show(host_.window(), *report);
         },
         [this, weak = std::weak_ptr<int>(life_)] {
             if (!weak.expired()) brain_->discardPendingPlan();
