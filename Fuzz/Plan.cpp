@@ -45,7 +45,8 @@ void requireSound(const VaultOperation& operation, const std::string& note) {
     const FrontmatterDoc before(note);
     const auto requireBody = [&](const std::string& changed) {
         const FrontmatterDoc after(changed);
-        require(after.body() == before.body());
+        // A reminder sees to it that the note ends with its line.
+        require(after.body() == before.body() || after.body() == before.body() + "\n");
     };
     if (const auto* set = std::get_if<VaultOperation::SetProperty>(&operation.value)) {
         const auto setting = VaultPlanExecutor::setting(set->key, set->value, note);
