@@ -500,7 +500,11 @@ std::optional<TextEdit> toggleLink(std::u16string_view text, TextRange selection
         if (text[whole.location] == u'!') return std::nullopt;
         std::size_t start = link.opening.end();
         const std::size_t alias = piece(text, whole).find(u'|');
-        if (link.opening.length > 1 && alias != std::u16string_view::npos) start = whole.location + alias + 1;
+        if (link.opening.length > 1 && alias != std::u16string_view::npos) {
+            start = whole.location + alias + 1;
+            // In a row it parts two cells.
+            if (text[start - 2] != u'\\' && TableEditing::isInTable(text, selection)) return std::nullopt;
+        }
         TextDraft draft(text, selection);
         draft.replace({{{whole.location, start - whole.location}, {}}, {link.closing, {}}});
         return draft.finish();

@@ -179,6 +179,8 @@ TEST(EditingCommands, MakesLinks) {
         {"off with the link selected", "«[b](u)»", "«b»"},
         {"off in a wikilink", "a [[No‸te]]", "a No‸te"},
         {"an alias stays", "«[[Note|the note]]»", "«the note»"},
+        {"an alias in a row", "|[[a\\|b‸]]|\n|-|", "|b‸|\n|-|"},
+        {"cells are no alias", "|[[a|b‸]]|\n|-|-|", "none"},
         {"address at the caret", "see https://x.y‸z/a.", "see [‸](https://x.yz/a)."},
         {"an image is none", "![b‸](u)", "none"},
         {"an embed is none", "![[b‸]]", "none"},
