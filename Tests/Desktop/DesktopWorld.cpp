@@ -286,6 +286,8 @@ pid_t DesktopWorld::launch(const std::vector<std::string>& words, const std::vec
 }
 
 void DesktopWorld::start(const std::string& note) {
+    // What a failed story left would take the new start for its own.
+    if (program_ > 0 && !hasEnded()) kill();
     std::vector<std::string> words{VESK_DESKTOP, vault.path().string()};
     if (!note.empty()) words.push_back((vault / note).string());
     status_.reset();
@@ -415,6 +417,14 @@ bool DesktopWorld::click(const std::string& name, int button) const {
     const auto at = middleOf(name);
     if (at) clickAt(at->x, at->y, button);
     return at.has_value();
+}
+
+void DesktopWorld::clickLast(const std::string& name) const {
+    std::optional<Point> at;
+    for (const auto& target : controls())
+        if (target.name == name)
+            if (const auto place = middleOf(target)) at = place;
+    if (at) clickAt(at->x, at->y);
 }
 
 bool DesktopWorld::drag(const std::string& from, const std::string& to) const {

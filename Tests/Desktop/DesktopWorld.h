@@ -61,6 +61,9 @@ public:
     void clickAt(int x, int y, int button = 1) const;
     /// In the middle of a control; false if it doesn't come.
     bool click(const std::string& name, int button = 1) const;
+    /// A dialogue has each of its buttons twice, the last for a window too narrow to have them side by side.
+    /// True also if none has a place any more.
+    void clickLast(const std::string& name) const;
     /// Presses on the one control, moves as a hand does and lets go over the other.
     bool drag(const std::string& from, const std::string& to) const;
 

@@ -29,6 +29,21 @@ protected:
             return vault.read(path) != before;
         }));
     }
+    /// The question before text is let go.
+    void quitAndBeAsked() {
+        key("ctrl+q");
+        ASSERT_TRUE(until([&] { return shows("Vesk couldn't save your changes to “Plan”"); }));
+    }
+    void answer(const std::string& name) {
+        EXPECT_TRUE(until([&] {
+            clickLast(name);
+            return !shows("Stay");
+        })) << name;
+    }
+    /// The folder in which a folder chooser begins.
+    void setDocuments(const fs::path& folder) {
+        home.write("config/user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"" + folder.string() + "\"\n");
+    }
     /// The open note can't be saved.
     void typeOnAFullDisk() {
         vault.write("Plan.md", "One\n");
@@ -61,6 +76,76 @@ TEST_F(SafetyTest, AsksBeforeItQuitsAndBringsBackWhatAPowerCutFoundUnsaved) {
     EXPECT_TRUE(until([&] { return shows("Text Vesk couldn't save last time is back"); }));
     EXPECT_TRUE(fileBecomes("Plan (recovered).md", "One\nkept"));
     EXPECT_EQ(vault.read("Plan.md"), "One\n");
+}
+
+TEST_F(SafetyTest, StaysWithTheTextUnlessAnotherAnswerIsGiven) {
+    typeOnAFullDisk();
+    for (const char* answer : {"Return", "Escape"}) {
+        quitAndBeAsked();
+        key(answer);
+        ASSERT_TRUE(until([&] { return !shows("Quit Anyway"); })) << answer;
+        EXPECT_EQ(textOf(text), "One\nkept") << answer;
+    }
+    EXPECT_FALSE(hasEnded());
+    fillDisk(false);
+    key("ctrl+q");
+    EXPECT_EQ(waitForEnd(), 0);
+    EXPECT_EQ(vault.read("Plan.md"), "One\nkept");
+}
+
+TEST_F(SafetyTest, LetsTheTextGoWhenToldToAndDoesNotBringItBack) {
+    typeOnAFullDisk();
+    quitAndBeAsked();
+    answer("Quit Anyway");
+    EXPECT_EQ(waitForEnd(), 0);
+    EXPECT_EQ(vault.read("Plan.md"), "One\n");
+    fillDisk(false);
+    start("Plan.md");
+    ASSERT_TRUE(until([&] { return textOf(text) == "One\n"; })) << textOf(text);
+    EXPECT_FALSE(shows("Text Vesk couldn't save last time is back"));
+    EXPECT_EQ(vault.list(), (std::vector<std::string>{".vesk", "Plan.md"}));
+}
+
+TEST_F(SafetyTest, SavesTheTextElsewhereAndQuits) {
+    const auto documents = home / "Documents";
+    fs::create_directories(documents);
+    home.write("Documents/Plan.md", "another one");
+    setDocuments(documents);
+    typeOnAFullDisk();
+    quitAndBeAsked();
+    answer("Save Text Elsewhere…");
+    ASSERT_TRUE(until([&] { return shows("Save Here"); }));
+    ASSERT_TRUE(click("Save Here"));
+    EXPECT_EQ(waitForEnd(), 0);
+    EXPECT_EQ(home.read("Documents/Plan 2.md"), "One\nkept");
+    EXPECT_EQ(home.read("Documents/Plan.md"), "another one");
+    EXPECT_EQ(vault.read("Plan.md"), "One\n");
+}
+
+TEST_F(SafetyTest, KeepsTheTextWhenElsewhereIsFullToo) {
+    setDocuments(vault.path());
+    typeOnAFullDisk();
+    quitAndBeAsked();
+    answer("Save Text Elsewhere…");
+    ASSERT_TRUE(until([&] { return shows("Save Here"); }));
+    ASSERT_TRUE(click("Save Here"));
+    ASSERT_TRUE(until([&] { return shows("Vesk couldn't save the text there"); }));
+    key("Return");
+    ASSERT_TRUE(until([&] { return !shows("Vesk couldn't save the text there"); }));
+    EXPECT_FALSE(hasEnded());
+    EXPECT_EQ(textOf(text), "One\nkept");
+    EXPECT_EQ(vault.list(), (std::vector<std::string>{".vesk", "Plan.md"}));
+    quitAndBeAsked();
+    answer("Save Text Elsewhere…");
+    ASSERT_TRUE(until([&] { return shows("Save Here"); }));
+    key("Escape");
+    ASSERT_TRUE(until([&] { return !shows("Save Here"); }));
+    EXPECT_FALSE(hasEnded()) << "nothing was chosen";
+    fillDisk(false);
+    key("ctrl+s");
+    key("ctrl+q");
+    EXPECT_EQ(waitForEnd(), 0);
+    EXPECT_EQ(vault.read("Plan.md"), "One\nkept");
 }
 
 TEST_F(SafetyTest, KeepsTypedTextWhenTheVaultVanishes) {
