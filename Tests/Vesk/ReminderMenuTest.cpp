@@ -57,6 +57,31 @@ TEST(ReminderMenuTest, TellsWhatTheNoteHas) {
     EXPECT_FALSE(ReminderMenu::of("Text", "Bills", now, utc, "en_GB").silenced);
 }
 
+TEST(ReminderMenuTest, NamesTheNoteThatACopyIsSilentFor) {
+    const auto named = [](const char* path, const char* title) {
+        Note note;
+        note.relativePath = path;
+        note.title = title;
+        return note;
+    };
+    const std::vector<Note> notes{named("Plan.md", "The plan"), named("Plan (draft).md", "The draft"),
+                                  named("Work/Bills.markdown", "Bills"), named("Text.txt", "Text")};
+    const struct {
+        const char *name, *path;
+        std::optional<std::string> title;
+    } rows[] = {
+        {"a copy", "Plan (conflict from Mac).md", "The plan"},
+        {"of a name with brackets", "Plan (draft) (recovered 2).md", "The draft"},
+        {"of a name with brackets whose note has gone", "Plan (old) (recovered).md", {}},
+        {"in a folder", "Work/Bills (recovered).md", "Bills"},
+        {"in another folder", "Bills (recovered).md", {}},
+        {"of another kind of text file", "Text (recovered).md", "Text"},
+        {"brackets of one's own", "Plan (draft).md", {}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(ReminderMenu::silencedCopyOf(row.path, notes), row.title) << row.name;
+}
+
 TEST(ReminderMenuTest, ReadsAPhraseAsItIsTyped) {
     const struct {
         const char* phrase;

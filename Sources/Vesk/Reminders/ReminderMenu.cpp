@@ -2,6 +2,8 @@
 
 #include "VeskCore/Reminders/EnglishDateDetector.h"
 #include "VeskCore/Support/Match.h"
+#include "VeskCore/Support/PathText.h"
+#include "VeskCore/Vault/ForeignEdit.h"
 
 namespace vesk {
 
@@ -26,6 +28,16 @@ ReminderMenu ReminderMenu::of(std::string_view noteText, const std::optional<std
          {Repeat::daily, Repeat::weekdays, Repeat::weekly, Repeat::monthly, Repeat::yearly})
         menu.rules.push_back({repeat, NoteReminder::menuLabel(repeat, date, calendar, locale)});
     return menu;
+}
+
+std::optional<std::string> ReminderMenu::silencedCopyOf(std::string_view path,
+                                                        const std::vector<Note>& notes) {
+    const auto name = ForeignEdit::originalStem(stem(path));
+    if (!name) return {};
+    const auto original = joinedPath(parentFolder(path), *name);
+    for (const auto& note : notes)
+        if (deletingExtension(note.relativePath) == original) return note.title;
+    return {};
 }
 
 ReminderMenu::Reading ReminderMenu::reading(std::string_view phrase, TimePoint now, const Calendar& calendar,

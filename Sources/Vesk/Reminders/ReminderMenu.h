@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Vault/Vault.h"
 
 namespace vesk {
 
@@ -45,6 +46,9 @@ struct ReminderMenu {
     /// `silencedCopyOf` is the title of the note of which this one is a copy.
     static ReminderMenu of(std::string_view noteText, const std::optional<std::string>& silencedCopyOf,
                            TimePoint now, const Calendar& calendar, std::string_view locale);
+    /// The title of the note whose kept copy `path` is, where that note still stands; found as the index
+    /// finds the copies that it keeps silent.
+    static std::optional<std::string> silencedCopyOf(std::string_view path, const std::vector<Note>& notes);
     static Reading reading(std::string_view phrase, TimePoint now, const Calendar& calendar,
                            std::string_view locale);
 };

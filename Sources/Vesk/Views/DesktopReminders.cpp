@@ -4,8 +4,6 @@
 #include <algorithm>
 
 #include "Vesk/Views/DesktopApplication.h"
-#include "VeskCore/Support/PathText.h"
-#include "VeskCore/Vault/ForeignEdit.h"
 
 namespace vesk::views {
 namespace {
@@ -18,25 +16,14 @@ std::string timeLocale() {
     return locale.empty() || locale == "C" || locale == "POSIX" ? "en_US" : locale;
 }
 
-/// The title of the note that one is a kept copy of: only that one's reminder rings.
-std::optional<std::string> silencedCopyOf(const Workspace& workspace, const std::string& path) {
-    const auto name = stem(path);
-    if (!ForeignEdit::isKeptCopy(name)) return {};
-    for (auto end = name.find(" ("); end != name.npos; end = name.find(" (", end + 1)) {
-        const auto original = joinedPath(parentFolder(path), name.substr(0, end));
-        for (const char* extension : {".md", ".markdown"})
-            if (const auto note = workspace.note(original + extension)) return note->title;
-    }
-    return {};
-}
-
 }  // namespace
 
 void DesktopApplication::connectReminder() {
     auto& panel = window_->reminder();
     panel.menu = [this]() -> std::optional<ReminderMenu> {
         if (!openNote()) return {};
-        return ReminderMenu::of(surface()->text(), silencedCopyOf(workspace_, *openNote()),
+        return ReminderMenu::of(surface()->text(),
+                                ReminderMenu::silencedCopyOf(*openNote(), workspace_.notes.get()),
                                 seams_.clock.now(), Calendar::system(), timeLocale());
     };
     panel.reading = [this](const std::string& phrase) {
