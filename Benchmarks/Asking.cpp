@@ -1,15 +1,21 @@
-// From a question to the request that is ready to go out, beside a bare search for the same words, and each
-// piece of the way.
+// From a question to the first byte of its request on the wire, beside a bare search for the same words, and
+// each piece of the way. A service on the loopback interface hears the requests.
 //
 // usage: vesk-asking FOLDER      a vault, as vesk-generate makes one. Its index is made anew in
 // FOLDER/.index,
 //                                with random vectors: what they say doesn't matter here.
 #include <fmt/core.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <random>
+#include <stdexcept>
+#include <thread>
 
 #include "Vesk/AI/BrainSession.h"
 #include "Vesk/VaultSession.h"
@@ -19,6 +25,7 @@
 #include "VeskCore/Index/SearchEngine.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/Text.h"
+#include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/LinuxFileSystem.h"
 #include "VeskLinux/SentenceModel/SentenceModelSource.h"
 
@@ -50,34 +57,72 @@ double now(const Clock& clock) {
     return std::chrono::duration<double, std::milli>(clock.monotonic()).count();
 }
 
-/// Notes when a request was ready, as the bytes that go on the wire.
-class ReadyRequest final : public BrainProvider {
+/// Takes one request after the other, notes when its first byte came, and says yes.
+class HearingService {
 public:
-    explicit ReadyRequest(const Clock& clock) : clock_(clock) {}
-    BrainProviderID id() const override { return BrainProviderID::anthropic; }
-    std::string displayName() const override { return "Stand-in"; }
-    bool isConfigured() const override { return true; }
-    std::vector<BrainModel> models() const override {
-        return {{.id = "claude-haiku-4-5",
-                 .displayName = "Stand-in",
-                 .contextWindow = 200'000,
-                 .maxOutput = 8'000,
-                 .inputPricePerMTok = {},
-                 .outputPricePerMTok = {},
-                 .note = {}}};
+    explicit HearingService(const Clock& clock) : clock_(clock) {
+        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 4) != 0 ||
+            ::getsockname(listener_, generic, &length) != 0) {
+            throw std::runtime_error("no loopback socket");
+        }
+        port = ntohs(address.sin_port);
+        thread_ = std::jthread([this] { serve(); });
     }
-    void stream(const BrainRequest& request, const std::string& model, const Sink& sink,
-                std::stop_token) const override {
-        bytes = AnthropicProvider::body(request, model, {}).dump().size();
-        ready = now(clock_);
-        sink({BrainEvent::Text{"Yes."}});
-        sink({BrainEvent::Done{"end_turn"}});
+    ~HearingService() {
+        ::shutdown(listener_, SHUT_RDWR);
+        thread_.join();
+        ::close(listener_);
     }
-    mutable std::size_t bytes = 0;
-    mutable double ready = 0;
+    int port = 0;
+    std::atomic<double> firstByte = 0, lastByte = 0;
+    std::atomic<std::size_t> bytes = 0;
 
 private:
+    void serve() {
+        for (int client = 0; (client = ::accept(listener_, nullptr, nullptr)) >= 0; ::close(client)) {
+            std::string text;
+            std::size_t whole = std::string::npos;
+            char buffer[65536];
+            while (text.size() < whole) {
+                const auto got = ::recv(client, buffer, sizeof buffer, 0);
+                if (got <= 0) break;
+                if (text.empty()) firstByte = now(clock_);
+                text.append(buffer, static_cast<std::size_t>(got));
+                const auto headEnd = text.find("\r\n\r\n");
+                const auto length = asciiLowercased(text.substr(0, headEnd)).find("content-length: ");
+                if (whole == std::string::npos && headEnd != std::string::npos &&
+                    length != std::string::npos) {
+                    whole = headEnd + 4 + std::strtoul(text.c_str() + length + 16, nullptr, 10);
+                }
+            }
+            lastByte = now(clock_);
+            bytes = text.size();
+            constexpr std::string_view answer =
+                "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n"
+                "data: "
+                "{\"type\":\"content_block_delta\",\"delta\":{\"type\":\"text_delta\",\"text\":\"Yes.\"}}\n"
+                "data: {\"type\":\"message_stop\"}\n";
+            (void)!::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            ::shutdown(client, SHUT_WR);
+        }
+    }
     const Clock& clock_;
+    int listener_ = -1;
+    std::jthread thread_;
+};
+
+/// One key for every service.
+class OneKey final : public SecretStore {
+public:
+    std::optional<std::string> get(std::string_view, std::string_view) const override { return "key"; }
+    void add(std::string_view, std::string_view, std::string_view) override {}
+    void remove(std::string_view, std::string_view) override {}
 };
 
 double median(Times times) {
@@ -153,7 +198,14 @@ void measure(const FilePath& folder) {
     fmt::print("{} notes, {} passages with vectors\n", session->index().noteCount(),
                session->index().embeddedChunkCount());
 
-    const auto provider = std::make_shared<ReadyRequest>(clock);
+    HearingService service(clock);
+    CurlTransport transport("127.0.0.1:" + std::to_string(service.port));
+    OneKey secrets;
+    const auto provider = std::make_shared<AnthropicProvider>(transport, Keychain(secrets));
+    constexpr std::string_view asks = "claude-haiku-4-5";
+    const auto models = provider->models();
+    const auto chosen =
+        std::find_if(models.begin(), models.end(), [&](const auto& each) { return each.id == asks; });
     const auto brain = BrainSession::make({.clock = clock,
                                            .mainQueue = loop,
                                            .background = pool,
@@ -163,7 +215,7 @@ void measure(const FilePath& folder) {
                                                                       .provider = provider,
                                                                       .isReady = true,
                                                                       .blockedReason = {},
-                                                                      .models = provider->models()}};
+                                                                      .models = {*chosen}}};
                                                          },
                                                          .probe = [](const std::stop_token&) {}},
                                            .flushPendingSaves = [] {}});
@@ -172,8 +224,8 @@ void measure(const FilePath& folder) {
 
     const auto asked = wordsOf(session->index());
     const auto access = session->searchAccess();
-    const int budget = VaultContextPacker::budget(200'000, 8'000);
-    Times search, embedding, passages, asking;
+    const int budget = VaultContextPacker::budget(chosen->contextWindow, chosen->maxOutput);
+    Times search, embedding, passages, packing, writing, asking, sending;
     std::size_t bytes = 0;
     // The first question of each kind warms the caches and isn't counted.
     for (std::size_t i = 0; i <= asked.size(); ++i) {
@@ -190,22 +242,37 @@ void measure(const FilePath& folder) {
         start = now(clock);
         access.search->retrieveSync(question, vector, budget / 100);
         const double retrieved = now(clock) - start;
+        start = now(clock);
+        const auto packed = VaultContextPacker::pack(session->vault(), session->index(), *access.search,
+                                                     question, vector, budget);
+        const double packedIn = now(clock) - start;
+        start = now(clock);
+        const BrainRequest request{
+            .messages = {{.text = question}}, .maxTokens = 1024, .context = packed.chunks};
+        const auto text = AnthropicProvider::body(request, chosen->id, {}).dump(Json::Style::sortedCompact);
+        const double written = now(clock) - start;
         brain->clear();
         start = now(clock);
         brain->ask(question, {});
         loop.runUntil([&] { return !brain->isStreaming.get(); }, patience);
-        const double ready = provider->ready - start;
-        bytes = std::max(bytes, provider->bytes);
+        const double begun = service.firstByte - start, sent = service.lastByte - start;
+        bytes = std::max<std::size_t>(bytes, service.bytes);
         if (i == 0) continue;
         search.push_back(searched);
         embedding.push_back(embedded);
         passages.push_back(retrieved);
-        asking.push_back(ready);
+        packing.push_back(packedIn);
+        writing.push_back(written);
+        asking.push_back(begun);
+        sending.push_back(sent);
     }
     print("search, by words and meaning", search, search);
     print("  of this the question's vector", embedding, search);
     print("the passages that fit a window of 200,000", passages, search);
-    print("question to the request, ready to go out", asking, search);
+    print("  packed, the budget kept to", packing, search);
+    print("  written as the request", writing, search);
+    print("question to the first byte on the wire", asking, search);
+    print("question to the last byte on the wire", sending, search);
     fmt::print("the largest request: {} bytes\n", bytes);
     session->stop();
 }
