@@ -6,10 +6,10 @@
 namespace vesk::views {
 namespace {
 
-constexpr int width = 640, height = 640, tallestText = 220;
+constexpr int width = 640, height = 640, tallestText = 220, detailsMargin = 12;
 constexpr std::size_t mostText = 40'000;  // bytes of a side that are laid out
 
-Gtk::Widget& side(const std::string& title, const std::string& text) {
+void addSide(Gtk::Box& details, int available, const std::string& title, const std::string& text) {
     auto* box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     box->set_spacing(4);
     box->append(sheetText(title, {"caption-heading", "dim-label"}));
@@ -22,12 +22,14 @@ Gtk::Widget& side(const std::string& title, const std::string& text) {
     view.set_yalign(0);
     auto* scroller = Gtk::make_managed<Gtk::ScrolledWindow>();
     scroller->set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
-    scroller->set_propagate_natural_height(true);
-    scroller->set_max_content_height(tallestText);
     scroller->add_css_class("plan-side");
     scroller->set_child(view);
     box->append(*scroller);
-    return *box;
+    details.append(*box);
+    // A list gives its rows the least height that they can do with, so that is what the text needs.
+    int least = 0, natural = 0, baseline = 0;
+    view.measure(Gtk::Orientation::VERTICAL, available, least, natural, baseline, baseline);
+    scroller->set_min_content_height(std::min(natural, tallestText));
 }
 
 }  // namespace
@@ -122,7 +124,7 @@ void AssistantPlanSheet::addRow(AdwPreferencesGroup* group, int id) {
     adw_expander_row_add_prefix(expander, raw(*tick));
     auto* details = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
     details->set_spacing(10);
-    details->set_margin(12);
+    details->set_margin(detailsMargin);
     adw_expander_row_add_row(expander, raw(*details));
     rows_[id] = {.row = expander, .tick = tick, .details = details};
     onSignal(expander, "notify::expanded", [this, id, expander] {
@@ -169,8 +171,9 @@ void AssistantPlanSheet::fillDetails(int id) {
     if (preview.annotation && !preview.annotation->reason.empty())
         row.details->append(sheetText(preview.annotation->reason));
     const auto details = review_.details(id);
-    row.details->append(side(details.beforeTitle, details.before));
-    row.details->append(side(details.afterTitle, details.after));
+    const int available = gtk_widget_get_width(GTK_WIDGET(row.row)) - 2 * detailsMargin;
+    addSide(*row.details, available, details.beforeTitle, details.before);
+    addSide(*row.details, available, details.afterTitle, details.after);
 }
 
 void AssistantPlanSheet::showRow(int id) {

@@ -59,7 +59,7 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .diff-text { font-size: 11.5pt; }
 .plan-side { border-radius: 8px; background-color: alpha(currentColor, 0.05); }
 .plan-side .plan-text { padding: 8px 10px; font-size: 10pt; }
-.plan-blocked { opacity: 0.6; }
+.plan-blocked .title { opacity: 0.6; }
 .picker-entry { margin: 12px; min-height: 40px; font-size: 12pt; }
 .completion > contents { padding: 4px; }
 )css";
