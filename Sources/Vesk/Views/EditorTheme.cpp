@@ -44,7 +44,7 @@ EditorTheme EditorTheme::current(double bodyPoints) {
         theme.accent = parsed("#1c71d8");
         theme.codeBackground = parsed("rgba(0,0,0,0.06)");
         theme.codeBlockBackground = parsed("rgba(0,0,0,0.035)");
-        theme.highlight = parsed("rgba(245,194,17,0.32)");
+        theme.highlight = parsed("rgba(245,194,17,0.28)");
         theme.rule = parsed(isStrong ? "rgba(0,0,0,0.6)" : "rgba(0,0,0,0.18)");
         theme.background = parsed("#ffffff");
         theme.gridLine = parsed(isStrong ? "rgba(0,0,0,0.6)" : "rgba(0,0,0,0.14)");
