@@ -24,6 +24,7 @@
 #include "VeskCommand/Program.h"
 #include "VeskCore/Support/Digest.h"
 #include "VeskCore/Support/Json.h"
+#include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Uuid.h"
 
 namespace vesk::test {
@@ -284,8 +285,14 @@ private:
     void type(Session& session) {
         if (shownPath_.empty()) return;
         std::string base = shown_, expected = shown_;
+        // A keystroke that came after another text had replaced the shown one puts that out of the way; the
+        // person takes its lines along.
+        std::set<std::string> putAway;
         for (int attempt = 0; attempt < 100; ++attempt) {
-            const std::string text = base + typedWord_ + "\n";
+            std::string text = base;
+            for (const auto& line : putAway)
+                if (("\n" + base).find("\n" + line + "\n") == std::string::npos) text += line + "\n";
+            text += typedWord_ + "\n";
             typed_[sha256Hex(text)] = text;
             const auto answer = session.ask({{"do", "edit"}, {"text", text}});
             if (answer.boolean("ok") != true) {
@@ -299,6 +306,8 @@ private:
                 typedWord_ = word("typed");
                 return;
             }
+            for (const auto line : split(replaced, '\n'))
+                if (!line.empty()) putAway.emplace(line);
             base = replaced;  // another text came in between: the person types in that
             expected = text;
         }
