@@ -4,6 +4,7 @@ namespace vesk::views {
 namespace {
 
 constexpr int indentWidth = 16;
+constexpr int narrowestText = 18;
 constexpr int widestText = 30;  // the pane's width is the person's, not its text's
 constexpr std::string_view notePrefix = "note:", addressPrefix = "to:";
 
@@ -85,6 +86,8 @@ Gtk::Label* AssistantAnswer::makeLabel(const AnswerLine& line) {
     label->set_wrap(true);
     label->set_wrap_mode(Pango::WrapMode::WORD_CHAR);
     label->set_max_width_chars(widestText);
+    // Without a least width the toolkit lays each growing paragraph out a character a line, to learn it.
+    label->set_width_chars(narrowestText);
     label->set_xalign(0);
     label->set_hexpand(true);
     label->set_selectable(true);
