@@ -10,6 +10,7 @@
 #include "VeskCore/Brain/VaultPlanExecutor.h"
 #include "VeskCore/Brain/VaultPlanner.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
+#include "VeskCore/Reminders/NoteReminder.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -43,15 +44,16 @@ void requireSound(const VaultOperation& operation, const std::string& note) {
         if (!PlanPaths::unsafeFolder(path)) requireInside(path);
     }
     const FrontmatterDoc before(note);
-    const auto requireBody = [&](const std::string& changed) {
+    const auto requireBody = [&](std::string_view key, const std::string& changed) {
         const FrontmatterDoc after(changed);
         // A reminder sees to it that the note ends with its line.
-        require(after.body() == before.body() || after.body() == before.body() + "\n");
+        const bool endsLine = key == NoteReminder::key && after.body() == before.body() + "\n";
+        require(after.body() == before.body() || endsLine);
     };
     if (const auto* set = std::get_if<VaultOperation::SetProperty>(&operation.value)) {
         const auto setting = VaultPlanExecutor::setting(set->key, set->value, note);
         require(setting.text.has_value() != setting.refusal.has_value());
-        if (setting.text && !before.body().empty()) requireBody(*setting.text);
+        if (setting.text && !before.body().empty()) requireBody(set->key, *setting.text);
     }
     if (const auto* gone = std::get_if<VaultOperation::RemoveProperty>(&operation.value)) {
         VaultPlanExecutor::removing(gone->key, note);
