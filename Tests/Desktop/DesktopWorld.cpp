@@ -21,8 +21,9 @@ namespace vesk::test {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr auto deadline = 15s;
+constexpr auto deadline = 45s;
 constexpr auto pause = 15ms;
+constexpr auto rest = 100ms;
 
 int exitStatus(int status) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -383,6 +384,11 @@ void DesktopWorld::key(const std::string& keys) const {
 }
 
 void DesktopWorld::type(const std::string& text) const {
+    // For a letter without a key the tool changes the keyboard's map and changes it back, before a slow
+    // program has read what the key meant.
+    for (const char letter : text)
+        if (letter != '\n' && (letter < ' ' || letter > '~'))
+            throw std::runtime_error("no key for a letter of: " + text);
     launchTool({"xdotool", "type", "--delay", "4", "--", text});
 }
 
@@ -404,11 +410,16 @@ std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const Control& target)
 }
 
 std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const std::string& name) const {
+    // A list that is still making room moves its rows: a place counts once it has been met twice.
     std::optional<Point> found;
     until([&] {
+        std::optional<Point> now;
         for (const auto& target : controls())
-            if (!found && target.name == name) found = middleOf(target);
-        return found.has_value();
+            if (!now && target.name == name) now = middleOf(target);
+        const bool isAtRest = now && found == now;
+        found = now;
+        if (!isAtRest) std::this_thread::sleep_for(rest);
+        return isAtRest;
     });
     return found;
 }

@@ -57,6 +57,7 @@ public:
     /// Gives the main window the keyboard, as a window manager does when a dialogue has gone.
     void focusWindow() const;
     void key(const std::string& keys) const;
+    /// Letters that have a key.
     void type(const std::string& text) const;
     void clickAt(int x, int y, int button = 1) const;
     /// In the middle of a control; false if it doesn't come.
@@ -93,6 +94,7 @@ private:
     std::vector<std::string> environment() const;
     struct Point {
         int x = 0, y = 0;
+        bool operator==(const Point&) const = default;
     };
     static std::optional<Point> middleOf(const Control& control);
     std::optional<Point> middleOf(const std::string& name) const;

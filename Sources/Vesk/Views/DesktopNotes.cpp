@@ -36,8 +36,11 @@ void DesktopApplication::listsChanged() {
     if (listTimer_.connected()) return;
     // Several lists change at once; the rows are asked for when all have.
     listTimer_ = Glib::signal_idle().connect([this] {
-        window_->sidebar().refresh();
-        if (const auto path = openNote()) highlight(*path);
+        auto& sidebar = window_->sidebar();
+        sidebar.refresh();
+        // Whoever moves about in the list stays where they are.
+        const bool isInList = sidebar.focused() && sidebar.selected();
+        if (const auto path = openNote(); path && !isInList) highlight(*path);
         showTitle();
         return false;
     });
@@ -164,10 +167,7 @@ void DesktopApplication::askForName(const SidebarRow& row) {
     if (!isFolder && row.kind != SidebarRow::Kind::note) return;
     const auto last = lastComponent(row.path);
     const auto name = decodedText(std::string(isFolder ? last : stem(last)));
-    // Not while the menu it was chosen from still has the keyboard.
-    Glib::signal_idle().connect_once([this, row, name] {
-        if (window_) window_->sidebar().edit(row, name);
-    });
+    window_->sidebar().edit(row, name);
 }
 
 void DesktopApplication::rename(const SidebarRow& row, const std::string& name) {
@@ -255,10 +255,16 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
     bool hasColors = false;
     const auto path = row.path;
     const auto reveal = [this, path] { revealFiles({workspace_.vault.get()->absolutePath(path)}); };
+    // Not while the menu still has the keyboard.
+    const auto rename = [this, row] {
+        Glib::signal_idle().connect_once([this, row] {
+            if (window_) askForName(row);
+        });
+    };
     switch (row.kind) {
         case SidebarRow::Kind::note:
         case SidebarRow::Kind::reminder:
-            item(first, _("Rename"), "rename", [this, row] { askForName(row); });
+            item(first, _("Rename"), "rename", rename);
             item(first, _("Move to Folder…"), "move", [this, path] { askWhereTo(path); });
             item(first, _("Choose Icon…"), "icon", [this, path] { askForIcon(path); });
             item(first, _("Show in Files"), "reveal", reveal);
@@ -282,7 +288,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
                     workspace_.createFolder(name, path);
                 });
             });
-            item(first, _("Rename"), "rename", [this, row] { askForName(row); });
+            item(first, _("Rename"), "rename", rename);
             item(first, _("Show in Files"), "reveal", reveal);
             hasColors = true;
             item(second, _("Move to Trash"), "trash", [this, path] { workspace_.trashFolder(path); });

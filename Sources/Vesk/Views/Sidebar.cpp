@@ -457,6 +457,11 @@ bool Sidebar::shows(const std::string& path) const {
 void Sidebar::highlight(const std::string& path) {
     highlighted_ = path;
     if (!selection_) return;
+    if (edit_) {
+        // Scrolling there might take the row away in which somebody writes.
+        isRefreshWanted_ = true;
+        return;
+    }
     const auto current = selected();
     if (current && current->path == path) return;
     isHighlighting_ = true;
