@@ -16,8 +16,8 @@ namespace {
 
 constexpr int columnWidth = 740;  // of text, in pixels: a line longer than this tires the eye
 constexpr int leastMargin = 28;
-constexpr std::size_t firstPiece = 12'000, nextPiece = 20'000;  // units styled at once
-constexpr unsigned pictureDelay = 250;                          // milliseconds after the last keystroke
+constexpr std::size_t firstPiece = 6'000, nextPiece = 20'000;  // units styled at once
+constexpr unsigned pictureDelay = 250;                         // milliseconds after the last keystroke
 
 GtkTextViewClass* parentClass() {
     return GTK_TEXT_VIEW_CLASS(g_type_class_peek(GTK_TYPE_TEXT_VIEW));
@@ -71,7 +71,6 @@ EditorView::EditorView()
       decorations_(gobj(), content_),
       completion_(*this, content_),
       css_(Gtk::CssProvider::create()) {
-    gtk_text_view_set_buffer(gobj(), content_.buffer());
     set_wrap_mode(Gtk::WrapMode::WORD_CHAR);
     set_top_margin(8);
     set_bottom_margin(120);
@@ -104,6 +103,16 @@ EditorView::EditorView()
         return lines.intersects(line) || lines.location == line.location;
     };
     completion_.onChosen = [this](const TextEdit& edit) { perform(edit); };
+    content_.onRenewed = [this](GtkTextBuffer* former) {
+        g_signal_handlers_disconnect_by_data(former, this);
+        followBuffer();
+    };
+    followBuffer();
+    connectInput();
+}
+
+void EditorView::followBuffer() {
+    gtk_text_view_set_buffer(gobj(), content_.buffer());
     g_signal_connect(content_.buffer(), "mark-set",
                      G_CALLBACK(+[](GtkTextBuffer* buffer, GtkTextIter*, GtkTextMark* mark, gpointer self) {
                          if (mark == gtk_text_buffer_get_insert(buffer) ||
@@ -111,7 +120,6 @@ EditorView::EditorView()
                              static_cast<EditorView*>(self)->selectionMoved();
                      }),
                      this);
-    connectInput();
 }
 
 EditorView::~EditorView() {
@@ -158,6 +166,7 @@ void EditorView::styleNextPiece() {
     const auto size = content_.text().size();
     const auto from = std::min(*unstyledFrom_, size);
     const auto length = std::min(from == 0 ? firstPiece : nextPiece, size - from);
+    content_.prepare({from, length});
     highlighter_->highlight(content_, {from, length}, false);
     unstyledFrom_ = from + length;
     if (*unstyledFrom_ >= size) {

@@ -75,6 +75,7 @@ private:
     void clicked(Gtk::GestureClick& gesture, int presses, double x, double y);
     void pointerMoved(double x, double y, bool isControlHeld);
     std::optional<std::size_t> offsetAt(double x, double y) const;
+    void followBuffer();
     void selectionMoved();
     void styleNextPiece();
     void widthSettled();

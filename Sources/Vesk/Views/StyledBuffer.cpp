@@ -43,8 +43,6 @@ StyledBuffer& host(gpointer data) {
 
 StyledBuffer::StyledBuffer() : buffer_(gtk_text_buffer_new(nullptr)) {
     known_.push_back({});
-    gtk_text_buffer_set_enable_undo(buffer_, TRUE);
-    gtk_text_buffer_set_max_undo_levels(buffer_, undoLevels);
     for (auto& tag : paragraphs_) tag = gtk_text_buffer_create_tag(buffer_, nullptr, nullptr);
     spelling_ = gtk_text_buffer_create_tag(buffer_, nullptr, "underline", PANGO_UNDERLINE_ERROR, nullptr);
     connect();
@@ -55,7 +53,27 @@ StyledBuffer::~StyledBuffer() {
     g_object_unref(buffer_);
 }
 
+void StyledBuffer::renew() {
+    g_signal_handlers_disconnect_by_data(buffer_, this);
+    auto* former = std::exchange(buffer_, gtk_text_buffer_new(gtk_text_buffer_get_tag_table(buffer_)));
+    text_.clear();
+    pairs_.clear();
+    runs_.assign(1, Run{});
+    connect();
+    if (onRenewed) onRenewed(former);
+    // Letting go of a long text takes a while: not before the new one is on the screen.
+    g_idle_add_full(
+        G_PRIORITY_LOW,
+        [](gpointer data) {
+            g_object_unref(data);
+            return G_SOURCE_REMOVE;
+        },
+        former, nullptr);
+}
+
 void StyledBuffer::connect() {
+    gtk_text_buffer_set_enable_undo(buffer_, TRUE);
+    gtk_text_buffer_set_max_undo_levels(buffer_, undoLevels);
     using Insert = void (*)(GtkTextBuffer*, GtkTextIter*, const char*, int, gpointer);
     using Delete = void (*)(GtkTextBuffer*, GtkTextIter*, GtkTextIter*, gpointer);
     using Plain = void (*)(GtkTextBuffer*, gpointer);
@@ -108,7 +126,7 @@ void StyledBuffer::didInsert(std::string_view inserted) {
             return known_[id].tag && gtk_text_iter_has_tag(&start, known_[id].tag);
         };
         assign(range, {Run{range.location, carries(left) ? left : carries(right) ? right : 0}});
-        colourParagraphs(gtk_text_iter_get_line(&start), gtk_text_iter_get_line(&end));
+        if (!isQuiet_) colourParagraphs(gtk_text_iter_get_line(&start), gtk_text_iter_get_line(&end));
     }
     edited(range, static_cast<std::ptrdiff_t>(range.length));
 }
@@ -172,20 +190,22 @@ void StyledBuffer::exchange(std::u16string_view text) {
 
 void StyledBuffer::load(std::u16string_view text, bool isPlain) {
     isQuiet_ = true;
-    GtkTextIter start, end;
-    gtk_text_buffer_get_bounds(buffer_, &start, &end);
-    gtk_text_buffer_remove_all_tags(buffer_, &start, &end);
-    runs_.assign(1, Run{});
-    GtkTextTagTable* table = gtk_text_buffer_get_tag_table(buffer_);
-    for (const auto& known : known_)
-        if (known.tag) gtk_text_tag_table_remove(table, known.tag);
-    known_.assign(1, Known{});
-    // All of it, since the former text's tags are gone.
-    isPlain_ = true;
-    exchange({});
     isPlain_ = isPlain;
+    renew();
+    if (known_.size() > mostKept) {
+        GtkTextTagTable* table = gtk_text_buffer_get_tag_table(buffer_);
+        for (const auto& known : known_)
+            if (known.tag) gtk_text_tag_table_remove(table, known.tag);
+        known_.assign(1, Known{});
+    }
     exchange(text);
     isQuiet_ = false;
+}
+
+void StyledBuffer::prepare(TextRange range) {
+    if (isPlain_) return;
+    const GtkTextIter start = iterAt(range.location), end = iterAt(range.end());
+    colourParagraphs(gtk_text_iter_get_line(&start), gtk_text_iter_get_line(&end));
 }
 
 void StyledBuffer::follow(std::u16string_view text) {

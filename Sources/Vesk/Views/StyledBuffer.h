@@ -26,7 +26,10 @@ public:
     StyledBuffer(const StyledBuffer&) = delete;
     StyledBuffer& operator=(const StyledBuffer&) = delete;
 
+    /// Until the next load(); the table of its tags stays the same.
     GtkTextBuffer* buffer() const { return buffer_; }
+    /// The view takes the new buffer, and lets go of the former one.
+    std::function<void(GtkTextBuffer* former)> onRenewed;
 
     std::u16string_view text() const override { return text_; }
     std::vector<AttributeRun> attributes(TextRange range) const override;
@@ -35,9 +38,12 @@ public:
     void clearSpellingMarks(TextRange range) override;
     void setDidEdit(DidEdit didEdit) override { didEdit_ = std::move(didEdit); }
 
-    /// Another note's text: all attributes go and nobody is told. `isPlain`: none will come, so that nothing
-    /// need be kept for them. Nothing of it can be undone.
+    /// Another note's text in a buffer of its own: to take a long text and its tags out of the former one
+    /// takes longer. All attributes go and nobody is told. `isPlain`: none will come, so that nothing need be
+    /// kept for them. Nothing of it can be undone.
     void load(std::u16string_view text, bool isPlain);
+    /// A stretch of the loaded text is about to be styled for the first time.
+    void prepare(TextRange range);
     /// The same note's text as it came from outside: only what differs is touched. Nothing of it can be
     /// undone.
     void follow(std::u16string_view text);
@@ -69,6 +75,8 @@ private:
     using AttributesID = std::uint32_t;
     /// A note that names thousands of colours gets no more tags than this.
     static constexpr std::size_t mostKnown = 2000;
+    /// With more than these a new note begins without the tags of those before it.
+    static constexpr std::size_t mostKept = 64;
     static constexpr double pixelsPerPoint = 96.0 / 72;
     struct Run {
         std::size_t start = 0;
@@ -83,6 +91,7 @@ private:
     };
 
     void connect();
+    void renew();
     void exchange(std::u16string_view text);
     void willInsert(const GtkTextIter& at);
     void didInsert(std::string_view inserted);
