@@ -138,7 +138,8 @@ public:
     void goForward() { go(&NoteHistory::goForward); }
     void newNote(const std::optional<std::string>& folder = {});
     void newReminder();
-    void createFolder(std::string_view name, std::string_view parent);
+    /// The folder's path, or none after a failure.
+    std::optional<std::string> createFolder(std::string_view name, std::string_view parent);
     /// The new path, or none after a failure.
     std::optional<std::string> renameFolder(std::string path, std::string_view name);
     /// The new path, or none after a failure.

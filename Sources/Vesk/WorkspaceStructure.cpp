@@ -72,14 +72,17 @@ void Workspace::newReminder() {
     editorFocusRequested.send();
 }
 
-void Workspace::createFolder(std::string_view name, std::string_view parent) {
-    if (!vault.get()) return;
+std::optional<std::string> Workspace::createFolder(std::string_view name, std::string_view parent) {
+    if (!vault.get()) return {};
+    std::string made;
     try {
-        vault.get()->createFolder(name, parent);
+        made = vault.get()->createFolder(name, parent);
     } catch (const Error&) {
-        return fail(said());
+        fail(said());
+        return {};
     }
     refreshFolders();
+    return made;
 }
 
 std::optional<std::string> Workspace::renameNote(std::string path, std::string_view name) {

@@ -69,14 +69,6 @@ TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
     vault.write("Trips/Bergen.md", "By train\n");
     vault.write("Work/Plan.md", "One\n");
     start("Trips/Oslo.md");
-    const auto rename = [&](const std::string& from, const std::string& to) {
-        ASSERT_TRUE(click(from));
-        key("F2");
-        ASSERT_TRUE(until([&] { return shows("New name"); }));
-        type(to);
-        key("Return");
-        ASSERT_TRUE(until([&] { return !shows("New name"); }));
-    };
     // What changes elsewhere meanwhile doesn't disturb who is writing.
     ASSERT_TRUE(click("Trips"));
     key("F2");
@@ -92,9 +84,18 @@ TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
     key("F6");
     type("Go ");
     EXPECT_TRUE(fileBecomes("Journeys/Oslo.md", "Go By boat\n"));
-    rename("Journeys", "Work");
+    ASSERT_TRUE(click("Journeys"));
+    key("F2");
+    ASSERT_TRUE(until([&] { return shows("New name"); }));
+    type("Work");
+    key("Return");
     EXPECT_TRUE(until([&] { return shows("One called “Work” is already in this folder."); })) << "the reason";
     EXPECT_TRUE(vault.exists("Journeys/Oslo.md"));
+    // What was written is there to be mended.
+    key("End");
+    type(" trips");
+    key("Return");
+    ASSERT_TRUE(until([&] { return vault.exists("Work trips/Oslo.md") && !shows("New name"); }));
     ASSERT_TRUE(click("Work"));
     key("F2");
     type("Elsewhere");
@@ -106,7 +107,44 @@ TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
     ASSERT_TRUE(until([&] { return shows("New name"); }));
     type("Voss");
     key("Return");
-    EXPECT_TRUE(fileBecomes("Journeys/Voss.md", "By train\n"));
+    EXPECT_TRUE(fileBecomes("Work trips/Voss.md", "By train\n"));
+}
+
+TEST_F(StructureTest, NamesANewFolderWhereItWillStand) {
+    vault.write("Plan.md", "One\n");
+    vault.write("Trips/Tickets/Ferry times.md", "Two\n");
+    prepareFullDisk();
+    start("Plan.md");
+    const auto isAsked = [&] { return until([&] { return shows("New name"); }); };
+    const auto isOver = [&] { return until([&] { return !shows("New name") && !shows("New Folder"); }); };
+    key("ctrl+shift+n");
+    type("Work");
+    key("Return");
+    EXPECT_TRUE(until([&] { return vault.exists("Work") && shows("Work"); }));
+    ASSERT_TRUE(isOver());
+    ASSERT_TRUE(press("Main Menu"));
+    ASSERT_TRUE(press("New Folder"));
+    ASSERT_TRUE(isAsked());
+    type("Never");
+    key("Escape");
+    ASSERT_TRUE(isOver());
+    EXPECT_FALSE(vault.exists("Never"));
+    // In a folder that is closed, and while the disk is full.
+    ASSERT_FALSE(shows("Tickets"));
+    ASSERT_TRUE(click("Trips", 3));
+    ASSERT_TRUE(press("New Folder Here"));
+    ASSERT_TRUE(isAsked());
+    EXPECT_TRUE(until([&] { return shows("Tickets"); })) << "what it will stand beside";
+    type("Ferries");
+    fillDisk(true);
+    key("Return");
+    const auto reason = "create folder " + (vault / "Trips/Ferries").string() + ": No space left on device";
+    EXPECT_TRUE(until([&] { return shows(reason); }));
+    EXPECT_FALSE(vault.exists("Trips/Ferries"));
+    fillDisk(false);
+    key("Return");
+    EXPECT_TRUE(until([&] { return vault.exists("Trips/Ferries") && shows("Ferries"); }));
+    EXPECT_TRUE(isOver());
 }
 
 TEST_F(StructureTest, TellsWhyANameIsRefused) {

@@ -115,7 +115,7 @@ void DesktopApplication::makeWindow() {
     window_->results().onChosen = [this](const SearchHit& hit) { showNote(hit.notePath, true); };
     window_->results().onModeChosen = [this](SearchHit::Mode mode) { chooseSearchMode(mode); };
     auto& sidebar = window_->sidebar();
-    sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id); };
+    sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id, draftIn_); };
     sidebar.onChosen = [this](const SidebarRow& row) {
         if (row.kind == SidebarRow::Kind::note || row.kind == SidebarRow::Kind::reminder) showNote(row.path);
         if (row.kind == SidebarRow::Kind::document) openFile(workspace_.vault.get()->absolutePath(row.path));
@@ -124,7 +124,8 @@ void DesktopApplication::makeWindow() {
     sidebar.onMoved = [this](const std::string& path, const std::string& folder) {
         workspace_.moveNote(path, folder);
     };
-    sidebar.onRenamed = [this](const SidebarRow& row, const std::string& name) { rename(row, name); };
+    sidebar.onNamed = [this](const SidebarRow& row, const std::string& name) { return give(row, name); };
+    sidebar.onDraftEnded = [this] { draftIn_.reset(); };
     sidebar.onTrashed = [this](const std::string& path) { trash(path); };
     connectEditor();
     connectReminder();

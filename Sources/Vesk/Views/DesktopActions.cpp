@@ -21,16 +21,7 @@ void DesktopApplication::addActions() {
     };
     actions_ = {
         {"new-note", N_("New Note"), N_("Notes"), {"<Control>n"}, [this] { newNote({}); }, 1},
-        {"new-folder",
-         N_("New Folder…"),
-         N_("Notes"),
-         {"<Control><Shift>n"},
-         [this] {
-             if (workspace_.vault.get())
-                 askForFolderName(_("New Folder"), "",
-                                  [this](const std::string& name) { workspace_.createFolder(name, ""); });
-         },
-         1},
+        {"new-folder", N_("New Folder"), N_("Notes"), {"<Control><Shift>n"}, [this] { newFolder(""); }, 1},
         {"quick-switcher", N_("Go to Note…"), N_("Notes"), {"<Control>p"}, [this] { quickSwitcher(); }, 1},
         {"search",
          N_("Search All Notes"),

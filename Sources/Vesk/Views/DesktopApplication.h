@@ -64,8 +64,8 @@ private:
     void listsChanged();
     void showNote(const std::string& path, bool takesKeyboard = false);
     void selectionChanged(const std::optional<std::string>& path);
-    void askForFolderName(const std::string& title, const std::string& name,
-                          std::function<void(const std::string&)> done);
+    /// Has a folder's name written where the folder will stand; none is made before it has one.
+    void newFolder(const std::string& parent);
     std::shared_ptr<const Completion::Candidates> names();
     void highlight(const std::string& path);
     void showTitle();
@@ -73,7 +73,8 @@ private:
     void askWhereTo(const std::string& path);
     void askForName(const std::string& path);
     void askForName(const SidebarRow& row);
-    void rename(const SidebarRow& row, const std::string& name);
+    /// Renames what the row shows or makes the folder that it is a draft of; false if the name can't be had.
+    bool give(const SidebarRow& row, const std::string& name);
     void askForIcon(const std::string& path);
     void trash(const std::string& path);
     void restore(const std::string& trashPath);
@@ -122,8 +123,9 @@ private:
         names_;  ///< of notes by title, in the order of the workspace's
     std::uint64_t searching_ = 0;
     sigc::connection listTimer_, searchTimer_;
-    bool wantsTitle_ = false;  ///< the note that opens next is named first
-    std::string foldersOf_;    ///< root of the vault whose open folders the list shows
+    std::optional<std::string> draftIn_;  ///< where a folder is being named, empty for the top
+    bool wantsTitle_ = false;             ///< the note that opens next is named first
+    std::string foldersOf_;               ///< root of the vault whose open folders the list shows
     Glib::RefPtr<Gio::SimpleActionGroup> rowActions_;
     std::unique_ptr<Gtk::PopoverMenu> rowMenu_;
     bool isAsking_ = false;

@@ -170,13 +170,17 @@ void DesktopApplication::askForName(const SidebarRow& row) {
     window_->sidebar().edit(row, name);
 }
 
-void DesktopApplication::rename(const SidebarRow& row, const std::string& name) {
+bool DesktopApplication::give(const SidebarRow& row, const std::string& name) {
+    if (row.kind == SidebarRow::Kind::draft)
+        return draftIn_ && workspace_.createFolder(name, *draftIn_).has_value();
     if (row.kind != SidebarRow::Kind::folder) {
-        workspace_.renameNote(row.path, name);
-        return showTitle();
+        const auto renamed = workspace_.renameNote(row.path, name);
+        showTitle();
+        return renamed.has_value();
     }
-    if (const auto renamed = workspace_.renameFolder(row.path, name))
-        window_->sidebar().follow(folderRowID(row.path), folderRowID(*renamed));
+    const auto renamed = workspace_.renameFolder(row.path, name);
+    if (renamed) window_->sidebar().follow(folderRowID(row.path), folderRowID(*renamed));
+    return renamed.has_value();
 }
 
 void DesktopApplication::askForIcon(const std::string& path) {
@@ -222,25 +226,24 @@ void DesktopApplication::emptyTrash() {
     gtk_window_present(GTK_WINDOW(dialog));
 }
 
-void DesktopApplication::askForFolderName(const std::string& title, const std::string& name,
-                                          std::function<void(const std::string&)> done) {
-    auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(window_->window(), title.c_str(), nullptr));
-    auto* entry = gtk_entry_new();
-    gtk_editable_set_text(GTK_EDITABLE(entry), name.c_str());
-    gtk_entry_set_activates_default(GTK_ENTRY(entry), TRUE);
-    gtk_accessible_update_property(GTK_ACCESSIBLE(entry), GTK_ACCESSIBLE_PROPERTY_LABEL, "Name", -1);
-    adw_message_dialog_set_extra_child(dialog, entry);
-    adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
-    adw_message_dialog_add_response(dialog, "done", name.empty() ? "Create" : "Rename");
-    adw_message_dialog_set_response_appearance(dialog, "done", ADW_RESPONSE_SUGGESTED);
-    adw_message_dialog_set_default_response(dialog, "done");
-    adw_message_dialog_set_close_response(dialog, "cancel");
-    onSignal(dialog, "response::done", [entry, done = std::move(done)] {
-        const std::string typed = gtk_editable_get_text(GTK_EDITABLE(entry));
-        if (typed.find_first_not_of(" \t") != std::string::npos) done(typed);
-    });
-    gtk_window_present(GTK_WINDOW(dialog));
-    gtk_widget_grab_focus(entry);
+void DesktopApplication::newFolder(const std::string& parent) {
+    if (!workspace_.vault.get()) return;
+    window_->clearSearch();
+    window_->showList();
+    const auto begin = [this, parent] {
+        if (!window_) return;
+        window_->sidebar().finishEdit();
+        draftIn_ = parent;
+        window_->sidebar().editDraft(parent.empty() ? std::string() : folderRowID(parent));
+    };
+    // Not while the menu it was chosen from still has the keyboard; letters right behind a key are for the
+    // entry.
+    const auto focus = gtk_window_get_focus(window_->window());
+    if (focus && gtk_widget_get_ancestor(focus, GTK_TYPE_POPOVER)) {
+        Glib::signal_idle().connect_once(begin);
+    } else {
+        begin();
+    }
 }
 
 void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
@@ -283,11 +286,7 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             break;
         case SidebarRow::Kind::folder:
             item(first, _("New Note Here"), "new", [this, path] { newNote(path); });
-            item(first, _("New Folder Here…"), "new-folder", [this, path] {
-                askForFolderName(_("New Folder"), "", [this, path](const std::string& name) {
-                    workspace_.createFolder(name, path);
-                });
-            });
+            item(first, _("New Folder Here"), "new-folder", [this, path] { newFolder(path); });
             item(first, _("Rename"), "rename", rename);
             item(first, _("Show in Files"), "reveal", reveal);
             hasColors = true;
@@ -308,11 +307,9 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             break;
         case SidebarRow::Kind::header:
         case SidebarRow::Kind::placeholder:
+        case SidebarRow::Kind::draft:
             item(first, _("New Note"), "new", [this] { newNote({}); });
-            item(first, _("New Folder…"), "new-folder", [this] {
-                askForFolderName(_("New Folder"), "",
-                                 [this](const std::string& name) { workspace_.createFolder(name, ""); });
-            });
+            item(first, _("New Folder"), "new-folder", [this] { newFolder(""); });
             break;
     }
     menu->append_section(first);

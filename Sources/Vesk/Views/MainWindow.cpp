@@ -304,9 +304,13 @@ void MainWindow::showSidebar(bool shows) {
     sidebarHandle_.set_visible(shows);
 }
 
-void MainWindow::focusSearch() {
+void MainWindow::showList() {
     if (!sidebarPane_.get_visible()) toggleSidebar();
     showNotePage(false);
+}
+
+void MainWindow::focusSearch() {
+    showList();
     search_.grab_focus();
     search_.select_region(0, -1);
     if (search_.get_text().empty()) {

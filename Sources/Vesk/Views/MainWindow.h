@@ -48,6 +48,8 @@ public:
     void showNotePage(bool note);
     /// With an action if `button` is given.
     void toast(const std::string& words, const char* button = nullptr, std::function<void()> does = {});
+    /// Brings the list into view where it is hidden or covered.
+    void showList();
     /// Puts the keyboard into the search field.
     void focusSearch();
     void searchFor(const std::string& words);

@@ -202,6 +202,13 @@ void Sidebar::buildEntry() {
         if (gtk_window_is_active(GTK_WINDOW(gtk_widget_get_root(raw(*this))))) endEdit(Ending::taken, false);
     });
     entry_.add_controller(focus);
+    entry_.signal_changed().connect([this] { showRefusal(false); });
+}
+
+void Sidebar::showRefusal(bool isRefused) {
+    isRefused ? entry_.add_css_class("error") : entry_.remove_css_class("error");
+    gtk_accessible_update_state(GTK_ACCESSIBLE(entry_.gobj()), GTK_ACCESSIBLE_STATE_INVALID,
+                                isRefused ? GTK_ACCESSIBLE_INVALID_TRUE : GTK_ACCESSIBLE_INVALID_FALSE, -1);
 }
 
 std::optional<SidebarRow> Sidebar::focused() const {
@@ -216,26 +223,58 @@ std::optional<SidebarRow> Sidebar::focused() const {
 
 void Sidebar::edit(const SidebarRow& row, const std::string& name) {
     endEdit(Ending::taken, false);
+    awaited_.clear();
     const auto found = std::find_if(rows_.begin(), rows_.end(), [&](Gtk::Widget* candidate) {
         const auto shown = dynamic_cast<RowWidget&>(*candidate).row();
         return candidate->get_mapped() && shown && shown->id == row.id;
     });
-    if (found == rows_.end()) return;
-    edit_ = Edit{*found, row, name};
-    dynamic_cast<RowWidget&>(**found).take(entry_);
+    if (found != rows_.end()) beginEdit(**found, row, name);
+}
+
+void Sidebar::beginEdit(Gtk::Widget& widget, const SidebarRow& row, const std::string& name) {
+    edit_ = Edit{&widget, row, name};
+    dynamic_cast<RowWidget&>(widget).take(entry_);
     entry_.set_text(name);
+    showRefusal(false);
     entry_.grab_focus();
     entry_.select_region(0, -1);
 }
 
+void Sidebar::editDraft(const std::string& below) {
+    refresh();
+    if (!below.empty()) expand(below);
+    const auto isDraft = [](const SidebarRow& row) { return row.kind == SidebarRow::Kind::draft; };
+    const auto handle = find(isDraft);
+    const auto object = handle ? rowOf(handle->get_item()) : nullptr;
+    if (!object) return;
+    edit(object->row, "");
+    if (edit_) return;
+    awaited_ = object->row.id;
+    gtk_widget_activate_action(GTK_WIDGET(list_.gobj()), "list.scroll-to-item", "u", handle->get_position());
+}
+
 void Sidebar::endEdit(Ending ending, bool keepsKeyboard) {
-    if (!edit_) return;
-    const auto edit = *std::exchange(edit_, std::nullopt);
+    if (!edit_ || isNaming_) return;
     const std::string name = entry_.get_text();
+    const bool isNamed = name.find_first_not_of(" \t") != std::string::npos;
+    if (ending == Ending::taken && isNamed && name != edit_->name && onNamed) {
+        isNaming_ = true;
+        const bool isTaken = onNamed(edit_->row, name);
+        isNaming_ = false;
+        // Who asked for it has the name there to be mended; who went on elsewhere isn't called back.
+        if (!isTaken && keepsKeyboard) {
+            showRefusal(true);
+            entry_.grab_focus();
+            return;
+        }
+    }
+    const auto edit = *std::exchange(edit_, std::nullopt);
     dynamic_cast<RowWidget&>(*edit.widget).release(entry_);
     if (keepsKeyboard) list_.grab_focus();
-    const bool isNamed = name.find_first_not_of(" \t") != std::string::npos;
-    if (ending == Ending::taken && isNamed && name != edit.name && onRenamed) onRenamed(edit.row, name);
+    if (edit.row.kind == SidebarRow::Kind::draft) {
+        isRefreshWanted_ = true;
+        if (onDraftEnded) onDraftEnded();
+    }
     if (std::exchange(isRefreshWanted_, false)) Glib::signal_idle().connect_once([this] { refresh(); });
 }
 
@@ -377,8 +416,13 @@ void Sidebar::bind(const Glib::RefPtr<Gtk::ListItem>& item) {
         widget->expansion = row->property_expanded().signal_changed().connect(
             [this, id = object->row.id, weak = row.get()] { expansionChanged(id, weak->get_expanded()); });
     }
-    const bool isInert =
-        object->row.kind == SidebarRow::Kind::header || object->row.kind == SidebarRow::Kind::placeholder;
+    const auto kind = object->row.kind;
+    const bool isInert = kind == SidebarRow::Kind::header || kind == SidebarRow::Kind::placeholder ||
+                         kind == SidebarRow::Kind::draft;
+    if (!awaited_.empty() && object->row.id == awaited_)
+        Glib::signal_idle().connect_once([this, row = object->row] {
+            if (row.id == awaited_) edit(row, "");
+        });
     item->set_selectable(!isInert);
     item->set_activatable(!isInert);
 }
@@ -446,6 +490,7 @@ void Sidebar::expand(const std::string& id) {
 }
 
 void Sidebar::begin(std::set<std::string> expanded) {
+    endEdit(Ending::dropped, false);
     expanded_ = std::move(expanded);
     highlighted_.clear();
 }

@@ -15,7 +15,18 @@
 namespace vesk::views {
 
 struct SidebarRow {
-    enum class Kind { header, reminder, note, folder, document, file, trash, trashedNote, placeholder };
+    enum class Kind {
+        header,
+        reminder,
+        note,
+        folder,
+        draft,
+        document,
+        file,
+        trash,
+        trashedNote,
+        placeholder
+    };
     Kind kind = Kind::note;
     std::string id;    ///< unique in the whole list
     std::string path;  ///< of the note, folder or document
@@ -44,8 +55,10 @@ public:
     /// A menu is wanted on a row; `x` and `y` are in the sidebar.
     std::function<void(const SidebarRow&, double x, double y)> onMenu;
     std::function<void()> onExpansionChanged;
-    /// A row's name was written anew.
-    std::function<void(const SidebarRow&, const std::string& name)> onRenamed;
+    /// A row's name was written anew, or a draft's for the first time; false if it can't be had.
+    std::function<bool(const SidebarRow&, const std::string& name)> onNamed;
+    /// The draft that was edited isn't wanted any more, named or not.
+    std::function<void()> onDraftEnded;
     /// A note was dragged onto a folder, or onto the top for an empty one.
     std::function<void(const std::string& path, const std::string& folder)> onMoved;
     /// A note was dragged onto the trash.
@@ -68,6 +81,11 @@ public:
     std::optional<SidebarRow> focused() const;
     /// Has the name written anew in the row itself; nothing if it isn't on the screen.
     void edit(const SidebarRow& row, const std::string& name);
+    /// What is being written is taken for the name.
+    void finishEdit() { endEdit(Ending::taken, false); }
+    /// Has the draft, which is among the rows from now on, named where it stands: below the row of that id,
+    /// or at the top for an empty one.
+    void editDraft(const std::string& below);
     /// A row goes by another id from the next refresh on: it, and what is below it, stays as open as it was.
     void follow(const std::string& from, const std::string& to);
 
@@ -75,6 +93,8 @@ private:
     friend class SidebarLevel;
     enum class Ending { taken, dropped };
     void buildEntry();
+    void beginEdit(Gtk::Widget& widget, const SidebarRow& row, const std::string& name);
+    void showRefusal(bool isRefused);
     void endEdit(Ending ending, bool keepsKeyboard);
     Glib::RefPtr<Gio::ListModel> level(const Glib::RefPtr<Glib::ObjectBase>& item);
     bool menuAtKeyboard();
@@ -98,6 +118,8 @@ private:
         std::string name;
     };
     std::optional<Edit> edit_;
+    std::string awaited_;    ///< id of a row that is edited as soon as it is on the screen
+    bool isNaming_ = false;  ///< somebody is being asked whether the name can be had
     bool isRefreshWanted_ = false;
     std::string highlighted_;
     bool isHighlighting_ = false;

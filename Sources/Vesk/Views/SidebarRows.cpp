@@ -27,20 +27,28 @@ SidebarRow noteRow(const Workspace& workspace, const Note& note, std::string_vie
     return row;
 }
 
-void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::Node& node) {
-    rows.reserve(rows.size() + node.children.size() + node.notes.size());
+using Draft = std::optional<std::string>;
+
+void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::Node& node,
+              const Draft& draftIn) {
+    rows.reserve(rows.size() + node.children.size() + node.notes.size() + 1);
+    if (draftIn == node.path)
+        rows.push_back({.kind = SidebarRow::Kind::draft,
+                        .id = "draft",
+                        .title = _("New Folder"),
+                        .icon = "folder-symbolic"});
     for (const auto& child : node.children) {
         const auto color = workspace.folderColor(child->path);
         const auto count = child->totalNoteCount();
-        rows.push_back(
-            {.kind = SidebarRow::Kind::folder,
-             .id = folderRowID(child->path),
-             .path = child->path,
-             .title = decodedText(child->name),
-             .detail = count > 0 ? std::to_string(count) : std::string(),
-             .icon = "folder-symbolic",
-             .color = color ? std::string(rawValue(*color)) : std::string(),
-             .hasChildren = !child->children.empty() || !child->notes.empty() || !child->documents.empty()});
+        rows.push_back({.kind = SidebarRow::Kind::folder,
+                        .id = folderRowID(child->path),
+                        .path = child->path,
+                        .title = decodedText(child->name),
+                        .detail = count > 0 ? std::to_string(count) : std::string(),
+                        .icon = "folder-symbolic",
+                        .color = color ? std::string(rawValue(*color)) : std::string(),
+                        .hasChildren = !child->children.empty() || !child->notes.empty() ||
+                                       !child->documents.empty() || draftIn == child->path});
     }
     for (const auto& note : node.notes) rows.push_back(noteRow(workspace, note, "note:"));
     for (const auto& document : node.documents)
@@ -51,7 +59,7 @@ void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::
                         .icon = "text-x-generic-symbolic"});
 }
 
-Sidebar::Rows top(const Workspace& workspace) {
+Sidebar::Rows top(const Workspace& workspace, const Draft& draftIn) {
     Sidebar::Rows rows;
     const auto& home = workspace.home.get();
     if (!home.comingUp.empty()) rows.push_back(header("coming-up", _("Coming Up")));
@@ -70,7 +78,7 @@ Sidebar::Rows top(const Workspace& workspace) {
     if (!home.recent.empty()) rows.push_back(header("recent", _("Recently Changed")));
     for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
     rows.push_back(header("notes", _("Notes")));
-    addLevel(rows, workspace, workspace.tree.get().root());
+    addLevel(rows, workspace, workspace.tree.get().root(), draftIn);
     if (workspace.notes.get().empty())
         rows.push_back({.kind = SidebarRow::Kind::placeholder, .id = "none", .title = _("No notes yet")});
     const auto& trashed = workspace.trashedNotes.get();
@@ -94,8 +102,8 @@ std::string folderRowID(std::string_view folder) {
     return std::string(folderPrefix) + std::string(folder);
 }
 
-Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id) {
-    if (id.empty()) return top(workspace);
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, const Draft& draftIn) {
+    if (id.empty()) return top(workspace, draftIn);
     Sidebar::Rows rows;
     if (id == "trash") {
         for (const auto& note : workspace.trashedNotes.get())
@@ -105,7 +113,7 @@ Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id) {
                             .title = decodedText(note.name())});
     } else if (id.starts_with(folderPrefix)) {
         if (const auto* node = workspace.tree.get().node(std::string_view(id).substr(folderPrefix.size())))
-            addLevel(rows, workspace, *node);
+            addLevel(rows, workspace, *node, draftIn);
     }
     return rows;
 }

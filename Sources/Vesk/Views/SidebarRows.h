@@ -8,8 +8,10 @@
 
 namespace vesk::views {
 
-/// The rows below the row of that id, or the top ones for an empty id. Main thread.
-Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id);
+/// The rows below the row of that id, or the top ones for an empty id. A folder that is being named stands
+/// first among those of `draftIn`, its folder to be. Main thread.
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id,
+                          const std::optional<std::string>& draftIn = {});
 std::string folderRowID(std::string_view folder);
 
 }  // namespace vesk::views
