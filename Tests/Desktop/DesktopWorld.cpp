@@ -256,6 +256,10 @@ const std::string& DesktopWorld::sessionBus() {
     return screen().bus;
 }
 
+std::string DesktopWorld::busServices() {
+    return screen().runtime() + "/dbus-1/services";
+}
+
 std::vector<std::string> DesktopWorld::environment() const {
     const auto root = home.path().string();
     return {"PATH=/usr/bin:/bin",

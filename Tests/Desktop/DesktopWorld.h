@@ -50,6 +50,10 @@ public:
     void whileItStands(const std::function<void()>& body) const;
     /// Of all that the test program starts.
     static const std::string& sessionBus();
+    /// Where that bus looks for programs to start.
+    static std::string busServices();
+    /// What the program has in its environment.
+    std::vector<std::string> environment() const;
     bool hasEnded();
     /// Waits for its end; none if it doesn't come.
     std::optional<int> waitForEnd();
@@ -91,7 +95,6 @@ public:
     std::string output() const;
 
 private:
-    std::vector<std::string> environment() const;
     struct Point {
         int x = 0, y = 0;
         bool operator==(const Point&) const = default;

@@ -18,7 +18,8 @@ constexpr const char* foldersKey = "vesk.window.folders";  // root → ids of th
 }  // namespace
 
 DesktopApplication::DesktopApplication(const DesktopSeams& seams)
-    : Gtk::Application(applicationID, Gio::Application::Flags::HANDLES_COMMAND_LINE),
+    : Gtk::Application(applicationID,
+                       Gio::Application::Flags::HANDLES_COMMAND_LINE | Gio::Application::Flags::HANDLES_OPEN),
       seams_(seams),
       prompt_([this] { return window_ ? window_->window() : nullptr; }),
       bridge_(prompt_),
@@ -74,6 +75,15 @@ void DesktopApplication::on_activate() {
     showWindow();
 }
 
+void DesktopApplication::on_open(const type_vec_files& files, const Glib::ustring&) {
+    if (!window_) makeWindow();
+    for (const auto& file : files) {
+        const auto path = file->get_path();
+        openPath(path.empty() ? std::string(file->get_uri()) : path);
+    }
+    showWindow();
+}
+
 int DesktopApplication::on_command_line(const Glib::RefPtr<Gio::ApplicationCommandLine>& line) {
     int count = 0;
     char** words = line->get_arguments(count);
@@ -97,6 +107,7 @@ int DesktopApplication::on_command_line(const Glib::RefPtr<Gio::ApplicationComma
 }
 
 void DesktopApplication::showWindow() {
+    if (isEnding_) return;
     if (!window_) makeWindow();
     if (!workspace_.vault.get()) workspace_.restoreLastVault();
     window_->present();
@@ -319,6 +330,7 @@ void DesktopApplication::askToQuit() {
 }
 
 void DesktopApplication::endNow() {
+    isEnding_ = true;
     bridge_.flushAllPendingSaves();
     rememberFolders();
     rowMenu_.reset();

@@ -11,6 +11,17 @@ namespace {
 constexpr std::size_t mostShown = 60;
 constexpr int menuSections = 3;
 
+/// Whether the person is in one of the application's windows.
+bool isAnyActive() {
+    auto* windows = gtk_window_get_toplevels();
+    for (guint index = 0; index < g_list_model_get_n_items(windows); ++index) {
+        auto* window = static_cast<GtkWindow*>(g_list_model_get_item(windows, index));
+        g_object_unref(window);
+        if (gtk_window_is_active(window)) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 void DesktopApplication::addActions() {
@@ -146,8 +157,12 @@ void DesktopApplication::addActions() {
                                 assistant_->run(action);
                             }});
     for (const auto& action : actions_) {
-        add_action(action.name, [does = action.does, this] {
-            if (window_) does();
+        const bool isForWindow = std::string_view(action.name) != "quit";
+        add_action(action.name, [does = action.does, isForWindow, this] {
+            if (isEnding_) return;
+            // Asked on the session bus, perhaps before there is a window.
+            if (isForWindow && !isAnyActive()) showWindow();
+            does();
         });
         if (!action.keys.empty()) set_accels_for_action(Glib::ustring("app.") + action.name, action.keys);
     }

@@ -30,6 +30,8 @@ public:
 protected:
     void on_startup() override;
     void on_activate() override;
+    /// Asked on the session bus; a start of the program goes through its command line.
+    void on_open(const type_vec_files& files, const Glib::ustring& hint) override;
     int on_command_line(const Glib::RefPtr<Gio::ApplicationCommandLine>& line) override;
 
 private:
@@ -128,7 +130,7 @@ private:
     std::string foldersOf_;               ///< root of the vault whose open folders the list shows
     Glib::RefPtr<Gio::SimpleActionGroup> rowActions_;
     std::unique_ptr<Gtk::PopoverMenu> rowMenu_;
-    bool isAsking_ = false;
+    bool isAsking_ = false, isEnding_ = false;
 };
 
 }  // namespace vesk::views
