@@ -29,7 +29,7 @@ EditorTheme EditorTheme::current(double bodyPoints) {
     const bool isStrong = adw_style_manager_get_high_contrast(manager);
     if (theme.isDark) {
         theme.text = parsed("rgba(255,255,255,0.92)");
-        theme.faint = parsed(isStrong ? "rgba(255,255,255,0.8)" : "rgba(255,255,255,0.45)");
+        theme.faint = parsed(isStrong ? "rgba(255,255,255,0.9)" : "rgba(255,255,255,0.45)");
         theme.accent = parsed("#78aeed");
         theme.codeBackground = parsed("rgba(255,255,255,0.1)");
         theme.codeBlockBackground = parsed("rgba(255,255,255,0.05)");
@@ -53,10 +53,10 @@ EditorTheme EditorTheme::current(double bodyPoints) {
     if (isStrong) {
         const bool isDark = theme.isDark;
         theme.text = parsed(isDark ? "#ffffff" : "#000000");
-        theme.accent = parsed(isDark ? "#99c1f1" : "#1a5fb4");
-        theme.codeBackground = parsed(isDark ? "rgba(255,255,255,0.22)" : "rgba(0,0,0,0.14)");
+        theme.accent = parsed(isDark ? "#b4d2f7" : "#134a8e");
+        theme.codeBackground = parsed(isDark ? "rgba(255,255,255,0.18)" : "rgba(0,0,0,0.14)");
         theme.codeBlockBackground = parsed(isDark ? "rgba(255,255,255,0.14)" : "rgba(0,0,0,0.09)");
-        theme.highlight = parsed(isDark ? "rgba(248,228,92,0.45)" : "rgba(245,194,17,0.65)");
+        theme.highlight = parsed(isDark ? "rgba(248,228,92,0.28)" : "rgba(245,194,17,0.4)");
     }
     char* interfaceFont = nullptr;
     if (GtkSettings* settings = gtk_settings_get_default())
