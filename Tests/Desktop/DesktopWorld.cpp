@@ -401,7 +401,7 @@ void DesktopWorld::clickAt(int x, int y, int button) const {
         {"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", std::to_string(button)});
 }
 
-std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const Control& target) {
+std::optional<DesktopWorld::Area> DesktopWorld::areaOf(const Control& target) {
     constexpr guint32 inWindow = 1;
     GVariant* answer = call(target.bus, target.path, "org.a11y.atspi.Component", "GetExtents",
                             g_variant_new("(u)", inWindow), "((iiii))");
@@ -410,7 +410,23 @@ std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const Control& target)
     g_variant_get(answer, "((iiii))", &x, &y, &width, &height);
     g_variant_unref(answer);
     if (width <= 0 || height <= 0) return {};
-    return Point{x + width / 2, y + height / 2};
+    return Area{x, y, width, height};
+}
+
+std::optional<DesktopWorld::Area> DesktopWorld::areaOf(const std::string& name) const {
+    std::optional<Area> found;
+    until([&] {
+        for (const auto& target : controls())
+            if (!found && target.name == name) found = areaOf(target);
+        return found.has_value();
+    });
+    return found;
+}
+
+std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const Control& control) {
+    const auto area = areaOf(control);
+    if (!area) return {};
+    return Point{area->x + area->width / 2, area->y + area->height / 2};
 }
 
 std::optional<DesktopWorld::Point> DesktopWorld::middleOf(const std::string& name) const {

@@ -77,6 +77,11 @@ public:
     bool fileBecomes(const std::string& path, const std::string& text) const;
 
     std::vector<Control> controls() const;
+    struct Area {
+        int x = 0, y = 0, width = 0, height = 0;
+    };
+    /// Where the control stands on the screen; waits for it.
+    std::optional<Area> areaOf(const std::string& name) const;
     /// The first control of the name, and of the role if one is given.
     std::optional<Control> control(const std::string& name, const std::string& role = "") const;
     /// Whether the control can be used; false if it isn't there.
@@ -99,6 +104,7 @@ private:
         int x = 0, y = 0;
         bool operator==(const Point&) const = default;
     };
+    static std::optional<Area> areaOf(const Control& control);
     static std::optional<Point> middleOf(const Control& control);
     std::optional<Point> middleOf(const std::string& name) const;
     int runTool(const std::vector<std::string>& words) const;

@@ -71,19 +71,41 @@ constexpr const char* onDark = R"css(
 .folder-indigo { color: #a9a9f5; } .folder-purple { color: #dc8add; } .folder-pink { color: #f5a6c8; }
 .folder-brown { color: #cdab8f; } .folder-gray { color: #c0bfbc; }
 )css";
-// For high contrast: colours of at least 4.5 : 1 on the ground, and lines round what else only a tint sets
-// off.
+// For high contrast: words of at least 7 : 1 on their ground, symbols and lines of at least 3 : 1 also where
+// the row is chosen, and lines round what else only a tint sets off.
 constexpr const char* strongOnLight = R"css(
+@define-color window_fg_color #000000;
+@define-color view_fg_color #000000;
+@define-color headerbar_fg_color #000000;
+@define-color card_fg_color #000000;
+@define-color dialog_fg_color #000000;
+@define-color popover_fg_color #000000;
+@define-color accent_color #134a8e;
+@define-color accent_bg_color #134a8e;
+@define-color destructive_color #8f1520;
+@define-color destructive_bg_color #a51d2d;
+@define-color error_color #8f1520;
 .folder-red { color: #a51d2d; } .folder-orange { color: #9c4500; } .folder-yellow { color: #7a5c00; }
 .folder-green { color: #1b6e43; } .folder-teal { color: #0d6161; } .folder-blue { color: #1a5fb4; }
 .folder-indigo { color: #3b3ba8; } .folder-purple { color: #613583; } .folder-pink { color: #99385f; }
 .folder-brown { color: #63452c; } .folder-gray { color: #3d3846; }
 )css";
+constexpr const char* strongOnDark = R"css(
+@define-color accent_color #b4d2f7;
+@define-color accent_bg_color #99c1f1;
+@define-color accent_fg_color #000000;
+@define-color destructive_color #ffb3b0;
+@define-color destructive_bg_color #ffb3b0;
+@define-color destructive_fg_color #000000;
+@define-color error_color #ffb3b0;
+)css";
 constexpr const char* strong = R"css(
 .note-banner, .assistant-question, .assistant-failure, .assistant-composer, .assistant-answer .answer-code, .plan-side, .diff-count { box-shadow: inset 0 0 0 1px currentColor; }
 .assistant-answer .answer-quote { border-left-color: currentColor; }
 .pane-handle { background-color: currentColor; }
-.plan-blocked { opacity: 0.85; }
+.swatch { box-shadow: inset 0 0 0 1px currentColor; }
+.plan-blocked .title { opacity: 1; }
+entry.error { color: currentColor; }
 )css";
 
 /// What of the style depends on the desktop's looks.
@@ -94,7 +116,7 @@ void follow(GtkCssProvider* provider) {
     const std::string rules = std::string(isDark     ? onDark
                                           : isStrong ? strongOnLight
                                                      : "") +
-                              (isStrong ? strong : "");
+                              (isStrong ? strong : "") + (isStrong && isDark ? strongOnDark : "");
     gtk_css_provider_load_from_data(provider, rules.data(), static_cast<gssize>(rules.size()));
 }
 
