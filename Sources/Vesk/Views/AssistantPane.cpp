@@ -78,7 +78,6 @@ void AssistantPane::buildBar() {
 
 void AssistantPane::buildConversation() {
     turns_.add_css_class("assistant-turns");
-    turns_.set_valign(Gtk::Align::START);
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_child(turns_);
     setAccessibleName(scroller_, _("Conversation"));
