@@ -59,10 +59,12 @@ protected:
 
 TEST_F(SafetyTest, TellsOfAFullDiskAndSavesWhenThereIsRoom) {
     typeOnAFullDisk();
+    EXPECT_TRUE(descriptionOf(text).starts_with(cannotSave)) << "read out to who can't see it";
     fillDisk(false);
     ASSERT_TRUE(press("Try Again"));
     EXPECT_TRUE(fileBecomes("Plan.md", "One\nkept")) << vault.read("Plan.md");
     EXPECT_TRUE(until([&] { return !shows(cannotSave); }));
+    EXPECT_EQ(descriptionOf(text), "");
 }
 
 TEST_F(SafetyTest, AsksBeforeItQuitsAndBringsBackWhatAPowerCutFoundUnsaved) {

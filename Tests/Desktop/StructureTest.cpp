@@ -89,13 +89,16 @@ TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
     ASSERT_TRUE(until([&] { return shows("New name"); }));
     type("Work");
     key("Return");
-    EXPECT_TRUE(until([&] { return shows("One called “Work” is already in this folder."); })) << "the reason";
+    const char* const reason = "One called “Work” is already in this folder.";
+    EXPECT_TRUE(until([&] { return shows(reason); }));
+    EXPECT_EQ(descriptionOf("New name"), reason) << "read out to who can't see it";
     EXPECT_TRUE(vault.exists("Journeys/Oslo.md"));
     // What was written is there to be mended.
     key("End");
     type(" trips");
     key("Return");
     ASSERT_TRUE(until([&] { return vault.exists("Work trips/Oslo.md") && !shows("New name"); }));
+    EXPECT_TRUE(until([&] { return !shows(reason); })) << "it is no longer true";
     ASSERT_TRUE(click("Work"));
     key("F2");
     type("Elsewhere");

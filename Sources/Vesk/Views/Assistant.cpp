@@ -159,7 +159,7 @@ void Assistant::proposed() {
 void Assistant::review() {
     if (brain_->pendingEdit.get()) return reviewEdit();
     if (!brain_->pendingPlan->empty()) return reviewPlan();
-    host_.tell(_("Nothing waits for review."));
+    host_.inform(_("Nothing waits for review."));
 }
 
 void Assistant::reviewEdit() {
@@ -171,8 +171,8 @@ void Assistant::reviewEdit() {
                                if (weak.expired()) return;
                                if (const auto problem = brain_->applyEdit(approved))
                                    return host_.tell(*problem);
-                               host_.tell(Glib::ustring::compose(_("“%1” holds the new text."),
-                                                                 decodedText(approved.noteTitle)));
+                               host_.inform(Glib::ustring::compose(_("“%1” holds the new text."),
+                                                                   decodedText(approved.noteTitle)));
                            });
     const auto discard = [this, weak = std::weak_ptr<int>(life_)] {
         if (!weak.expired()) brain_->discardPendingEdit();
@@ -192,7 +192,7 @@ void Assistant::reviewPlan() {
             if (!report) return;
             // Counts alone don't say what was left out, and why.
             const bool isWhole = report->skipped.empty() && report->failed.empty();
-            isWhole ? host_.tell(report->summary()) : AssistantPlanReport::show(host_.window(), *report);
+            isWhole ? host_.inform(report->summary()) : AssistantPlanReport::show(host_.window(), *report);
         },
         [this, weak = std::weak_ptr<int>(life_)] {
             if (!weak.expired()) brain_->discardPendingPlan();

@@ -28,7 +28,8 @@ struct AssistantHost {
     std::function<void(TextRange)> goTo;  ///< in the note that is shown
     std::function<void(const FilePath&)> openFile;
     std::function<void(const std::string& address)> openAddress;
-    std::function<void(const std::string& words)> tell;
+    std::function<void(const std::string& reason)> tell;   ///< why something wasn't done
+    std::function<void(const std::string& words)> inform;  ///< what was done, or needn't be
 };
 
 /// Main thread. Belongs to one window.

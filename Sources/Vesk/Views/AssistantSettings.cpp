@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Vesk/Views/Toasts.h"
+
 namespace vesk::views {
 namespace {
 
@@ -189,9 +191,8 @@ private:
     void tell(const std::string& words) {
         auto* window = gtk_widget_get_root(GTK_WIDGET(page_));
         if (!ADW_IS_PREFERENCES_WINDOW(window)) return;
-        char* escaped = g_markup_escape_text(words.c_str(), -1);
-        adw_preferences_window_add_toast(ADW_PREFERENCES_WINDOW(window), adw_toast_new(escaped));
-        g_free(escaped);
+        adw_preferences_window_add_toast(ADW_PREFERENCES_WINDOW(window),
+                                         reasonToast(GTK_WINDOW(window), words));
     }
 
     AdwPreferencesPage* page_;

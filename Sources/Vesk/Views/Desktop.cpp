@@ -196,7 +196,8 @@ void DesktopApplication::makeAssistant() {
                           [this](const std::string& address) {
                               gtk_show_uri(window_->window(), address.c_str(), GDK_CURRENT_TIME);
                           },
-                      .tell = [this](const std::string& words) { tell(words); }});
+                      .tell = [this](const std::string& words) { tell(words); },
+                      .inform = [this](const std::string& words) { window_->toast(words); }});
     window_->addInspectorTab(assistant_->pane(), "ai", "Assistant");
     window_->addAboveNote(assistant_->titleCard());
 }

@@ -345,7 +345,8 @@ void DesktopApplication::showPreferences() {
 
 void DesktopApplication::showTrash() {
     const auto& trashed = workspace_.trashedNotes.get();
-    if (trashed.empty() && workspace_.trashedOtherItems.get() == 0) return tell(_("The trash is empty."));
+    if (trashed.empty() && workspace_.trashedOtherItems.get() == 0)
+        return window_->toast(_("The trash is empty."));
     std::vector<PickerItem> all;
     for (const auto& note : trashed)
         all.push_back(

@@ -77,6 +77,7 @@ private:
     void askForName(const SidebarRow& row);
     /// Renames what the row shows or makes the folder that it is a draft of; false if the name can't be had.
     bool give(const SidebarRow& row, const std::string& name);
+    bool tryToGive(const SidebarRow& row, const std::string& name);
     void askForIcon(const std::string& path);
     void trash(const std::string& path);
     void restore(const std::string& trashPath);

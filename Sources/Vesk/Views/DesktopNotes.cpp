@@ -27,7 +27,7 @@ constexpr std::uintmax_t largestAttachment = 200'000'000;
 }  // namespace
 
 void DesktopApplication::tell(const std::string& words) {
-    if (window_) window_->toast(words);
+    if (window_) window_->tell(words);
 }
 
 // Lists
@@ -171,6 +171,12 @@ void DesktopApplication::askForName(const SidebarRow& row) {
 }
 
 bool DesktopApplication::give(const SidebarRow& row, const std::string& name) {
+    const bool isTaken = tryToGive(row, name);
+    if (isTaken) window_->dropReason();
+    return isTaken;
+}
+
+bool DesktopApplication::tryToGive(const SidebarRow& row, const std::string& name) {
     if (row.kind == SidebarRow::Kind::draft)
         return draftIn_ && workspace_.createFolder(name, *draftIn_).has_value();
     if (row.kind != SidebarRow::Kind::folder) {

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
+#include "Vesk/Views/Toasts.h"
 #include "VeskCore/Support/PathText.h"
 
 namespace vesk::views {
 namespace {
 
 constexpr int leastSidebar = 220, greatestSidebar = 480, leastContent = 340;
-constexpr std::size_t longToast = 80;  // bytes that take longer to read than a toast usually stays
-constexpr guint longToastSeconds = 10;
 constexpr const char* sidebarKey = "vesk.window.sidebar";
 constexpr const char* sidebarShownKey = "vesk.window.sidebar.shown";
 constexpr const char* inspectorKey = "vesk.window.inspector";
@@ -461,20 +460,25 @@ void MainWindow::showNotePage(bool note) {
 }
 
 void MainWindow::toast(const std::string& words, const char* button, std::function<void()> does) {
-    auto* toast = adw_toast_new("");
-    // A toast's own title is cut at one line, and with it the reason why something wasn't done.
-    auto* label = gtk_label_new(words.c_str());
-    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
-    gtk_label_set_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
-    gtk_label_set_xalign(GTK_LABEL(label), 0);
-    gtk_label_set_max_width_chars(GTK_LABEL(label), 60);
-    adw_toast_set_custom_title(toast, label);
-    if (words.size() > longToast) adw_toast_set_timeout(toast, longToastSeconds);
+    auto* toast = plainToast(words);
     if (button) {
         adw_toast_set_button_label(toast, button);
         onSignal(toast, "button-clicked", std::move(does));
     }
     adw_toast_overlay_add_toast(toasts_, toast);
+}
+
+void MainWindow::tell(const std::string& reason) {
+    dropReason();
+    reason_ = reasonToast(window(), reason);
+    onSignal(reason_, "dismissed", [this, toast = reason_] {
+        if (reason_ == toast) reason_ = nullptr;
+    });
+    adw_toast_overlay_add_toast(toasts_, reason_);
+}
+
+void MainWindow::dropReason() {
+    if (reason_) adw_toast_dismiss(std::exchange(reason_, nullptr));
 }
 
 }  // namespace vesk::views

@@ -46,7 +46,11 @@ public:
     void showVault();
     /// In a narrow window: the note instead of the list, or back.
     void showNotePage(bool note);
-    /// With an action if `button` is given.
+    /// Why something wasn't done: stands until it is closed or another reason is told.
+    void tell(const std::string& reason);
+    /// What was refused has been done after all.
+    void dropReason();
+    /// What was done; goes by itself. With an action if `button` is given.
     void toast(const std::string& words, const char* button = nullptr, std::function<void()> does = {});
     /// Brings the list into view where it is hidden or covered.
     void showList();
@@ -99,6 +103,7 @@ private:
     UserDefaults& defaults_;
     AdwApplicationWindow* window_;
     AdwToastOverlay* toasts_ = nullptr;
+    AdwToast* reason_ = nullptr;  ///< the one that stands
     AdwLeaflet* leaflet_ = nullptr;
     AdwWindowTitle* title_ = nullptr;
     AdwStatusPage* welcome_ = nullptr;

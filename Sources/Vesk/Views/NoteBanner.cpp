@@ -1,5 +1,7 @@
 #include "Vesk/Views/NoteBanner.h"
 
+#include "Vesk/Views/Toasts.h"
+
 namespace vesk::views {
 
 NoteBanner::NoteBanner() {
@@ -52,6 +54,23 @@ void NoteBanner::present(const Contents& contents) {
     }
     set_visible(true);
     set_reveal_child(true);
+    const auto words = contents.heading + "\n" + contents.text;
+    auto* window = gtk_widget_get_root(raw(*this));
+    // A failure that repeats while somebody types on is told once.
+    if (words == announced_ || !GTK_IS_WINDOW(window)) return;
+    takeBack();
+    announced_ = words;
+    takeBack_ = announce(GTK_WINDOW(window), words);
+}
+
+void NoteBanner::dismiss() {
+    set_reveal_child(false);
+    takeBack();
+}
+
+void NoteBanner::takeBack() {
+    announced_.clear();
+    if (takeBack_) std::exchange(takeBack_, nullptr)();
 }
 
 }  // namespace vesk::views

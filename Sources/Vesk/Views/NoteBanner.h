@@ -22,9 +22,13 @@ public:
     /// Called with the words of the button.
     std::function<void(const std::string&)> onAction;
     void present(const Contents& contents);
-    void dismiss() { set_reveal_child(false); }
+    void dismiss();
 
 private:
+    void takeBack();
+
+    std::string announced_;
+    std::function<void()> takeBack_;
     Gtk::Box card_, words_{Gtk::Orientation::VERTICAL}, buttons_;
     Gtk::Image icon_;
     Gtk::Label heading_, text_;
