@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "VeskCore/Index/FilingLedger.h"
 #include "VeskCore/Support/Error.h"
 
 namespace vesk {
@@ -73,9 +74,6 @@ struct PlanIssue {
     std::string message;
     bool operator==(const PlanIssue&) const = default;
 };
-
-/// How sure the organiser is of a folder.
-enum class FilingTier { confident, unsure };
 
 /// What the organiser adds to an operation of its own.
 struct PlanAnnotation {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "VeskCore/Index/Chunker.h"
+#include "VeskCore/Index/FilingLedger.h"
 #include "VeskCore/Index/IndexError.h"
 #include "VeskCore/Index/Sqlite.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
@@ -51,7 +52,7 @@ struct ReindexSummary {
 /// Any thread may call any operation; one recursive lock guards the connection. A full reindex holds one
 /// transaction for its notes, so other writers wait for it. Operations throw IndexError unless told
 /// otherwise.
-class NoteIndex {
+class NoteIndex : public FilingLedger {
 public:
     struct DocumentStamp {
         double modified = 0;  ///< seconds since 1970
@@ -89,7 +90,7 @@ public:
     NoteIndex(const Vault& vault, Clock& clock, Log& log);
     /// `best` limits what is taken of the keyword backends that SQLite offers.
     NoteIndex(const FilePath& file, Clock& clock, Log& log, KeywordBackend best = KeywordBackend::fts5);
-    ~NoteIndex();
+    ~NoteIndex() override;
     NoteIndex(const NoteIndex&) = delete;
     NoteIndex& operator=(const NoteIndex&) = delete;
 
@@ -192,6 +193,29 @@ public:
     std::vector<Neighbour> nearestChunks(std::span<const float> vector,
                                          const std::optional<std::string>& provider, int limit,
                                          double minimumScore) const;
+
+    // The organiser
+
+    std::map<FilingLedgerKey, FilingDecision> lookup(const std::vector<FilingLedgerKey>& keys) const override;
+    void record(const Entries& entries) override;
+    void markApplied(const std::map<std::string, std::string>& moves, std::string_view modelKey) override;
+    void forgetDecisions(const std::vector<std::string>& paths, std::string_view modelKey) override;
+    std::set<std::string> userPlaced(const std::vector<FilingLedgerKey>& keys) const override;
+    /// Every note's path, name, content hash and body, by path. The index is held meanwhile.
+    void noteTexts(const std::function<void(const std::string& path, const std::string& name,
+                                            const std::string& hash, std::string_view body)>& note) const;
+    struct NoteVector {
+        std::string path, contentHash;
+        std::vector<float> vector;
+    };
+    /// The vector of a whole note, if it was stored for this text.
+    std::optional<std::vector<float>> noteVector(std::string_view path, std::string_view hash,
+                                                 std::string_view provider) const;
+    /// A note keeps one vector of each provider. One transaction.
+    void storeNoteVectors(const std::vector<NoteVector>& vectors, std::string_view provider);
+    /// Those of its passages that have one, in order.
+    std::vector<std::vector<float>> chunkVectors(std::string_view path) const;
+    bool hasChunkVectors() const;
 
     // Pure parts
 
