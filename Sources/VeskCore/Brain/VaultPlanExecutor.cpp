@@ -94,18 +94,40 @@ private:
                      .after = {},
                      .issue = {},
                      .annotation = annotation(operation)};
-        auto blocked = lexicallyBlocked(operation);
-        if (!blocked) {
-            made.operation = spelled(operation);
-            made.description = made.operation.describedForReview();
-            blocked = match(made.operation, [&](const auto& it) { return check(it, made); });
-        }
-        if (blocked) {
-            made.issue = PlanIssue{.severity = PlanIssue::Severity::blocking,
-                                   .operationIndex = id,
-                                   .message = std::move(*blocked)};
-        }
+        if (made.annotation)
+            for (auto& alternative : made.annotation->alternatives) judge(alternative, id);
+        if (auto blocked = judge(operation, made)) made.issue = issue(id, std::move(*blocked));
         return made;
+    }
+
+    Blocked judge(const VaultOperation& operation, Preview& made) {
+        if (auto blocked = lexicallyBlocked(operation)) return blocked;
+        made.operation = spelled(operation);
+        made.description = made.operation.describedForReview();
+        return match(made.operation, [&](const auto& it) { return check(it, made); });
+    }
+
+    /// As if the move stood in the place of the operation that it is another choice for.
+    void judge(PlanAnnotation::Alternative& alternative, int id) {
+        Preview made{.id = id,
+                     .operation = alternative.operation,
+                     .description = {},
+                     .before = {},
+                     .after = {},
+                     .issue = {},
+                     .annotation = {}};
+        const auto limit = limit_;
+        const auto blocked = judge(alternative.operation, made);
+        if (blocked) alternative.issue = issue(id, *blocked);
+        limit_ = limit;
+        alternative.operation = made.operation;
+        const auto* move = std::get_if<Op::RenameNote>(&made.operation.value);
+        if (move && !blocked) census_.moveNote(move->to, move->from);
+    }
+
+    static PlanIssue issue(int id, std::string blocked) {
+        return {
+            .severity = PlanIssue::Severity::blocking, .operationIndex = id, .message = std::move(blocked)};
     }
 
     std::optional<PlanAnnotation> annotation(const VaultOperation& operation) const {

@@ -64,8 +64,9 @@ struct Report {
 using Write =
     std::function<void(const std::string& text, const FilePath& path, const ForeignEdit::Disk& expected)>;
 
-/// One preview for each operation, in order, each seeing the effect of those before it. Writes nothing. With
-/// `limitToNote` only that note may be touched.
+/// One preview for each operation, in order, each seeing the effect of those before it; an annotation's
+/// alternatives are moves, and each gets its issue in the same way. Writes nothing. With `limitToNote` only
+/// that note may be touched.
 std::vector<Preview> validate(const VaultPlan& plan, const Vault& vault,
                               const std::optional<std::string>& limitToNote = {},
                               const std::vector<std::string>& forbiddenFolders = {});
