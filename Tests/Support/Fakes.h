@@ -11,6 +11,7 @@
 
 #include "Support/Scratch.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Platform/LanguageRecogniser.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
@@ -166,6 +167,17 @@ public:
     int dimension = 16;
     std::function<bool(std::string_view)> throwsOn, givesNothingFor;
     std::unique_ptr<SentenceEmbedding> sentenceEmbedding(std::string_view language) override;
+};
+
+/// Takes every text for the language that the test set.
+class FakeLanguageRecogniser final : public LanguageRecogniser {
+public:
+    std::optional<std::string> language = "en";
+    std::vector<std::string> asked;
+    std::optional<std::string> dominantLanguage(std::string_view text) override {
+        asked.emplace_back(text);
+        return language;
+    }
 };
 
 }  // namespace vesk::test

@@ -1,0 +1,102 @@
+#include "VeskCore/Brain/Filing/FilingOutcome.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "VeskCore/Support/Match.h"
+#include "VeskCore/Support/Text.h"
+
+namespace vesk {
+
+namespace {
+
+constexpr std::string_view separator = " · ";
+
+const char* plural(int count) {
+    return count == 1 ? "" : "s";
+}
+
+/// "1 looks like junk", "3 look like junk".
+std::string looksLikeJunk(int count) {
+    return fmt::format("{} look{} like junk", count, count == 1 ? "s" : "");
+}
+
+}  // namespace
+
+std::string FilingTime::describe(double seconds) {
+    if (!(seconds >= 10)) return "a few seconds";
+    if (seconds < 90) return fmt::format("about {} seconds", std::max(10L, std::lround(seconds / 5) * 5));
+    return fmt::format("about {} minutes", std::max(2L, std::lround(seconds / 60)));
+}
+
+std::string FilingPreflight::headline() const {
+    const auto folders = static_cast<int>(taxonomy.targets.size());
+    std::vector<std::string> parts{fmt::format("{} note{} waiting to be filed into {} folder{}", askable,
+                                               plural(askable), folders, plural(folders)),
+                                   looksLikeJunk(junk), fmt::format("{} decided earlier", decidedEarlier)};
+    if (userPlaced > 0) parts.push_back(fmt::format("{} placed by you", userPlaced));
+    if (undelivered > 0) parts.push_back(fmt::format("{} still downloading from iCloud", undelivered));
+    parts.push_back(FilingTime::describe(estimatedSeconds));
+    auto text = join(parts, separator);
+    if (hintsUnavailable)
+        text += fmt::format(" — without similar-note hints, so nothing will be ticked for you ({})",
+                            *hintsUnavailable);
+    return text;
+}
+
+std::vector<std::string> FilingPreflight::lines() const {
+    std::vector<std::string> made{headline(), taxonomy.treatedAsInboxLine()};
+    if (ledgerNote) made.push_back(*ledgerNote);
+    return made;
+}
+
+bool FilingCoverage::identityHolds() const {
+    return inScope == decidedNow + fromCache + userPlaced + declined + junk + undelivered + notLookedAt;
+}
+
+std::vector<std::string> FilingCoverage::lines(std::string_view providerName) const {
+    std::vector<std::string> made{fmt::format("Checked {} note{} in your inbox", inScope, plural(inScope))};
+    std::vector<std::string> parts{fmt::format("{} decided now", decidedNow),
+                                   fmt::format("{} from last time", fromCache)};
+    if (userPlaced > 0) parts.push_back(fmt::format("{} placed by you", userPlaced));
+    parts.push_back(fmt::format("{} declined by {}", declined, providerName));
+    parts.push_back(looksLikeJunk(junk));
+    parts.push_back(fmt::format("{} still downloading", undelivered));
+    parts.push_back(fmt::format("{} not looked at", notLookedAt));
+    made.push_back(join(parts, separator));
+    if (stoppedAfter) {
+        made.push_back(fmt::format("Stopped after {} of {} — run again to finish; decisions so far are kept",
+                                   *stoppedAfter, askable));
+    } else if (aborted) {
+        std::string_view reason = *aborted;
+        if (reason.ends_with('.')) reason.remove_suffix(1);
+        made.push_back(
+            fmt::format("Stopped early — {}. Run again to finish; decisions so far are kept", reason));
+    }
+    return made;
+}
+
+std::optional<double> FilingReport::meanCallSeconds() const {
+    if (callSeconds.empty()) return {};
+    return std::accumulate(callSeconds.begin(), callSeconds.end(), 0.0) /
+           static_cast<double>(callSeconds.size());
+}
+
+std::string FilingRefusal::description() const {
+    return match(
+        value,
+        [](const TooFewFolders&) -> std::string {
+            return "Make two or more folders first — Vesk files notes into folders that already exist, and "
+                   "one folder is not a choice.";
+        },
+        [](const NothingToFile& it) -> std::string {
+            if (it.noteCount == 0) return "Nothing is waiting to be filed — the vault has no notes yet.";
+            return fmt::format("Nothing is waiting to be filed — all {} note{} in folders.", it.noteCount,
+                               it.noteCount == 1 ? " is" : "s are");
+        });
+}
+
+}  // namespace vesk
