@@ -103,6 +103,9 @@ public:
              .providers = {
                  .options = [this, kept] { return rows(kept); },
                  .probe = [this](const std::stop_token& stop) { providers_.probeLocalServers(true, stop); }},
+             .embeddings = context.embeddings,
+             .languages = context.languages,
+             .systemVersion = context.systemVersion,
              .flushPendingSaves = [] {}});
         brain_->attach(session_);
         runWhile([this] { return brain_->discovering.get(); });

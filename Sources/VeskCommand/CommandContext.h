@@ -65,6 +65,7 @@ struct CommandContext {
     /// Starts the window, or raises it, with the files or folders to open. Throws Error.
     std::function<void(const std::vector<FilePath>&)> openWindow;
     std::stop_token stop;
+    std::string systemVersion;  ///< of the operating system: "12.5.0"
 
     std::string vaultOption;  ///< --vault
     bool json = false;        ///< --json

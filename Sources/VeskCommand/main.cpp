@@ -20,6 +20,7 @@
 #include "VeskLinux/SecretServiceStore.h"
 #include "VeskLinux/SentenceModel/SentenceModelSource.h"
 #include "VeskLinux/SystemLog.h"
+#include "VeskLinux/SystemVersion.h"
 
 namespace {
 
@@ -71,6 +72,7 @@ int main(int argc, char** argv) {
             [&](auto trouble) { return DesktopNotifications::service(files, clock, log, trouble); },
         .openWindow = startDesktop,
         .stop = interrupts.token(),
+        .systemVersion = systemVersion(),
         .vaultOption = {}};
 
     CLI::App program(

@@ -11,6 +11,7 @@
 #include "Vesk/Views/Desktop.h"
 #include "Vesk/Views/GlibMainQueue.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskLinux/Cld2LanguageRecogniser.h"
 #include "VeskLinux/ConflictFileVersions.h"
 #include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/FileUserDefaults.h"
@@ -22,6 +23,7 @@
 #include "VeskLinux/SecretServiceStore.h"
 #include "VeskLinux/SentenceModel/SentenceModelSource.h"
 #include "VeskLinux/SystemLog.h"
+#include "VeskLinux/SystemVersion.h"
 
 namespace {
 
@@ -68,6 +70,7 @@ int main(int argc, char** argv) {
     PathBookmarks bookmarks(files);
     SecretServiceStore secrets;
     SentenceModelSource embeddings;
+    Cld2LanguageRecogniser languages;
     ConflictFileVersions versions(files, Calendar::system().timeZone);
     // For trying out a model service of one's own: every request goes there, on this machine alone.
     const char* standIn = std::getenv("VESK_MODEL_SERVER");
@@ -87,6 +90,7 @@ int main(int argc, char** argv) {
                               .secrets = secrets,
                               .providers = *providers,
                               .embeddings = embeddings,
+                              .languages = languages,
                               .fileVersions = versions,
                               .notifications = notifications,
                               .fileEvents =
@@ -95,6 +99,7 @@ int main(int argc, char** argv) {
                                           vault.perDeviceDirectory(), Vault::ignoredDirectories(), log);
                                   },
                               .stop = interrupts.token(),
-                              .version = VESK_VERSION},
+                              .version = VESK_VERSION,
+                              .systemVersion = systemVersion()},
                              argc, argv);
 }

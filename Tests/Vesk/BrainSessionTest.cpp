@@ -65,6 +65,9 @@ protected:
                                     .defaults = defaults,
                                     .providers = {.options = [this] { return rows(); },
                                                   .probe = [this](const std::stop_token&) { ++probes; }},
+                                    .embeddings = embeddings,
+                                    .languages = languages,
+                                    .systemVersion = "12.5.0",
                                     .flushPendingSaves = [this] { bridge->flushAllPendingSaves(); }});
         brain->attach(session);
         time.settle();
@@ -110,6 +113,7 @@ protected:
     std::shared_ptr<ScriptedProvider> provider = std::make_shared<ScriptedProvider>();
     bool isReady = true;
     int probes = 0;
+    FakeLanguageRecogniser languages;
     std::shared_ptr<BrainSession> brain;
 };
 

@@ -503,11 +503,13 @@ void BrainSession::cancel() {
     ++generation_;
     pendingAskContext_.reset();
     planFilter_.reset();
-    if (!isStreaming.get()) return;
-    isStreaming.set(false);
+    const auto leftByOrganiser = abandonOrganising();
+    if (!isStreaming.get() && !leftByOrganiser) return;
+    isStreaming.setIfChanged(false);
     if (turns->empty() || !turns->back().streaming) return;
-    changeLastAnswer(turns, [](ChatTurn& turn) {
+    changeLastAnswer(turns, [&](ChatTurn& turn) {
         turn.streaming = false;
+        if (leftByOrganiser) turn.text = *leftByOrganiser;
         if (trim(turn.text).empty()) turn.failure = "Stopped.";
     });
 }
@@ -533,7 +535,9 @@ void BrainSession::applyPendingPlan(const std::vector<VaultPlanExecutor::Preview
             const auto chosen = destinations.find(preview.id);
             plan.operations.push_back(chosen == destinations.end() ? preview.operation : chosen->second);
         }
-        approved = VaultPlanExecutor::validate(plan, session->vault(), pendingPlanLimit_);
+        approved = VaultPlanExecutor::validate(
+            plan, session->vault(), pendingPlanLimit_,
+            organiseResult_ ? organiseResult_->forbiddenFolders : std::vector<std::string>());
         // What was shown of the others is what they are held against.
         for (std::size_t i = 0; i < approved.size() && i < previews.size(); ++i)
             if (!destinations.contains(previews[i].id)) approved[i].before = previews[i].before;
@@ -543,6 +547,8 @@ void BrainSession::applyPendingPlan(const std::vector<VaultPlanExecutor::Preview
         [&](const std::string& text, const FilePath& path, const ForeignEdit::Disk& expected) {
             session->write(text, path, &expected);
         });
+    // Before the index learns that the old paths are gone and drops what was decided about them.
+    rememberApplied(report.renamed);
     for (const auto& departure : report.departures) {
         if (departure.to) {
             session->notesMoved({{departure.from, *departure.to}});
@@ -561,7 +567,9 @@ void BrainSession::applyPendingPlan(const std::vector<VaultPlanExecutor::Preview
 
 void BrainSession::discardPendingPlan() {
     pendingPlanLimit_.reset();
+    organiseResult_.reset();
     pendingPlanSummary.setIfChanged("");
+    pendingPlanCoverage.setIfChanged({});
     pendingPlan.setIfChanged({});
 }
 

@@ -23,6 +23,9 @@
 #include "VeskCore/Brain/VaultContext.h"
 #include "VeskCore/Brain/VaultPlan.h"
 #include "VeskCore/Brain/VaultPlanExecutor.h"
+#include "VeskCore/Index/FilingLedger.h"
+#include "VeskCore/Platform/LanguageRecogniser.h"
+#include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
 #include "VeskCore/Support/Executors.h"
 #include "VeskCore/Support/Observable.h"
@@ -91,6 +94,9 @@ struct BrainServices {
     Background& background;
     UserDefaults& defaults;
     ProviderSource providers;
+    SentenceEmbeddingSource& embeddings;
+    LanguageRecogniser& languages;
+    std::string systemVersion;                ///< of the operating system: "12.5.0"
     std::function<void()> flushPendingSaves;  ///< of every editor
 };
 
@@ -124,6 +130,8 @@ public:
     /// waits for review.
     Observable<std::vector<VaultPlanExecutor::Preview>> pendingPlan;
     Observable<std::string> pendingPlanSummary;
+    Observable<std::vector<std::string>> pendingPlanCoverage;  ///< lines; empty but for an organiser's plan
+    Observable<bool> isOrganising, organiseStopRequested;
     Observable<std::optional<std::string>> lastPlanReport;
     Observable<std::optional<NoteEdit>> pendingEdit;
     Observable<bool> discovering;
@@ -157,6 +165,13 @@ public:
     /// A title for a note; none if the model has none. `done` is called on the main thread, unless the handle
     /// was cancelled. Leaves the conversation alone.
     TaskHandle suggestTitle(std::string_view noteText, std::function<void(std::optional<std::string>)> done);
+    /// Files the notes that wait: asks about each and ends in a plan to review. Does nothing while an answer
+    /// comes.
+    void organiseVault();
+    /// Ends the pass after the question at hand; what was decided until then goes to the review.
+    void stopOrganising();
+    /// Drops the organiser's plan and what it rests on, and asks again.
+    void decideAgain();
     void cancel();
     /// Begins a new conversation.
     void clear();
@@ -202,6 +217,14 @@ private:
     struct Gathered;
     struct Streaming;
     struct Mailbox;
+    struct Organising;
+    struct Organised;
+    /// What an organiser's plan under review came from.
+    struct OrganiseResult {
+        std::shared_ptr<FilingLedger> ledger;
+        std::string modelKey;
+        std::vector<std::string> forbiddenFolders, paths;
+    };
 
     // BrainSession.cpp
     void probed(std::uint64_t number, std::vector<ProviderOption> rows, bool isLast);
@@ -228,6 +251,16 @@ private:
     /// How many operations there are to review.
     int extractPlan(std::string_view text, const std::optional<std::string>& limitToNote);
 
+    // BrainOrganiser.cpp
+    void organise(std::optional<OrganiseResult> forgetting);
+    void showOrganising();
+    void finishOrganising(Organised organised);
+    void endOrganising(std::string text, std::optional<std::string> failure,
+                       std::optional<int> planOperations);
+    /// What a cancelled pass leaves behind; none if there was no pass.
+    std::optional<std::string> abandonOrganising();
+    void rememberApplied(const std::map<std::string, std::string>& moves);
+
     BrainServices services_;
     std::weak_ptr<VaultSession> vaultSession_;
     std::optional<FilePath> attachedRoot_;
@@ -237,6 +270,8 @@ private:
     std::optional<std::string> pendingPlanLimit_;  ///< the one note that the pending plan may touch
     int lastPlanDropped_ = 0;
     std::optional<VaultPlanExecutor::Report> lastReport_;
+    std::shared_ptr<Organising> organising_;  ///< the pass under way
+    std::optional<OrganiseResult> organiseResult_;
     TaskHandle work_, probeTask_;
     std::uint64_t generation_ = 0, probeGeneration_ = 0;  ///< of what may still report back
     std::optional<Duration> lastProbe_;                   ///< on the monotonic clock

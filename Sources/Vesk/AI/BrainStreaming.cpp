@@ -262,6 +262,7 @@ int BrainSession::extractPlan(std::string_view text, const std::optional<std::st
     auto summary = plan.summary;
     if (lastPlanDropped_ > 0)
         summary += fmt::format(" ({} change{} left out)", lastPlanDropped_, lastPlanDropped_ == 1 ? "" : "s");
+    discardPendingPlan();
     pendingPlanLimit_ = limitToNote;
     pendingPlanSummary.set(std::move(summary));
     pendingPlan.set(std::move(previews));

@@ -54,6 +54,9 @@ BrainServices Assistant::services() {
                 .options = [&providers] { return providers.options(); },
                 .probe = [&providers](
                              std::stop_token stop) { providers.probeLocalServers(true, std::move(stop)); }},
+            .embeddings = seams_.embeddings,
+            .languages = seams_.languages,
+            .systemVersion = seams_.systemVersion,
             .flushPendingSaves = [this] { bridge_.flushAllPendingSaves(); }};
 }
 

@@ -13,6 +13,7 @@
 #include "VeskCore/Platform/Bookmarks.h"
 #include "VeskCore/Platform/FileEvents.h"
 #include "VeskCore/Platform/FileVersions.h"
+#include "VeskCore/Platform/LanguageRecogniser.h"
 #include "VeskCore/Platform/NotificationService.h"
 #include "VeskCore/Platform/SecretStore.h"
 #include "VeskCore/Platform/SentenceEmbedding.h"
@@ -35,11 +36,13 @@ struct DesktopSeams {
     SecretStore& secrets;
     const BrainProviders& providers;
     SentenceEmbeddingSource& embeddings;
+    LanguageRecogniser& languages;
     FileVersions& fileVersions;
     NotificationService& notifications;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
     std::stop_token stop;
-    std::string version;
+    std::string version;        ///< of the program
+    std::string systemVersion;  ///< of the operating system: "12.5.0"
 };
 
 /// Runs until the last window has gone; the program's exit status.
