@@ -11,6 +11,7 @@ namespace {
 
 constexpr const char* text = "Note text";
 constexpr const char* composer = "Your question";
+constexpr const char* organiseRow = "Organise My Notes…";
 
 std::string delta(std::string_view words) {
     const auto piece = Json::object({{"delta", Json::object({{"content", std::string(words)}})}});
@@ -40,6 +41,24 @@ protected:
     bool open() {
         key("ctrl+shift+a");
         return until([&] { return shows(composer) && shows("Model: house-model"); });
+    }
+    /// Two notes and an empty one wait.
+    void fillInbox() {
+        vault.write("Inbox/Ideas.md", "A shed for the garden tools, with shelves and a workbench.\n");
+        vault.write("Inbox/Quote.md", "“A river cuts through rock by persistence.” From a book.\n");
+        vault.write("Inbox/Untitled.md", "");
+        // The newest is asked about first.
+        std::filesystem::last_write_time(
+            vault / "Inbox/Quote.md",
+            std::filesystem::last_write_time(vault / "Inbox/Ideas.md") - std::chrono::hours(1));
+    }
+    static constexpr std::string_view folders = R"({"note1": "Projects", "note2": "Reading"})";
+    /// Presses the row once it says that a model is ready.
+    bool organise() {
+        return open() && until([&] {
+                   return descriptionOf(organiseRow) == "Organise My Notes — file these with the AI";
+               }) &&
+               click(organiseRow);
     }
     void ask(const std::string& words) {
         type(words);
@@ -183,6 +202,90 @@ TEST_F(AssistantTest, OffersATitleToANoteThatIsLeftWithoutOne) {
     ASSERT_TRUE(press("Use Title"));
     EXPECT_TRUE(fileBecomes("River walk.md", "The walk along the river took three hours.\n"));
     EXPECT_TRUE(until([&] { return !shows("Name this note?"); }));
+}
+
+TEST_F(AssistantTest, OrganisesWhatWaitsAndMovesOnlyWhatIsTicked) {
+    home.write("data/vesk/sentence-en.model", "no model");
+    fillInbox();
+    reply(folders);
+    vault.write("Projects/Boat.md", "One\n");
+    vault.write("Reading/Books.md", "Two\n");
+    start("Projects/Boat.md");
+    ASSERT_TRUE(organise());
+    ASSERT_TRUE(until([&] { return shows("2 notes to file — 2 best guesses · 1 possibly junk"); }));
+    EXPECT_TRUE(shows("Checked 3 notes in your inbox"));
+    EXPECT_TRUE(shows("Best guess (2)") && shows("Possibly junk (1)"));
+    EXPECT_TRUE(shows("Best guess — no similar notes to compare against"));
+    EXPECT_TRUE(shows("0 of 3 selected")) << "nothing speaks for a folder but the model";
+    // Once more, from the model and not from what is remembered.
+    const auto asked = questions().size();
+    ASSERT_TRUE(press("Decide again"));
+    ASSERT_TRUE(until([&] { return questions().size() > asked && shows("0 of 3 selected"); }));
+    ASSERT_TRUE(click("Apply: Move Inbox/Ideas.md → Projects/Ideas.md"));
+    ASSERT_TRUE(press("Apply 1"));
+    EXPECT_TRUE(until([&] { return vault.exists("Projects/Ideas.md") && !vault.exists("Inbox/Ideas.md"); }));
+    EXPECT_TRUE(vault.exists("Inbox/Quote.md") && vault.exists("Inbox/Untitled.md"));
+    EXPECT_TRUE(until([&] { return shows("1 applied"); }));
+}
+
+TEST_F(AssistantTest, FilesANoteWhereSimilarOnesAreIfThatIsChosen) {
+    const auto build = std::filesystem::path(VESK_DESKTOP).parent_path().parent_path().parent_path();
+    if (!std::filesystem::exists(build / "model/sentence-en.model"))
+        GTEST_SKIP() << "the sentence model isn't installed: run scripts/sentence-model";
+    fillInbox();
+    reply(folders);
+    for (const char* name : {"Fence", "Greenhouse", "Workbench", "Tool rack"})
+        vault.write("Home/" + std::string(name) + ".md",
+                    "Building the " + std::string(name) + " in the garden: wood, shelves, tools.\n");
+    vault.write("Projects/Boat.md", "Sails and ropes, and what the harbour costs a year.\n");
+    vault.write("Reading/Books.md", "Novels and poems that others liked.\n");
+    start("Projects/Boat.md");
+    ASSERT_TRUE(organise());
+    ASSERT_TRUE(until([&] { return shows("Best guess — similar notes are in Home"); }));
+    ASSERT_TRUE(click("Where this note goes"));
+    key("Down");
+    key("Return");
+    ASSERT_TRUE(click("Apply: Move Inbox/Ideas.md → Home/Ideas.md"));
+    EXPECT_TRUE(until([&] { return isOn("Apply: Move Inbox/Ideas.md → Home/Ideas.md"); }));
+    ASSERT_TRUE(press("Apply 1"));
+    EXPECT_TRUE(until([&] { return vault.exists("Home/Ideas.md") && !vault.exists("Inbox/Ideas.md"); }));
+}
+
+TEST_F(AssistantTest, StopsOrganisingAfterTheQuestionAtHandOrAtOnce) {
+    fillInbox();
+    vault.write("Projects/Boat.md", "One\n");
+    vault.write("Reading/Books.md", "Two\n");
+    server.answer("/v1/chat",
+                  {{.bytes = ModelServer::eventStreamHead()}, {.kind = ModelServer::Step::Kind::stall}});
+    start("Projects/Boat.md");
+    ASSERT_TRUE(organise());
+    ASSERT_TRUE(until([&] { return shows("Stop"); }));
+    server.waitUntilStalled();
+    ASSERT_TRUE(press("Stop"));
+    EXPECT_TRUE(until([&] {
+        for (const auto& control : controls())
+            if (control.name.find("Stopping after this note — the review will show what's done so far") !=
+                control.name.npos)
+                return true;
+        return false;
+    }));
+    ASSERT_TRUE(press("Stop"));
+    EXPECT_TRUE(until([&] { return !shows("Stop"); }));
+    EXPECT_TRUE(vault.exists("Inbox/Ideas.md") && vault.exists("Inbox/Quote.md"));
+}
+
+TEST_F(AssistantTest, LeadsToTheSettingsWhereNothingCanOrganise) {
+    variables = {"VESK_MODEL_SERVER=127.0.0.1:9"};
+    vault.write("Recipes/Soup.md", "Leeks\n");
+    vault.write("Travel/Oslo.md", "By boat\n");
+    start("Travel/Oslo.md");
+    // Only where something waits.
+    ASSERT_FALSE(shows(organiseRow));
+    vault.write("Bergen.md", "By train\n");
+    ASSERT_TRUE(until([&] { return shows("Not yet filed") && shows(organiseRow); }));
+    EXPECT_EQ(descriptionOf(organiseRow), "Set up a provider in AI Settings… to organise");
+    ASSERT_TRUE(click(organiseRow));
+    EXPECT_TRUE(until([&] { return shows("Models on This Computer"); }));
 }
 
 TEST_F(AssistantTest, SaysWhatToDoWhereNoModelIsSetUp) {

@@ -64,6 +64,7 @@ AssistantPaneActions Assistant::paneActions() {
     return {.subject = [this] { return BrainActions::subject(*this); },
             .run = [this](QuickAction action) { run(action); },
             .fileNote = [this] { fileNote(); },
+            .organise = [this] { organise(); },
             .openSettings = [this] { openSettings(); },
             .reviewEdit = [this] { reviewEdit(); },
             .reviewPlan = [this] { reviewPlan(); },
@@ -87,6 +88,9 @@ void Assistant::connect() {
         const auto offer = titles_.pending.get();
         if (offer && !workspace_.note(offer->path)) titles_.withdraw(offer->path);
     }));
+    const auto readyChanged = [this](const auto&) { host_.readyChanged(); };
+    subscriptions_.push_back(brain_->options.subscribe(readyChanged));
+    subscriptions_.push_back(brain_->activeProviderID.subscribe(readyChanged));
     subscriptions_.push_back(brain_->pendingEdit.subscribe([this](const auto& edit) {
         if (edit) proposed();
     }));
@@ -127,8 +131,17 @@ void Assistant::fileNote() {
     BrainActions::fileNote(*brain_, *this);
 }
 
+void Assistant::organise() {
+    if (!workspace_.session.get()) return;
+    if (!brain_->canAsk()) return openSettings();
+    openPanel();
+    // The plan is reviewed as soon as it stands, where the keyboard waits for it.
+    pane_.focusComposer();
+    brain_->organiseVault();
+}
+
 void Assistant::stop() {
-    brain_->cancel();
+    pane_.stop();
 }
 
 void Assistant::newConversation() {
@@ -186,20 +199,27 @@ void Assistant::reviewEdit() {
 void Assistant::reviewPlan() {
     const auto& plan = brain_->pendingPlan.get();
     if (plan.empty()) return;
-    AssistantPlanSheet::show(
-        host_.window(), plan, brain_->pendingPlanSummary,
-        [this, weak = std::weak_ptr<int>(life_)](const PlanReview& review) {
+    AssistantPlanSheet::Actions actions;
+    actions.apply = [this, weak = std::weak_ptr<int>(life_)](const PlanReview& review) {
+        if (weak.expired()) return;
+        brain_->applyPendingPlan(review.approved(), review.destinations());
+        const auto& report = brain_->lastReport();
+        if (!report) return;
+        // Counts alone don't say what was left out, and why.
+        const bool isWhole = report->skipped.empty() && report->failed.empty();
+        isWhole ? host_.inform(report->summary()) : AssistantPlanReport::show(host_.window(), *report);
+    };
+    actions.discard = [this, weak = std::weak_ptr<int>(life_)] {
+        if (!weak.expired()) brain_->discardPendingPlan();
+    };
+    const auto& coverage = brain_->pendingPlanCoverage.get();
+    if (!coverage.empty())
+        actions.decideAgain = [this, weak = std::weak_ptr<int>(life_)] {
             if (weak.expired()) return;
-            brain_->applyPendingPlan(review.approved(), review.destinations());
-            const auto& report = brain_->lastReport();
-            if (!report) return;
-            // Counts alone don't say what was left out, and why.
-            const bool isWhole = report->skipped.empty() && report->failed.empty();
-            isWhole ? host_.inform(report->summary()) : AssistantPlanReport::show(host_.window(), *report);
-        },
-        [this, weak = std::weak_ptr<int>(life_)] {
-            if (!weak.expired()) brain_->discardPendingPlan();
-        });
+            pane_.focusComposer();
+            brain_->decideAgain();
+        };
+    AssistantPlanSheet::show(host_.window(), plan, brain_->pendingPlanSummary, coverage, std::move(actions));
 }
 
 // Citations and links

@@ -29,6 +29,7 @@ struct AssistantHost {
     std::function<void(const FilePath&)> openFile;
     std::function<void(const std::string& address)> openAddress;
     std::function<void(const std::string& reason)> tell;   ///< why something wasn't done
+    std::function<void()> readyChanged;                    ///< whether a model can be asked
     std::function<void(const std::string& words)> inform;  ///< what was done, or needn't be
 };
 
@@ -47,6 +48,9 @@ public:
     void ask();
     void run(QuickAction action);
     void fileNote();
+    bool canAsk() const { return brain_->canAsk(); }
+    /// Files what waits, or opens the settings where no model can be asked.
+    void organise();
     void stop();
     void newConversation();
     void openSettings();

@@ -52,6 +52,8 @@ void AssistantPane::buildBar() {
     }
     files->append(_("File This Note…"), "assistant.file-note");
     group->add_action("file-note", [this] { actions_.fileNote(); });
+    files->append(_("Organise My Notes…"), "assistant.organise");
+    group->add_action("organise", [this] { actions_.organise(); });
     menu->append_section(asks);
     menu->append_section(files);
     insert_action_group("assistant", group);
@@ -144,13 +146,14 @@ void AssistantPane::buildConversation() {
 
 void AssistantPane::connect() {
     composer_.onSend = [this](const std::string& draft) { send(draft); };
-    composer_.onStop = [this] { brain_->cancel(); };
+    composer_.onStop = [this] { stop(); };
     composer_.onScope = [this](AIScope scope) { brain_->scope.setIfChanged(scope); };
     const auto watch = [this](auto& value) {
         subscriptions_.push_back(value.subscribe([this](const auto&) { queueRefresh(); }));
     };
     watch(brain_->turns);
     watch(brain_->isStreaming);
+    watch(brain_->isOrganising);
     watch(brain_->scope);
     watch(brain_->lastCoverage);
     watch(brain_->pendingPlan);
@@ -160,6 +163,10 @@ void AssistantPane::connect() {
     watch(brain_->activeProviderID);
     watch(brain_->activeModelID);
     watch(brain_->discovering);
+}
+
+void AssistantPane::stop() {
+    brain_->isOrganising && !brain_->organiseStopRequested ? brain_->stopOrganising() : brain_->cancel();
 }
 
 void AssistantPane::send(const std::string& draft) {
@@ -209,7 +216,7 @@ void AssistantPane::refresh() {
     refreshTurns();
     refreshNotices();
     composer_.setScope(brain_->scope);
-    composer_.setStreaming(brain_->isStreaming);
+    composer_.setStreaming(brain_->isStreaming || brain_->isOrganising);
     stack_.set_visible_child(brain_->turns->empty() ? "empty" : "turns");
     clear_.set_sensitive(!brain_->turns->empty());
 }

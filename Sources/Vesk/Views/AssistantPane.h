@@ -20,7 +20,7 @@ namespace vesk::views {
 struct AssistantPaneActions {
     std::function<AskSubject()> subject;
     std::function<void(QuickAction)> run;
-    std::function<void()> fileNote, openSettings, reviewEdit, reviewPlan;
+    std::function<void()> fileNote, organise, openSettings, reviewEdit, reviewPlan;
     std::function<void(const CitedNote&)> cite;
     std::function<void(const AnswerLink&)> follow;
 };
@@ -32,6 +32,8 @@ public:
 
     /// The search index is not whole yet.
     void setIndexing(bool indexing);
+    /// Ends the answer; a pass of the organiser ends after the note at hand, and at once the second time.
+    void stop();
     void focusComposer() { composer_.focusText(); }
     /// The keyboard is in the panel, and nothing is being typed there: a sheet may take it.
     bool awaitsSheet() const;

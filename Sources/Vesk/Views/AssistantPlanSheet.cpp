@@ -2,6 +2,7 @@
 
 #include "VeskCore/Support/Characters.h"
 #include "VeskCore/Support/PathText.h"
+#include "VeskCore/Support/Text.h"
 
 namespace vesk::views {
 namespace {
@@ -32,38 +33,46 @@ void addSide(Gtk::Box& details, int available, const std::string& title, const s
     scroller->set_min_content_height(std::min(natural, tallestText));
 }
 
+bool isExplained(const VaultPlanExecutor::Preview& preview) {
+    return preview.annotation && !preview.annotation->reason.empty();
+}
+
 }  // namespace
 
 void AssistantPlanSheet::show(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
-                              const std::string& summary, std::function<void(const PlanReview&)> apply,
-                              std::function<void()> discard) {
-    new AssistantPlanSheet(parent, std::move(previews), summary, std::move(apply), std::move(discard));
+                              const std::string& summary, const std::vector<std::string>& coverage,
+                              Actions actions) {
+    new AssistantPlanSheet(parent, std::move(previews), summary, coverage, std::move(actions));
 }
 
 AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
-                                       const std::string& summary,
-                                       std::function<void(const PlanReview&)> apply,
-                                       std::function<void()> discard)
+                                       const std::string& summary, const std::vector<std::string>& coverage,
+                                       Actions actions)
     : AssistantSheet(parent, std::string(PlanReview::title), width, height),
       review_(std::move(previews)),
-      apply_(std::move(apply)),
-      discard_(std::move(discard)) {
+      actions_(std::move(actions)) {
     no_.set_label(_("Discard"));
     no_.signal_clicked().connect([this] {
-        const auto discarded = discard_;
+        const auto discarded = actions_.discard;
         close();
         if (discarded) discarded();
     });
     yes_.add_css_class("suggested-action");
     yes_.signal_clicked().connect([this] {
         const auto review = review_;
-        const auto applied = apply_;
+        const auto applied = actions_.apply;
         close();
         if (applied) applied(review);
     });
     promise_.set_text(std::string(PlanReview::promise));
     content_.set_margin(18);
     if (!summary.empty()) content_.append(sheetText(summary));
+    if (!coverage.empty()) {
+        auto* lines = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
+        lines->set_spacing(2);
+        for (const auto& line : coverage) lines->append(sheetText(line, {"caption", "dim-label"}));
+        content_.append(*lines);
+    }
     auto* bar = Gtk::make_managed<Gtk::Box>();
     bar->set_spacing(6);
     count_.set_xalign(0);
@@ -79,8 +88,15 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
         for (const auto& row : rows_) showRow(row.first);
         showCounts();
     });
-    for (auto* button : {&all_, &none_}) button->add_css_class("flat");
+    again_.set_visible(actions_.decideAgain != nullptr);
+    again_.signal_clicked().connect([this] {
+        const auto decided = actions_.decideAgain;
+        close();
+        if (decided) decided();
+    });
+    for (auto* button : {&again_, &all_, &none_}) button->add_css_class("flat");
     bar->append(count_);
+    bar->append(again_);
     bar->append(all_);
     bar->append(none_);
     content_.append(*bar);
@@ -145,16 +161,24 @@ void AssistantPlanSheet::addDestinations(AdwExpanderRow* row, int id) {
     const auto preview = review_.preview(id);
     if (!preview.annotation || preview.annotation->alternatives.empty()) return;
     const auto* move = std::get_if<VaultOperation::RenameNote>(&preview.operation.value);
-    std::vector<Glib::ustring> folders{move ? std::string(parentFolder(move->to)) : std::string()};
-    for (const auto& alternative : preview.annotation->alternatives) folders.push_back(alternative.folder);
+    std::vector<Glib::ustring> folders{move ? decodedText(std::string(parentFolder(move->to)))
+                                            : std::string()};
+    // The proposed folder may be among the alternatives, and stands first already.
+    std::vector<std::optional<std::size_t>> choices{std::nullopt};
+    const auto& alternatives = preview.annotation->alternatives;
+    for (std::size_t index = 0; index < alternatives.size(); ++index) {
+        if (alternatives[index].operation == preview.operation) continue;
+        folders.push_back(decodedText(alternatives[index].folder));
+        choices.emplace_back(index);
+    }
+    if (choices.size() == 1) return;
     auto* menu = Gtk::make_managed<Gtk::DropDown>(folders);
     menu->set_valign(Gtk::Align::CENTER);
     menu->set_tooltip_text(std::string(PlanReview::destinationHelp));
     setAccessibleName(*menu, _("Where this note goes"));
-    menu->property_selected().signal_changed().connect([this, id, menu] {
+    menu->property_selected().signal_changed().connect([this, id, menu, choices] {
         const auto chosen = menu->get_selected();
-        review_.switchDestination(
-            id, chosen == 0 ? std::nullopt : std::optional<std::size_t>(std::size_t{chosen} - 1));
+        if (chosen < choices.size()) review_.switchDestination(id, choices[chosen]);
         rows_.at(id).isFilled = false;
         if (review_.expanded == id) fillDetails(id);
         showRow(id);
@@ -168,8 +192,8 @@ void AssistantPlanSheet::fillDetails(int id) {
     if (std::exchange(row.isFilled, true)) return;
     while (auto* child = row.details->get_first_child()) row.details->remove(*child);
     const auto preview = review_.preview(id);
-    if (preview.annotation && !preview.annotation->reason.empty())
-        row.details->append(sheetText(preview.annotation->reason));
+    const auto risk = preview.operation.riskNote();
+    if (isExplained(preview) && risk) row.details->append(sheetText(*risk));
     const auto details = review_.details(id);
     const int available = gtk_widget_get_width(GTK_WIDGET(row.row)) - 2 * detailsMargin;
     addSide(*row.details, available, details.beforeTitle, details.before);
@@ -181,7 +205,9 @@ void AssistantPlanSheet::showRow(int id) {
     const auto preview = review_.preview(id);
     adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row.row), preview.description.c_str());
     const auto risk = preview.operation.riskNote();
-    const auto words = preview.issue ? preview.issue->message : risk.value_or("");
+    const auto words = preview.issue          ? preview.issue->message
+                       : isExplained(preview) ? preview.annotation->reason
+                                              : risk.value_or("");
     adw_expander_row_set_subtitle(row.row, words.c_str());
     auto* widget = GTK_WIDGET(row.row);
     preview.isBlocked() ? gtk_widget_add_css_class(widget, "plan-blocked")

@@ -13,15 +13,19 @@ namespace vesk::views {
 
 class AssistantPlanSheet final : public AssistantSheet {
 public:
-    /// `apply` gets the review when the sheet closes with it. Closed in another way the plan waits.
+    /// What the sheet closes with; closed in another way the plan waits.
+    struct Actions {
+        std::function<void(const PlanReview&)> apply;
+        std::function<void()> discard;
+        std::function<void()> decideAgain;  ///< none where nothing was decided
+    };
+    /// `coverage`: what the plan was drawn from, in lines.
     static void show(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
-                     const std::string& summary, std::function<void(const PlanReview&)> apply,
-                     std::function<void()> discard);
+                     const std::string& summary, const std::vector<std::string>& coverage, Actions actions);
 
 private:
     AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
-                       const std::string& summary, std::function<void(const PlanReview&)> apply,
-                       std::function<void()> discard);
+                       const std::string& summary, const std::vector<std::string>& coverage, Actions actions);
     struct Row {
         AdwExpanderRow* row = nullptr;
         Gtk::CheckButton* tick = nullptr;
@@ -36,13 +40,12 @@ private:
     void showCounts();
 
     PlanReview review_;
-    std::function<void(const PlanReview&)> apply_;
-    std::function<void()> discard_;
+    Actions actions_;
     std::map<int, Row> rows_;
     Gtk::Box page_{Gtk::Orientation::VERTICAL}, content_{Gtk::Orientation::VERTICAL, 18};
     Gtk::ScrolledWindow scroller_;
     Gtk::Label count_;
-    Gtk::Button all_{"Select All"}, none_{"Select None"};
+    Gtk::Button all_{"Select All"}, none_{"Select None"}, again_{"Decide again"};
     bool isShowing_ = false;
 };
 

@@ -126,11 +126,12 @@ void DesktopApplication::makeWindow() {
     window_->results().onChosen = [this](const SearchHit& hit) { showNote(hit.notePath, true); };
     window_->results().onModeChosen = [this](SearchHit::Mode mode) { chooseSearchMode(mode); };
     auto& sidebar = window_->sidebar();
-    sidebar.rowsBelow = [this](const std::string& id) { return sidebarRows(workspace_, id, draftIn_); };
+    sidebar.rowsBelow = [this](const std::string& id) { return rows(id); };
     sidebar.onChosen = [this](const SidebarRow& row) {
         if (row.kind == SidebarRow::Kind::note || row.kind == SidebarRow::Kind::reminder) showNote(row.path);
         if (row.kind == SidebarRow::Kind::document) openFile(workspace_.vault.get()->absolutePath(row.path));
     };
+    sidebar.onPressed = [this](const SidebarRow&) { assistant_->organise(); };
     sidebar.onMenu = [this](const SidebarRow& row, double x, double y) { rowMenu(row, x, y); };
     sidebar.onMoved = [this](const std::string& path, const std::string& folder) {
         workspace_.moveNote(path, folder);
@@ -197,6 +198,7 @@ void DesktopApplication::makeAssistant() {
                               gtk_show_uri(window_->window(), address.c_str(), GDK_CURRENT_TIME);
                           },
                       .tell = [this](const std::string& words) { tell(words); },
+                      .readyChanged = [this] { listsChanged(); },
                       .inform = [this](const std::string& words) { window_->toast(words); }});
     window_->addInspectorTab(assistant_->pane(), "ai", "Assistant");
     window_->addAboveNote(assistant_->titleCard());

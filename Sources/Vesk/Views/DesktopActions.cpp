@@ -98,6 +98,7 @@ void DesktopApplication::addActions() {
              assistant_->pane().showQuickActions();
          }},
         {"assistant-file", N_("File This Note"), N_("Assistant"), {}, [this] { assistant_->fileNote(); }},
+        {"organise", N_("Organise My Notes…"), N_("Assistant"), {}, [this] { assistant_->organise(); }},
         {"assistant-review",
          N_("Review What Is Proposed"),
          N_("Assistant"),

@@ -64,6 +64,7 @@ private:
     /// The path of the note that is open, or none.
     std::optional<std::string> openNote() const;
     void listsChanged();
+    Sidebar::Rows rows(const std::string& below) const;
     void showNote(const std::string& path, bool takesKeyboard = false);
     void selectionChanged(const std::optional<std::string>& path);
     /// Has a folder's name written where the folder will stand; none is made before it has one.

@@ -46,6 +46,11 @@ void DesktopApplication::listsChanged() {
     });
 }
 
+Sidebar::Rows DesktopApplication::rows(const std::string& below) const {
+    const bool canOrganise = assistant_ && assistant_->canAsk();
+    return sidebarRows(workspace_, below, {.draftIn = draftIn_, .canOrganise = canOrganise});
+}
+
 std::optional<std::string> DesktopApplication::openNote() const {
     return surface() ? surface()->loadedPath() : std::nullopt;
 }
@@ -310,6 +315,10 @@ void DesktopApplication::rowMenu(const SidebarRow& row, double x, double y) {
             break;
         case SidebarRow::Kind::trash:
             item(first, _("Empty Trash…"), "empty", [this] { emptyTrash(); });
+            break;
+        case SidebarRow::Kind::organise:
+            item(first, _("Organise My Notes…"), "organise", [this] { assistant_->organise(); });
+            item(first, _("AI Settings"), "ai-settings", [this] { assistant_->openSettings(); });
             break;
         case SidebarRow::Kind::header:
         case SidebarRow::Kind::placeholder:

@@ -118,7 +118,8 @@ public:
         } else {
             remove_css_class("section-row");
         }
-        box_.set_tooltip_text(isHeader ? "" : row.path);
+        box_.set_tooltip_text(isHeader ? "" : row.help.empty() ? row.path : row.help);
+        title_.set_tooltip_text(row.help);
     }
 
     /// The entry in the place of the title.
@@ -295,6 +296,10 @@ bool Sidebar::menuAtKeyboard() {
     return true;
 }
 
+void Sidebar::press(const SidebarRow& row) {
+    if (row.kind == SidebarRow::Kind::organise && onPressed) onPressed(row);
+}
+
 Glib::RefPtr<Gio::ListModel> Sidebar::level(const Glib::RefPtr<Glib::ObjectBase>& item) {
     const auto object = rowOf(item);
     if (!object || !object->row.hasChildren) return {};
@@ -323,6 +328,8 @@ void Sidebar::refresh() {
         list_.signal_activate().connect([this](guint position) {
             const auto row = tree_->get_row(position);
             if (row && row->is_expandable()) row->set_expanded(!row->get_expanded());
+            const auto object = row ? rowOf(row->get_item()) : nullptr;
+            if (object) press(object->row);
         });
     } else {
         isHighlighting_ = true;
@@ -356,6 +363,12 @@ void Sidebar::setUp(const Glib::RefPtr<Gtk::ListItem>& item) {
         if (row && onMenu) onMenu(*row, inX, inY);
     });
     widget->add_controller(click);
+
+    auto press = Gtk::GestureClick::create();
+    press->signal_released().connect([this, widget](int, double, double) {
+        if (const auto row = widget->row()) this->press(*row);
+    });
+    widget->add_controller(press);
 
     auto drag = Gtk::DragSource::create();
     drag->set_actions(Gdk::DragAction::MOVE | Gdk::DragAction::COPY);
@@ -423,7 +436,8 @@ void Sidebar::bind(const Glib::RefPtr<Gtk::ListItem>& item) {
         Glib::signal_idle().connect_once([this, row = object->row] {
             if (row.id == awaited_) edit(row, "");
         });
-    item->set_selectable(!isInert);
+    // Who goes through the list by keys starts nothing.
+    item->set_selectable(!isInert && kind != SidebarRow::Kind::organise);
     item->set_activatable(!isInert);
 }
 

@@ -19,6 +19,7 @@ struct SidebarRow {
         header,
         reminder,
         note,
+        organise,
         folder,
         draft,
         document,
@@ -33,6 +34,7 @@ struct SidebarRow {
     std::string title;
     std::string detail;  ///< beside the title, faint: a count, a due time
     std::string icon;    ///< symbolic icon; none for a plain row
+    std::string help;    ///< what choosing it does, where the title doesn't tell
     std::string glyph;   ///< in the place of an icon
     std::string color;   ///< name of a folder's colour; none for the usual one
     bool hasChildren = false;
@@ -52,6 +54,8 @@ public:
     std::function<Rows(const std::string& id)> rowsBelow;
     /// The person chose a row.
     std::function<void(const SidebarRow&)> onChosen;
+    /// The person pressed a row that does something and can't be selected.
+    std::function<void(const SidebarRow&)> onPressed;
     /// A menu is wanted on a row; `x` and `y` are in the sidebar.
     std::function<void(const SidebarRow&, double x, double y)> onMenu;
     std::function<void()> onExpansionChanged;
@@ -98,6 +102,7 @@ private:
     void endEdit(Ending ending, bool keepsKeyboard);
     Glib::RefPtr<Gio::ListModel> level(const Glib::RefPtr<Glib::ObjectBase>& item);
     bool menuAtKeyboard();
+    void press(const SidebarRow& row);
     void setUp(const Glib::RefPtr<Gtk::ListItem>& item);
     void bind(const Glib::RefPtr<Gtk::ListItem>& item);
     void selectionChanged();

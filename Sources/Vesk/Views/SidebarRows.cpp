@@ -59,7 +59,7 @@ void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::
                         .icon = "text-x-generic-symbolic"});
 }
 
-Sidebar::Rows top(const Workspace& workspace, const Draft& draftIn) {
+Sidebar::Rows top(const Workspace& workspace, const SidebarState& state) {
     Sidebar::Rows rows;
     const auto& home = workspace.home.get();
     if (!home.comingUp.empty()) rows.push_back(header("coming-up", _("Coming Up")));
@@ -75,10 +75,17 @@ Sidebar::Rows top(const Workspace& workspace, const Draft& draftIn) {
         rows.back().detail = std::to_string(waiting.size());
     }
     for (const auto& note : waiting) rows.push_back(noteRow(workspace, note, "unfiled:"));
+    if (!waiting.empty())
+        rows.push_back({.kind = SidebarRow::Kind::organise,
+                        .id = "organise",
+                        .title = _("Organise My Notes…"),
+                        .icon = "folder-drag-accept-symbolic",
+                        .help = state.canOrganise ? _("Organise My Notes — file these with the AI")
+                                                  : _("Set up a provider in AI Settings… to organise")});
     if (!home.recent.empty()) rows.push_back(header("recent", _("Recently Changed")));
     for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
     rows.push_back(header("notes", _("Notes")));
-    addLevel(rows, workspace, workspace.tree.get().root(), draftIn);
+    addLevel(rows, workspace, workspace.tree.get().root(), state.draftIn);
     if (workspace.notes.get().empty())
         rows.push_back({.kind = SidebarRow::Kind::placeholder, .id = "none", .title = _("No notes yet")});
     const auto& trashed = workspace.trashedNotes.get();
@@ -102,8 +109,8 @@ std::string folderRowID(std::string_view folder) {
     return std::string(folderPrefix) + std::string(folder);
 }
 
-Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, const Draft& draftIn) {
-    if (id.empty()) return top(workspace, draftIn);
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, const SidebarState& state) {
+    if (id.empty()) return top(workspace, state);
     Sidebar::Rows rows;
     if (id == "trash") {
         for (const auto& note : workspace.trashedNotes.get())
@@ -113,7 +120,7 @@ Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, con
                             .title = decodedText(note.name())});
     } else if (id.starts_with(folderPrefix)) {
         if (const auto* node = workspace.tree.get().node(std::string_view(id).substr(folderPrefix.size())))
-            addLevel(rows, workspace, *node, draftIn);
+            addLevel(rows, workspace, *node, state.draftIn);
     }
     return rows;
 }

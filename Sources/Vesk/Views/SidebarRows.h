@@ -8,10 +8,15 @@
 
 namespace vesk::views {
 
-/// The rows below the row of that id, or the top ones for an empty id. A folder that is being named stands
-/// first among those of `draftIn`, its folder to be. Main thread.
-Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id,
-                          const std::optional<std::string>& draftIn = {});
+/// What the rows show that isn't the workspace's.
+struct SidebarState {
+    std::optional<std::string>
+        draftIn;               ///< where a folder is being named, empty for the top; it stands first
+    bool canOrganise = false;  ///< a provider is ready
+};
+
+/// The rows below the row of that id, or the top ones for an empty id. Main thread.
+Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, const SidebarState& state);
 std::string folderRowID(std::string_view folder);
 
 }  // namespace vesk::views
