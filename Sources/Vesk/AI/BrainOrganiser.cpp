@@ -1,11 +1,9 @@
 // The organiser's pass as one turn of the conversation.
-#include <algorithm>
-#include <atomic>
-
 #include "Vesk/AI/BrainTasks.h"
 #include "Vesk/VaultSession.h"
 #include "VeskCore/Brain/Filing/FilingRunner.h"
 #include "VeskCore/Brain/Filing/FilingTiming.h"
+#include "VeskCore/Brain/Filing/OrganiseStopFlag.h"
 #include "VeskCore/Brain/VaultOrganiser.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/Text.h"
@@ -29,7 +27,7 @@ constexpr std::string_view noVault = "No vault is open.";
 
 /// A pass under way. Of the main thread, but for the flag.
 struct BrainSession::Organising {
-    std::shared_ptr<std::atomic<bool>> stopFlag = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<OrganiseStopFlag> stopFlag = std::make_shared<OrganiseStopFlag>();
     std::shared_ptr<FilingLedger> ledger;
     bool ledgerIsTemporary = false;
     BrainProviderID providerID;
@@ -92,7 +90,7 @@ void BrainSession::organise(std::optional<OrganiseResult> forgetting) {
         .hintSource = std::move(hints),
         .configuration = configuration,
         .ledgerNote = pass->ledgerIsTemporary ? std::optional(std::string(notRemembered)) : std::nullopt,
-        .shouldStop = [flag = pass->stopFlag] { return flag->load(); },
+        .shouldStop = [flag = pass->stopFlag] { return flag->isRaised(); },
         .bench = {},
         .clock = services_.clock};
 
@@ -181,7 +179,7 @@ void BrainSession::showOrganising() {
 
 void BrainSession::stopOrganising() {
     if (!organising_ || organiseStopRequested) return;
-    organising_->stopFlag->store(true);
+    organising_->stopFlag->raise();
     organiseStopRequested.set(true);
     showOrganising();
 }

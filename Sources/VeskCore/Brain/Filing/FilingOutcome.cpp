@@ -26,7 +26,7 @@ std::string looksLikeJunk(int count) {
 
 }  // namespace
 
-std::string FilingTime::describe(double seconds) {
+std::string FilingRunner::describe(double seconds) {
     if (!(seconds >= 10)) return "a few seconds";
     if (seconds < 90) return fmt::format("about {} seconds", std::max(10L, std::lround(seconds / 5) * 5));
     return fmt::format("about {} minutes", std::max(2L, std::lround(seconds / 60)));
@@ -39,7 +39,7 @@ std::string FilingPreflight::headline() const {
                                    looksLikeJunk(junk), fmt::format("{} decided earlier", decidedEarlier)};
     if (userPlaced > 0) parts.push_back(fmt::format("{} placed by you", userPlaced));
     if (undelivered > 0) parts.push_back(fmt::format("{} still downloading from iCloud", undelivered));
-    parts.push_back(FilingTime::describe(estimatedSeconds));
+    parts.push_back(FilingRunner::describe(estimatedSeconds));
     auto text = join(parts, separator);
     if (hintsUnavailable)
         text += fmt::format(" — without similar-note hints, so nothing will be ticked for you ({})",
@@ -85,7 +85,7 @@ std::optional<double> FilingReport::meanCallSeconds() const {
            static_cast<double>(callSeconds.size());
 }
 
-std::string FilingRefusal::description() const {
+std::string FilingRunner::Refusal::description() const {
     return match(
         value,
         [](const TooFewFolders&) -> std::string {

@@ -66,8 +66,10 @@ struct FilingOutcome {
     std::optional<std::string> aborted;
 };
 
+namespace FilingRunner {
+
 /// Why a pass doesn't begin. No model was asked.
-class FilingRefusal : public Error {
+class Refusal : public Error {
 public:
     struct TooFewFolders {
         int count = 0;
@@ -79,17 +81,15 @@ public:
     };
     using Value = std::variant<TooFewFolders, NothingToFile>;
 
-    explicit FilingRefusal(Value refusal) : value(refusal) {}
+    explicit Refusal(Value refusal) : value(refusal) {}
     std::string description() const override;
 
     Value value;
 };
 
-namespace FilingTime {
-
 /// "a few seconds", "about 25 seconds", "about 3 minutes".
 std::string describe(double seconds);
 
-}  // namespace FilingTime
+}  // namespace FilingRunner
 
 }  // namespace vesk

@@ -69,15 +69,14 @@ private:
         const auto settings = in_.settings ? *in_.settings : OrganiseSettings::load(in_.vault);
         taxonomy_ = FilingTaxonomy::detect(tree.noteDestinations(), notes_, settings);
         if (taxonomy_.targets.size() < fewestTargets)
-            throw FilingRefusal(FilingRefusal::TooFewFolders{static_cast<int>(taxonomy_.targets.size())});
+            throw Refusal(Refusal::TooFewFolders{static_cast<int>(taxonomy_.targets.size())});
         if (in_.bench.judgeFiledNotes)
             for (const auto& note : notes_)
                 if (taxonomy_.scope(parentFolder(note.relativePath)) == FilingScope::filed)
                     taxonomy_.candidatePaths.push_back(note.relativePath);
         if (in_.bench.orderByPath)
             std::sort(taxonomy_.candidatePaths.begin(), taxonomy_.candidatePaths.end());
-        if (taxonomy_.candidatePaths.empty())
-            throw FilingRefusal(FilingRefusal::NothingToFile{taxonomy_.noteCount});
+        if (taxonomy_.candidatePaths.empty()) throw Refusal(Refusal::NothingToFile{taxonomy_.noteCount});
     }
 
     void readCandidates() {
@@ -141,7 +140,7 @@ private:
                 vectors = in_.hintSource->vectors(all, stop_);
             } catch (const std::exception&) {
                 checkStop(stop_);
-                failure = describe(std::current_exception());
+                failure = vesk::describe(std::current_exception());
             }
         }
         report_.embedded = static_cast<int>(vectors.size());
@@ -249,7 +248,7 @@ private:
         } catch (const std::exception&) {
             checkStop(stop_);
             count();
-            foreign(planner, describe(std::current_exception()));
+            foreign(planner, vesk::describe(std::current_exception()));
         }
     }
 

@@ -54,7 +54,7 @@ struct Inputs {
     Clock& clock;  ///< outlives the pass
 };
 
-/// Blocks a worker. A preflight, any number of progresses, the outcome. Throws FilingRefusal before a model
+/// Blocks a worker. A preflight, any number of progresses, the outcome. Throws Refusal before a model
 /// is asked, OperationCancelled once `stop` is requested, and what reading the vault throws. Trouble of the
 /// model, the hints or the ledger ends no pass with an error.
 void execute(const Inputs& inputs, const std::function<void(const FilingEvent&)>& emit, std::stop_token stop);

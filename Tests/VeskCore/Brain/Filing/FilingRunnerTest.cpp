@@ -114,7 +114,7 @@ protected:
     std::string refusal() {
         try {
             run();
-        } catch (const FilingRefusal& error) {
+        } catch (const FilingRunner::Refusal& error) {
             return error.description();
         }
         return "";
@@ -340,7 +340,7 @@ TEST(FilingWords, TellTimesAndModels) {
     } rows[] = {{0, "a few seconds"},       {9.9, "a few seconds"},   {10, "about 10 seconds"},
                 {12.4, "about 10 seconds"}, {13, "about 15 seconds"}, {89, "about 90 seconds"},
                 {90, "about 2 minutes"},    {151, "about 3 minutes"}, {6000, "about 100 minutes"}};
-    for (const auto& row : rows) EXPECT_EQ(FilingTime::describe(row.seconds), row.expected) << row.seconds;
+    for (const auto& row : rows) EXPECT_EQ(FilingRunner::describe(row.seconds), row.expected) << row.seconds;
     EXPECT_EQ(FilingRunner::modelKey(BrainProviderID::anthropic, "m", "12.5.0"), "anthropic/m#p1");
     EXPECT_EQ(FilingRunner::modelKey(BrainProviderID::apple, "m", "12.5.0"), "apple/m#p1#os12.5.0");
 }
