@@ -221,6 +221,10 @@ TEST_F(AssistantTest, OrganisesWhatWaitsAndMovesOnlyWhatIsTicked) {
     const auto asked = questions().size();
     ASSERT_TRUE(press("Decide again"));
     ASSERT_TRUE(until([&] { return questions().size() > asked && shows("0 of 3 selected"); }));
+    ASSERT_TRUE(press("What changes: Move Inbox/Ideas.md → Projects/Ideas.md"));
+    EXPECT_TRUE(until([&] { return shows("After") && shows("Projects/Ideas.md"); }));
+    ASSERT_TRUE(press("What changes: Move Inbox/Quote.md → Reading/Quote.md"));
+    EXPECT_TRUE(until([&] { return shows("Reading/Quote.md") && !shows("Projects/Ideas.md"); }));
     ASSERT_TRUE(click("Apply: Move Inbox/Ideas.md → Projects/Ideas.md"));
     ASSERT_TRUE(press("Apply 1"));
     EXPECT_TRUE(until([&] { return vault.exists("Projects/Ideas.md") && !vault.exists("Inbox/Ideas.md"); }));

@@ -61,9 +61,23 @@ std::vector<PlanReview::Section> PlanReview::sections() const {
 }
 
 const PlanReview::Preview* PlanReview::find(int id) const {
+    // A plan's previews are counted through.
+    const auto place = static_cast<std::size_t>(id);
+    if (id >= 0 && place < previews_.size() && previews_[place].id == id) return &previews_[place];
     const auto found =
         std::find_if(previews_.begin(), previews_.end(), [id](const Preview& row) { return row.id == id; });
     return found == previews_.end() ? nullptr : &*found;
+}
+
+const PlanReview::Preview& PlanReview::proposed(int id) const {
+    static const Preview none;
+    const auto* row = find(id);
+    return row ? *row : none;
+}
+
+std::optional<std::size_t> PlanReview::chosen(int id) const {
+    const auto found = switched_.find(id);
+    return found == switched_.end() ? std::nullopt : std::optional(found->second);
 }
 
 PlanReview::Preview PlanReview::preview(int id) const {

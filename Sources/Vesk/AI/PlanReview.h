@@ -42,6 +42,10 @@ public:
 
     /// In the order they are shown, empty ones left out.
     std::vector<Section> sections() const;
+    /// As the plan has it.
+    const Preview& proposed(int id) const;
+    /// The alternative that was chosen for it.
+    std::optional<std::size_t> chosen(int id) const;
     /// As it is with the destination that was chosen for it.
     Preview preview(int id) const;
     Details details(int id) const;

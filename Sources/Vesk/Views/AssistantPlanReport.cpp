@@ -3,48 +3,65 @@
 namespace vesk::views {
 namespace {
 
-constexpr int width = 560, height = 480, margin = 18;
+using Left = VaultPlanExecutor::Report::Left;
+
+constexpr int width = 560, height = 480;
 
 }  // namespace
+
+class AssistantPlanReport::Row final : public SheetRow {
+public:
+    explicit Row(const AssistantPlanReport& report) : report_(report) {
+        for (auto* label : {&title_, &reason_}) {
+            label->set_xalign(0);
+            label->set_wrap(true);
+            label->set_wrap_mode(Pango::WrapMode::WORD_CHAR);
+            append(*label);
+        }
+        set_valign(Gtk::Align::CENTER);
+        reason_.add_css_class("caption");
+        reason_.add_css_class("dim-label");
+    }
+    void show(int id) override {
+        const auto& line = report_.lines_[static_cast<std::size_t>(id)];
+        title_.set_text(line.operation);
+        reason_.set_text(line.reason);
+        reason_.set_visible(!line.reason.empty());
+    }
+
+private:
+    const AssistantPlanReport& report_;
+    Gtk::Label title_, reason_;
+};
 
 void AssistantPlanReport::show(GtkWindow* parent, const VaultPlanExecutor::Report& report) {
     new AssistantPlanReport(parent, report);
 }
 
 AssistantPlanReport::AssistantPlanReport(GtkWindow* parent, const VaultPlanExecutor::Report& report)
-    : AssistantSheet(parent, report.summary(), width, height) {
+    : AssistantSheet(parent, report.summary(), width, height),
+      list_([this] { return Gtk::make_managed<Row>(*this); }) {
     no_.set_visible(false);
-    yes_.set_label("Close");
+    yes_.set_label(_("Close"));
     yes_.signal_clicked().connect([this] { close(); });
     promise_.set_visible(false);
-    content_.set_margin(margin);
-    addSection("Failed", report.failed);
-    addSection("Skipped", report.skipped);
-    std::vector<VaultPlanExecutor::Report::Left> applied;
+    std::vector<Left> applied;
     for (const auto& one : report.applied) applied.push_back({one, {}});
-    addSection("Applied", applied);
-    auto* clamp = ADW_CLAMP(adw_clamp_new());
-    adw_clamp_set_child(clamp, raw(content_));
-    gtk_scrolled_window_set_child(scroller_.gobj(), GTK_WIDGET(clamp));
-    scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
-    scroller_.set_vexpand(true);
-    page_.append(scroller_);
+    std::vector<SheetList::Section> sections;
+    const auto add = [&](const char* title, const std::vector<Left>& lines) {
+        if (lines.empty()) return;
+        sections.push_back({.title = title, .rows = {}});
+        for (const auto& line : lines) {
+            sections.back().rows.push_back(static_cast<int>(lines_.size()));
+            lines_.push_back(line);
+        }
+    };
+    add(_("Failed"), report.failed);
+    add(_("Skipped"), report.skipped);
+    add(_("Applied"), applied);
+    list_.setSections(sections);
+    page_.append(list_);
     present(page_, yes_);
-}
-
-void AssistantPlanReport::addSection(const char* title,
-                                     const std::vector<VaultPlanExecutor::Report::Left>& rows) {
-    if (rows.empty()) return;
-    auto* group = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
-    adw_preferences_group_set_title(group, title);
-    for (const auto& row : rows) {
-        auto* line = ADW_ACTION_ROW(adw_action_row_new());
-        adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(line), FALSE);
-        adw_preferences_row_set_title(ADW_PREFERENCES_ROW(line), row.operation.c_str());
-        adw_action_row_set_subtitle(line, row.reason.c_str());
-        adw_preferences_group_add(group, GTK_WIDGET(line));
-    }
-    gtk_box_append(content_.gobj(), GTK_WIDGET(group));
 }
 
 }  // namespace vesk::views

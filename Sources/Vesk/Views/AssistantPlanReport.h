@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Vesk/Views/AssistantSheet.h"
+#include "Vesk/Views/SheetList.h"
 #include "VeskCore/Brain/VaultPlanExecutor.h"
 
 namespace vesk::views {
@@ -11,11 +12,13 @@ public:
     static void show(GtkWindow* parent, const VaultPlanExecutor::Report& report);
 
 private:
-    AssistantPlanReport(GtkWindow* parent, const VaultPlanExecutor::Report& report);
-    void addSection(const char* title, const std::vector<VaultPlanExecutor::Report::Left>& rows);
+    class Row;
 
-    Gtk::Box page_{Gtk::Orientation::VERTICAL}, content_{Gtk::Orientation::VERTICAL, 18};
-    Gtk::ScrolledWindow scroller_;
+    AssistantPlanReport(GtkWindow* parent, const VaultPlanExecutor::Report& report);
+
+    std::vector<VaultPlanExecutor::Report::Left> lines_;  ///< by the rows' ids
+    Gtk::Box page_{Gtk::Orientation::VERTICAL};
+    SheetList list_;
 };
 
 }  // namespace vesk::views

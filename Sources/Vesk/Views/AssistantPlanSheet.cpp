@@ -7,7 +7,7 @@
 namespace vesk::views {
 namespace {
 
-constexpr int width = 640, height = 640, tallestText = 220, detailsMargin = 12;
+constexpr int width = 640, height = 640, tallestText = 220, margin = 18, spacing = 10;
 constexpr std::size_t mostText = 40'000;  // bytes of a side that are laid out
 
 void addSide(Gtk::Box& details, int available, const std::string& title, const std::string& text) {
@@ -39,6 +39,128 @@ bool isExplained(const VaultPlanExecutor::Preview& preview) {
 
 }  // namespace
 
+/// One change: a tick, what it does and why, where it goes, and below that what changes.
+class AssistantPlanSheet::Row final : public SheetRow {
+public:
+    explicit Row(AssistantPlanSheet& sheet) : sheet_(sheet) {
+        tick_.set_valign(Gtk::Align::CENTER);
+        tick_.signal_toggled().connect([this] {
+            if (!isShowing_) sheet_.tick(id_, tick_.get_active());
+        });
+        words_.set_valign(Gtk::Align::CENTER);
+        words_.set_hexpand(true);
+        for (auto* label : {&title_, &reason_}) {
+            label->set_xalign(0);
+            label->set_wrap(true);
+            label->set_wrap_mode(Pango::WrapMode::WORD_CHAR);
+            words_.append(*label);
+        }
+        title_.add_css_class("title");
+        reason_.add_css_class("caption");
+        reason_.add_css_class("dim-label");
+        expander_.set_valign(Gtk::Align::CENTER);
+        expander_.add_css_class("flat");
+        expander_.add_css_class("details-arrow");
+        expander_.set_icon_name("adw-expander-arrow-symbolic");
+        expander_.set_tooltip_text(_("What changes"));
+        expander_.signal_clicked().connect([this] { sheet_.toggle(id_); });
+        line_.set_spacing(spacing);
+        line_.append(tick_);
+        line_.append(words_);
+        line_.append(expander_);
+        details_.set_spacing(spacing);
+        details_.set_margin_top(spacing);
+        append(line_);
+        append(details_);
+    }
+
+    void show(int id) override {
+        isShowing_ = true;
+        const auto& review = sheet_.review_;
+        const auto preview = review.preview(id);
+        if (std::exchange(id_, id) != id) showFolders(preview);
+        const auto risk = preview.operation.riskNote();
+        const auto words = preview.issue          ? preview.issue->message
+                           : isExplained(preview) ? preview.annotation->reason
+                                                  : risk.value_or("");
+        title_.set_text(preview.description);
+        reason_.set_text(words);
+        reason_.set_visible(!words.empty());
+        preview.isBlocked() ? add_css_class("plan-blocked") : remove_css_class("plan-blocked");
+        tick_.set_sensitive(review.isApplicable(id));
+        tick_.set_active(review.isTicked(id));
+        setAccessibleName(tick_, Glib::ustring::compose(_("Apply: %1"), preview.description).c_str());
+        const bool isExpanded = review.expanded == id;
+        isExpanded ? expander_.add_css_class("open") : expander_.remove_css_class("open");
+        setAccessibleName(expander_,
+                          Glib::ustring::compose(_("What changes: %1"), preview.description).c_str());
+        gtk_accessible_update_state(GTK_ACCESSIBLE(expander_.gobj()), GTK_ACCESSIBLE_STATE_EXPANDED,
+                                    isExpanded ? TRUE : FALSE, -1);
+        showDetails(preview, isExpanded);
+        isShowing_ = false;
+    }
+
+private:
+    void showFolders(const VaultPlanExecutor::Preview& preview) {
+        choices_.clear();
+        std::vector<Glib::ustring> names;
+        const auto& proposed = sheet_.review_.proposed(id_);
+        if (preview.annotation && !preview.annotation->alternatives.empty()) {
+            const auto* move = std::get_if<VaultOperation::RenameNote>(&proposed.operation.value);
+            names.push_back(move ? decodedText(std::string(parentFolder(move->to))) : std::string());
+            // The proposed folder may be among the alternatives, and stands first already.
+            choices_.emplace_back(std::nullopt);
+            const auto& alternatives = proposed.annotation->alternatives;
+            for (std::size_t index = 0; index < alternatives.size(); ++index) {
+                if (alternatives[index].operation == proposed.operation) continue;
+                names.push_back(decodedText(alternatives[index].folder));
+                choices_.emplace_back(index);
+            }
+        }
+        if (folders_) folders_->set_visible(choices_.size() > 1);
+        if (choices_.size() < 2) return;
+        if (!folders_) makeFolders();
+        folders_->set_model(Gtk::StringList::create(names));
+        const auto chosen = std::find(choices_.begin(), choices_.end(), sheet_.review_.chosen(id_));
+        folders_->set_selected(chosen == choices_.end() ? 0 : static_cast<guint>(chosen - choices_.begin()));
+    }
+
+    /// Costs more than the rest of the row, and most rows have none.
+    void makeFolders() {
+        folders_ = Gtk::make_managed<Gtk::DropDown>();
+        folders_->set_valign(Gtk::Align::CENTER);
+        folders_->set_tooltip_text(std::string(PlanReview::destinationHelp));
+        setAccessibleName(*folders_, _("Where this note goes"));
+        folders_->property_selected().signal_changed().connect([this] {
+            const auto chosen = folders_->get_selected();
+            if (!isShowing_ && chosen < choices_.size()) sheet_.choose(id_, choices_[chosen]);
+        });
+        line_.insert_child_after(*folders_, words_);
+    }
+
+    void showDetails(const VaultPlanExecutor::Preview& preview, bool isExpanded) {
+        while (auto* child = details_.get_first_child()) details_.remove(*child);
+        details_.set_visible(isExpanded);
+        if (!isExpanded) return;
+        const auto risk = preview.operation.riskNote();
+        if (isExplained(preview) && risk) details_.append(sheetText(*risk));
+        const auto details = sheet_.review_.details(id_);
+        const int available = line_.get_width();
+        addSide(details_, available, details.beforeTitle, details.before);
+        addSide(details_, available, details.afterTitle, details.after);
+    }
+
+    AssistantPlanSheet& sheet_;
+    int id_ = -1;
+    bool isShowing_ = false;
+    Gtk::Box line_, words_{Gtk::Orientation::VERTICAL}, details_{Gtk::Orientation::VERTICAL};
+    Gtk::CheckButton tick_;
+    Gtk::Label title_, reason_;
+    Gtk::DropDown* folders_ = nullptr;
+    std::vector<std::optional<std::size_t>> choices_;  // of the folders, as the review counts them
+    Gtk::Button expander_;
+};
+
 void AssistantPlanSheet::show(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
                               const std::string& summary, const std::vector<std::string>& coverage,
                               Actions actions) {
@@ -50,7 +172,8 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
                                        Actions actions)
     : AssistantSheet(parent, std::string(PlanReview::title), width, height),
       review_(std::move(previews)),
-      actions_(std::move(actions)) {
+      actions_(std::move(actions)),
+      list_([this] { return Gtk::make_managed<Row>(*this); }) {
     no_.set_label(_("Discard"));
     no_.signal_clicked().connect([this] {
         const auto discarded = actions_.discard;
@@ -65,27 +188,50 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
         if (applied) applied(review);
     });
     promise_.set_text(std::string(PlanReview::promise));
-    content_.set_margin(18);
-    if (!summary.empty()) content_.append(sheetText(summary));
+    buildHead(summary, coverage);
+    auto* clamp = adw_clamp_new();
+    limitSheetWidth(clamp);
+    adw_clamp_set_child(ADW_CLAMP(clamp), raw(head_));
+    gtk_box_append(page_.gobj(), clamp);
+    list_.onActivated = [this](int id) { toggle(id); };
+    std::vector<SheetList::Section> sections;
+    for (auto& section : review_.sections())
+        sections.push_back({.title = std::move(section.title), .rows = std::move(section.rows)});
+    list_.setSections(sections);
+    page_.append(list_);
+    showCounts();
+    // No key that was meant for the note carries anything out.
+    present(page_, all_);
+}
+
+void AssistantPlanSheet::buildHead(const std::string& summary, const std::vector<std::string>& coverage) {
+    head_.set_margin(margin);
+    head_.set_margin_bottom(0);
+    if (!summary.empty()) head_.append(sheetText(summary));
     if (!coverage.empty()) {
         auto* lines = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
         lines->set_spacing(2);
         for (const auto& line : coverage) lines->append(sheetText(line, {"caption", "dim-label"}));
-        content_.append(*lines);
+        head_.append(*lines);
     }
     auto* bar = Gtk::make_managed<Gtk::Box>();
     bar->set_spacing(6);
     count_.set_xalign(0);
     count_.set_hexpand(true);
     count_.add_css_class("dim-label");
+    bar->append(count_);
+    for (auto* button : {&again_, &all_, &none_}) {
+        button->add_css_class("flat");
+        bar->append(*button);
+    }
     all_.signal_clicked().connect([this] {
         review_.selectAll();
-        for (const auto& row : rows_) showRow(row.first);
+        list_.refreshAll();
         showCounts();
     });
     none_.signal_clicked().connect([this] {
         review_.selectNone();
-        for (const auto& row : rows_) showRow(row.first);
+        list_.refreshAll();
         showCounts();
     });
     again_.set_visible(actions_.decideAgain != nullptr);
@@ -94,129 +240,26 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
         close();
         if (decided) decided();
     });
-    for (auto* button : {&again_, &all_, &none_}) button->add_css_class("flat");
-    bar->append(count_);
-    bar->append(again_);
-    bar->append(all_);
-    bar->append(none_);
-    content_.append(*bar);
-    for (const auto& section : review_.sections()) addSection(section);
-    auto* clamp = ADW_CLAMP(adw_clamp_new());
-    adw_clamp_set_child(clamp, raw(content_));
-    gtk_scrolled_window_set_child(scroller_.gobj(), GTK_WIDGET(clamp));
-    // The texts get the height they need, not the least that shows them.
-    gtk_scrollable_set_vscroll_policy(GTK_SCROLLABLE(gtk_scrolled_window_get_child(scroller_.gobj())),
-                                      GTK_SCROLL_NATURAL);
-    scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
-    scroller_.set_vexpand(true);
-    page_.append(scroller_);
+    head_.append(*bar);
+}
+
+void AssistantPlanSheet::tick(int id, bool ticked) {
+    review_.tick(id, ticked);
+    list_.refresh(id);
     showCounts();
-    // No key that was meant for the note carries anything out.
-    present(page_, all_);
 }
 
-void AssistantPlanSheet::addSection(const PlanReview::Section& section) {
-    auto* group = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
-    if (!section.title.empty()) {
-        char* title = g_markup_escape_text(section.title.c_str(), -1);
-        adw_preferences_group_set_title(group, title);
-        g_free(title);
-    }
-    for (const int id : section.rows) addRow(group, id);
-    gtk_box_append(content_.gobj(), GTK_WIDGET(group));
+void AssistantPlanSheet::choose(int id, std::optional<std::size_t> alternative) {
+    review_.switchDestination(id, alternative);
+    list_.refresh(id);
+    showCounts();
 }
 
-void AssistantPlanSheet::addRow(AdwPreferencesGroup* group, int id) {
-    auto* expander = ADW_EXPANDER_ROW(adw_expander_row_new());
-    adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(expander), FALSE);
-    auto* tick = Gtk::make_managed<Gtk::CheckButton>();
-    tick->set_valign(Gtk::Align::CENTER);
-    tick->signal_toggled().connect([this, id, tick] {
-        if (isShowing_) return;
-        review_.tick(id, tick->get_active());
-        showRow(id);
-        showCounts();
-    });
-    adw_expander_row_add_prefix(expander, raw(*tick));
-    auto* details = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL);
-    details->set_spacing(10);
-    details->set_margin(detailsMargin);
-    adw_expander_row_add_row(expander, raw(*details));
-    rows_[id] = {.row = expander, .tick = tick, .details = details};
-    onSignal(expander, "notify::expanded", [this, id, expander] {
-        if (!adw_expander_row_get_expanded(expander)) {
-            if (review_.expanded == id) review_.expanded.reset();
-            return;
-        }
-        const auto before = std::exchange(review_.expanded, id);
-        if (before && before != id) adw_expander_row_set_expanded(rows_.at(*before).row, FALSE);
-        fillDetails(id);
-    });
-    addDestinations(expander, id);
-    adw_preferences_group_add(group, GTK_WIDGET(expander));
-    showRow(id);
-}
-
-void AssistantPlanSheet::addDestinations(AdwExpanderRow* row, int id) {
-    const auto preview = review_.preview(id);
-    if (!preview.annotation || preview.annotation->alternatives.empty()) return;
-    const auto* move = std::get_if<VaultOperation::RenameNote>(&preview.operation.value);
-    std::vector<Glib::ustring> folders{move ? decodedText(std::string(parentFolder(move->to)))
-                                            : std::string()};
-    // The proposed folder may be among the alternatives, and stands first already.
-    std::vector<std::optional<std::size_t>> choices{std::nullopt};
-    const auto& alternatives = preview.annotation->alternatives;
-    for (std::size_t index = 0; index < alternatives.size(); ++index) {
-        if (alternatives[index].operation == preview.operation) continue;
-        folders.push_back(decodedText(alternatives[index].folder));
-        choices.emplace_back(index);
-    }
-    if (choices.size() == 1) return;
-    auto* menu = Gtk::make_managed<Gtk::DropDown>(folders);
-    menu->set_valign(Gtk::Align::CENTER);
-    menu->set_tooltip_text(std::string(PlanReview::destinationHelp));
-    setAccessibleName(*menu, _("Where this note goes"));
-    menu->property_selected().signal_changed().connect([this, id, menu, choices] {
-        const auto chosen = menu->get_selected();
-        if (chosen < choices.size()) review_.switchDestination(id, choices[chosen]);
-        rows_.at(id).isFilled = false;
-        if (review_.expanded == id) fillDetails(id);
-        showRow(id);
-        showCounts();
-    });
-    adw_expander_row_add_action(row, raw(*menu));
-}
-
-void AssistantPlanSheet::fillDetails(int id) {
-    auto& row = rows_.at(id);
-    if (std::exchange(row.isFilled, true)) return;
-    while (auto* child = row.details->get_first_child()) row.details->remove(*child);
-    const auto preview = review_.preview(id);
-    const auto risk = preview.operation.riskNote();
-    if (isExplained(preview) && risk) row.details->append(sheetText(*risk));
-    const auto details = review_.details(id);
-    const int available = gtk_widget_get_width(GTK_WIDGET(row.row)) - 2 * detailsMargin;
-    addSide(*row.details, available, details.beforeTitle, details.before);
-    addSide(*row.details, available, details.afterTitle, details.after);
-}
-
-void AssistantPlanSheet::showRow(int id) {
-    const auto& row = rows_.at(id);
-    const auto preview = review_.preview(id);
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row.row), preview.description.c_str());
-    const auto risk = preview.operation.riskNote();
-    const auto words = preview.issue          ? preview.issue->message
-                       : isExplained(preview) ? preview.annotation->reason
-                                              : risk.value_or("");
-    adw_expander_row_set_subtitle(row.row, words.c_str());
-    auto* widget = GTK_WIDGET(row.row);
-    preview.isBlocked() ? gtk_widget_add_css_class(widget, "plan-blocked")
-                        : gtk_widget_remove_css_class(widget, "plan-blocked");
-    isShowing_ = true;
-    row.tick->set_sensitive(review_.isApplicable(id));
-    row.tick->set_active(review_.isTicked(id));
-    isShowing_ = false;
-    setAccessibleName(*row.tick, Glib::ustring::compose(_("Apply: %1"), preview.description).c_str());
+void AssistantPlanSheet::toggle(int id) {
+    const auto before = std::exchange(review_.expanded, std::nullopt);
+    if (before != id) review_.expanded = id;
+    if (before && before != id) list_.refresh(*before);
+    list_.refresh(id);
 }
 
 void AssistantPlanSheet::showCounts() {

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "Vesk/AI/PlanReview.h"
 #include "Vesk/Views/AssistantSheet.h"
+#include "Vesk/Views/SheetList.h"
 
 namespace vesk::views {
 
@@ -24,29 +24,22 @@ public:
                      const std::string& summary, const std::vector<std::string>& coverage, Actions actions);
 
 private:
+    class Row;
+
     AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
                        const std::string& summary, const std::vector<std::string>& coverage, Actions actions);
-    struct Row {
-        AdwExpanderRow* row = nullptr;
-        Gtk::CheckButton* tick = nullptr;
-        Gtk::Box* details = nullptr;
-        bool isFilled = false;
-    };
-    void addSection(const PlanReview::Section& section);
-    void addRow(AdwPreferencesGroup* group, int id);
-    void addDestinations(AdwExpanderRow* row, int id);
-    void fillDetails(int id);
-    void showRow(int id);
+    void buildHead(const std::string& summary, const std::vector<std::string>& coverage);
+    void tick(int id, bool ticked);
+    void choose(int id, std::optional<std::size_t> alternative);
+    void toggle(int id);
     void showCounts();
 
     PlanReview review_;
     Actions actions_;
-    std::map<int, Row> rows_;
-    Gtk::Box page_{Gtk::Orientation::VERTICAL}, content_{Gtk::Orientation::VERTICAL, 18};
-    Gtk::ScrolledWindow scroller_;
+    Gtk::Box page_{Gtk::Orientation::VERTICAL}, head_{Gtk::Orientation::VERTICAL, 12};
+    SheetList list_;
     Gtk::Label count_;
-    Gtk::Button all_{"Select All"}, none_{"Select None"}, again_{"Decide again"};
-    bool isShowing_ = false;
+    Gtk::Button all_{_("Select All")}, none_{_("Select None")}, again_{_("Decide again")};
 };
 
 }  // namespace vesk::views

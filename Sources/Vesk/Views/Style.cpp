@@ -60,6 +60,14 @@ textview.vesk-editor, textview.vesk-editor text { background-color: transparent;
 .plan-side { border-radius: 8px; background-color: alpha(currentColor, 0.05); }
 .plan-side .plan-text { padding: 8px 10px; font-size: 10pt; }
 .plan-blocked .title { opacity: 0.6; }
+.sheet-list { background: none; padding: 8px 18px 18px 18px; }
+.sheet-list > row, .sheet-list > row:hover, .sheet-list > row:active { padding: 0; background: none; }
+.sheet-list .details-arrow > image { -gtk-icon-transform: rotate(180deg); transition: -gtk-icon-transform 150ms ease; }
+.sheet-list .details-arrow.open > image { -gtk-icon-transform: none; }
+.sheet-heading { margin: 12px 0 8px 0; }
+.sheet-row { padding: 8px 12px; min-height: 38px; background-color: @card_bg_color; color: @card_fg_color; border: 1px solid alpha(currentColor, 0.09); border-top-width: 0; }
+.sheet-row.first { margin-top: 1px; border-top-width: 1px; border-top-left-radius: 12px; border-top-right-radius: 12px; }
+.sheet-row.last { border-bottom-left-radius: 12px; border-bottom-right-radius: 12px; }
 .picker-entry { margin: 12px; min-height: 40px; font-size: 12pt; }
 .completion > contents { padding: 4px; }
 )css";
@@ -105,6 +113,7 @@ constexpr const char* strong = R"css(
 .pane-handle { background-color: currentColor; }
 .swatch { box-shadow: inset 0 0 0 1px currentColor; }
 .plan-blocked .title { opacity: 1; }
+.sheet-row { border-color: currentColor; }
 entry.error { color: currentColor; }
 )css";
 
