@@ -1,11 +1,10 @@
 // The session's index as a whole: full reindexes, the embedding backfill and the status line.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
 #include "Vesk/SessionTasks.h"
 #include "VeskCore/Index/EmbeddingBackfill.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Vault/VaultWalk.h"
 
 namespace vesk {
@@ -76,7 +75,7 @@ void VaultSession::reindexEnded(std::optional<ReindexSummary> summary) {
         refreshStatusLine();
         startPendingPoll();
     } else {
-        status.set("Indexing failed — search will be incomplete");
+        status.set(localised("Indexing failed — search will be incomplete"));
     }
     startEmbeddingBackfill();
 
@@ -90,13 +89,13 @@ void VaultSession::refreshStatusLine() {
     if (!tasks_->statusShowsCounts || indexing) return;
     const std::size_t notes = listedNotes_ ? VaultWalk::countedNotes(*listedNotes_, pendingDownload.get())
                                            : static_cast<std::size_t>(tasks_->reindexedCount);
-    std::string line = fmt::format("{} notes", notes);
+    std::string line = localised("{} notes", notes);
     if (const auto pages = tasks_->listedPages.size(); pages > 0) {
-        line += fmt::format(" · {} page{}", pages, pages == 1 ? "" : "s");
+        line += " · " + localisedCount("{} page", "{} pages", pages, pages);
     }
-    if (!pendingDownload->empty()) line += fmt::format(" · {} waiting on iCloud", pendingDownload->size());
-    line += fmt::format(" · {}", displayName(vault_.provider()));
-    if (tasks_->reEmbedding) line += " · re-embedding";
+    if (!pendingDownload->empty()) line += " · " + localised("{} waiting on iCloud", pendingDownload->size());
+    line += " · " + std::string(displayName(vault_.provider()));
+    if (tasks_->reEmbedding) line += " · " + localised("re-embedding");
     status.set(std::move(line));
 }
 

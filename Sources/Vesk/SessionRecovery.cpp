@@ -1,11 +1,10 @@
 // Text that an earlier run could not save, and what a crash left lying in the vault.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
 #include "Vesk/SessionTasks.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -42,18 +41,19 @@ std::string recoveredDetail(const std::vector<VaultSession::RecoveredText>& reco
     });
     const auto atTop = joined(recovered, "; ", [](const Text& text) {
         if (!text.goneFolder) return std::optional<std::string>();
-        return std::optional(fmt::format("{} at the top of the vault, because “{}” is no longer there",
-                                         quotedStem(text.copy), decodedText(*text.goneFolder)));
+        return std::optional(localised("{} at the top of the vault, because “{}” is no longer there",
+                                       quotedStem(text.copy), decodedText(*text.goneFolder)));
     });
     const auto silenced = joined(recovered, ", ", [](const Text& text) {
         return text.reminderLeftOff ? std::optional(quotedStem(text.copy)) : std::nullopt;
     });
-    std::string detail = "Vesk ended before your typing reached the note, so it was kept as ";
-    if (!beside.empty()) detail += beside + ", beside the note";
-    if (!beside.empty() && !atTop.empty()) detail += "; ";
-    detail += atTop + ".";
+    std::string places;
+    if (!beside.empty()) places = localised("{}, beside the note", beside);
+    if (!beside.empty() && !atTop.empty()) places += "; ";
+    std::string detail =
+        localised("Vesk ended before your typing reached the note, so it was kept as {}.", places + atTop);
     if (!silenced.empty()) {
-        detail += fmt::format(
+        detail += localised(
             " The reminder in {} was left off, so it doesn't ring; set it on the note if it is still wanted.",
             silenced);
     }
@@ -185,7 +185,7 @@ std::vector<VaultWarning> VaultSession::heldTextWarnings() const {
     std::vector<VaultWarning> warnings;
     if (!recoveredHeldText_.empty()) {
         warnings.push_back({.code = "recovered",
-                            .title = "Text Vesk couldn't save last time is back",
+                            .title = localised("Text Vesk couldn't save last time is back"),
                             .detail = recoveredDetail(recoveredHeldText_),
                             .severity = Severity::warning});
     }
@@ -197,19 +197,20 @@ std::vector<VaultWarning> VaultSession::heldTextWarnings() const {
         });
         warnings.push_back(
             {.code = "released",
-             .title = "Some text Vesk couldn't save last time was let go",
-             .detail = names.empty() ? std::string()
-                                     : "A reminder change to " + names + " wasn't saved; check its bell.",
+             .title = localised("Some text Vesk couldn't save last time was let go"),
+             .detail = names.empty()
+                           ? std::string()
+                           : localised("A reminder change to {} wasn't saved; check its bell.", names),
              .severity = Severity::warning});
     }
     if (!heldTextKeptInTrash_.empty()) {
         const auto names = joined(heldTextKeptInTrash_, ", ",
                                   [](const std::string& path) { return std::optional(quotedStem(path)); });
         warnings.push_back({.code = "keptInTrash",
-                            .title = "Text Vesk couldn't save last time is in the trash",
-                            .detail = fmt::format("Typing in {} was put in the trash, where the note it was "
-                                                  "for is; restore it from Trash if you still want it.",
-                                                  names),
+                            .title = localised("Text Vesk couldn't save last time is in the trash"),
+                            .detail = localised("Typing in {} was put in the trash, where the note it was "
+                                                "for is; restore it from Trash if you still want it.",
+                                                names),
                             .severity = Severity::warning});
     }
     return warnings;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Vesk/SessionTasks.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 
@@ -93,8 +94,8 @@ std::vector<SearchHit> found(const SearchEngine& search, LocalEmbedding& embedde
 }  // namespace
 
 std::string NewerVersionDownloading::description() const {
-    return fmt::format("A newer version of “{}” is still downloading from iCloud.",
-                       decodedText(std::string(stem(relativePath))));
+    return localised("A newer version of “{}” is still downloading from iCloud.",
+                     decodedText(std::string(stem(relativePath))));
 }
 
 std::shared_ptr<VaultSession> VaultSession::make(const Vault& vault, const SessionServices& services) {

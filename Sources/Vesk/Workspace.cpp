@@ -6,6 +6,7 @@
 
 #include "Vesk/WorkspaceTasks.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/RecentlyChanged.h"
@@ -89,10 +90,10 @@ void Workspace::restoreLastVault() {
 
 void Workspace::chooseVault(StartIn start) {
     const FolderPanel panel{
-        .prompt = "Open Vault",
-        .message =
+        .prompt = localised("Open Vault"),
+        .message = localised(
             "Choose a folder for your notes. Put it in iCloud Drive to sync across devices, or anywhere "
-            "else to keep it on this Mac.",
+            "else to keep it on this Mac."),
         .directory = start == StartIn::documents
                          ? homeFolder("Documents")
                          : homeFolder("Library/Mobile Documents/com~apple~CloudDocs")};
@@ -163,7 +164,7 @@ void Workspace::openConfirmed(const FilePath& folder) {
     rebuildTree();
     noteIcons.set({});
     style.set({});
-    status.set("Opening " + folderName(open.root()) + "…");
+    status.set(localised("Opening {}…", folderName(open.root())));
     startListing();
 
     // The stream of a session that is being stopped may still have an event under way.
@@ -186,11 +187,12 @@ void Workspace::openConfirmed(const FilePath& folder) {
         surface.set(nullptr);
         session.set(nullptr);
         warnings.modify([](auto& list) {
-            list.push_back({.code = "index",
-                            .title = "Search index unavailable",
-                            .detail = "Vesk couldn't open its index, so search and AI will be limited. Your "
-                                      "notes are unaffected.",
-                            .severity = VaultWarning::Severity::warning});
+            list.push_back(
+                {.code = "index",
+                 .title = localised("Search index unavailable"),
+                 .detail = localised("Vesk couldn't open its index, so search and AI will be limited. Your "
+                                     "notes are unaffected."),
+                 .severity = VaultWarning::Severity::warning});
         });
         return;
     }
@@ -260,7 +262,7 @@ void Workspace::startListing() {
             std::erase_if(list, [](const auto& one) { return !sessionWarningCodes().contains(one.code); });
             list.insert(list.end(), listed.found.begin(), listed.found.end());
             warnings.setIfChanged(std::move(list));
-            status.set(std::to_string(count) + " notes · " + std::string(displayName(open.provider())));
+            status.set(localised("{} notes", count) + " · " + std::string(displayName(open.provider())));
             refreshFolders();
             refreshTrash();
             style.set(VaultStyle::load(open));

@@ -1,11 +1,10 @@
 // Reminders and priorities changed from rows and notifications, also for notes that aren't here yet.
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "Vesk/Reminders/ReminderAnswer.h"
 #include "Vesk/WorkspaceTasks.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -57,7 +56,7 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
     if (!session.get()) return;
     if (waitingForIndex([=, this] { applyReminderAction(path, kind, tappedAt, retrying); })) return;
     services_.bridge.flushAllPendingSaves();
-    constexpr std::string_view couldnt = "Couldn't update that reminder: ";
+    const auto couldnt = localised("Couldn't update that reminder: ");
     const auto name = quotedName(path);
     std::optional<std::string> text;
     try {
@@ -66,25 +65,27 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
             if (needsDownload(UbiquityStatus::of(vault.get()->absolutePath(path))))
                 return oweReminderAction(path, {kind, tappedAt});
             forgetOwedReminderAction(path);
-            return fail(fmt::format("{}{} couldn't be read.", couldnt, name));
+            return fail(couldnt + localised("{} couldn't be read.", name));
         }
     } catch (const VaultWriteError& error) {
         if (error.kind == VaultWriteError::Kind::notCurrent) return oweReminderAction(path, {kind, tappedAt});
         forgetOwedReminderAction(path);
-        return fail(std::string(couldnt) + error.description());
+        return fail(couldnt + error.description());
     } catch (const Error&) {
         if (UbiquityStatus::isEvictionError(std::current_exception()))
             return oweReminderAction(path, {kind, tappedAt});
         forgetOwedReminderAction(path);
-        return fail(std::string(couldnt) + describe(std::current_exception()));
+        return fail(couldnt + describe(std::current_exception()));
     }
     if (!text) {
         if (!retrying) return;
         forgetOwedReminderAction(path);
-        return fail(
-            fmt::format("{} was moved or deleted on another device before the reminder could be {}, so it "
-                        "wasn't changed.",
-                        name, verbOf(kind)));
+        return fail(localised(kind == ReminderAction::Kind::done
+                                  ? marked("{} was moved or deleted on another device before the reminder "
+                                           "could be marked done, so it wasn't changed.")
+                                  : marked("{} was moved or deleted on another device before the reminder "
+                                           "could be snoozed, so it wasn't changed."),
+                              name));
     }
     forgetOwedReminderAction(path);
 
@@ -98,7 +99,7 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
                 if (write.text != *text)
                     session.get()->write(write.text, vault.get()->absolutePath(path), &expected);
             } catch (const std::exception&) {
-                return fail(std::string(couldnt) + describe(std::current_exception()));
+                return fail(couldnt + describe(std::current_exception()));
             }
             if (kind == ReminderAction::Kind::done) services_.reminderCenter.cancelSnooze(path);
         },
@@ -120,10 +121,12 @@ void Workspace::oweReminderAction(const std::string& path, OwedAction action) {
     owedReminderActions_.insert_or_assign(path, action);
     session.get()->awaitCurrentVersion(path);
     if (!owedReminderSaid_.insert(saidMark(action.kind, path)).second) return;
-    fail(
-        fmt::format("A newer version of {} is still downloading from iCloud. The reminder will be {} once it "
-                    "arrives.",
-                    quotedName(path), verbOf(action.kind)));
+    fail(localised(action.kind == ReminderAction::Kind::done
+                       ? marked("A newer version of {} is still downloading from iCloud. The reminder will "
+                                "be marked done once it arrives.")
+                       : marked("A newer version of {} is still downloading from iCloud. The reminder will "
+                                "be snoozed once it arrives."),
+                   quotedName(path)));
 }
 
 void Workspace::forgetOwedReminderAction(const std::string& path) {
@@ -144,26 +147,27 @@ void Workspace::rewriteFromRow(const std::string& path, std::string_view what,
                                const std::function<std::string(const std::string&)>& change) {
     services_.bridge.flushAllPendingSaves();
     const auto couldnt = [&](std::string_view why) {
-        fail(fmt::format("Couldn't change {}: “{}” {}", what, titleOf(path), why));
+        fail(localised("Couldn't change {}: “{}” {}", what, titleOf(path), why));
     };
     const auto file = vault.get()->absolutePath(path);
     try {
         const auto text = CoordinatedIO::readForSave(file);
-        if (!text) return couldnt("is no longer there.");
+        if (!text) return couldnt(localised("is no longer there."));
         if (isEmptyButSized(*vault.get(), path, *text)) {
             if (needsDownload(UbiquityStatus::of(file)))
-                return fail("That note hasn't downloaded from iCloud yet — try again in a moment.");
-            return couldnt("couldn't be read.");
+                return fail(
+                    localised("That note hasn't downloaded from iCloud yet — try again in a moment."));
+            return couldnt(localised("couldn't be read."));
         }
         const auto changed = change(*text);
         const ForeignEdit::Disk expected{ForeignEdit::Disk::Text{*text}};
         if (changed != *text) session.get()->write(changed, file, &expected);
     } catch (const VaultWriteError& error) {
         if (error.kind == VaultWriteError::Kind::notCurrent)
-            return fail("That note hasn't downloaded from iCloud yet — try again in a moment.");
-        couldnt("couldn't be read.");
+            return fail(localised("That note hasn't downloaded from iCloud yet — try again in a moment."));
+        couldnt(localised("couldn't be read."));
     } catch (const std::exception&) {
-        couldnt("couldn't be read.");
+        couldnt(localised("couldn't be read."));
     }
 }
 
@@ -172,14 +176,14 @@ void Workspace::setReminder(const std::string& path, std::optional<TimePoint> da
     if (!date) return removeReminder(path);
     if (waitingForIndex([=, this] { setReminder(path, date, repeat); }) || !session.get()) return;
     services_.reminderCenter.requestPermissionIfNeeded();
-    rewriteFromRow(path, "the reminder", [&](const std::string& text) {
+    rewriteFromRow(path, localised("the reminder"), [&](const std::string& text) {
         return NoteReminder::setting(date, repeat, text, services_.calendar);
     });
 }
 
 void Workspace::removeReminder(const std::string& path) {
     if (waitingForIndex([=, this] { removeReminder(path); }) || !session.get()) return;
-    rewriteFromRow(path, "the reminder", [&](const std::string& text) {
+    rewriteFromRow(path, localised("the reminder"), [&](const std::string& text) {
         return NoteReminder::setting(std::nullopt, text, services_.calendar);
     });
     services_.reminderCenter.cancelSnooze(path);
@@ -187,7 +191,7 @@ void Workspace::removeReminder(const std::string& path) {
 
 void Workspace::setPriority(const std::string& path, bool flagged) {
     if (waitingForIndex([=, this] { setPriority(path, flagged); }) || !session.get()) return;
-    rewriteFromRow(path, "the priority",
+    rewriteFromRow(path, localised("the priority"),
                    [&](const std::string& text) { return NotePriority::setting(flagged, text); });
 }
 

@@ -1,12 +1,11 @@
 // What a person does to the structure of the vault: notes and folders made, renamed, moved, trashed and
 // restored. After each act the lists are read anew and the session is told.
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "Vesk/WorkspaceTasks.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -93,11 +92,11 @@ std::optional<std::string> Workspace::renameNote(std::string path, std::string_v
         renamed = vault.get()->renameNote(path, name);
     } catch (const VaultWriteError& error) {
         fail(isTaken(error)
-                 ? fmt::format("Couldn't rename this note — one called “{}” is already in this folder.", name)
-                 : "Couldn't rename this note: " + error.description());
+                 ? localised("Couldn't rename this note — one called “{}” is already in this folder.", name)
+                 : localised("Couldn't rename this note: {}", error.description()));
         return {};
     } catch (const Error&) {
-        fail("Couldn't rename this note: " + said());
+        fail(localised("Couldn't rename this note: {}", said()));
         return {};
     }
     if (session.get()) session.get()->noteMoved(path, renamed);
@@ -116,8 +115,8 @@ void Workspace::moveNote(std::string path, const std::string& folder) {
         moved = vault.get()->moveNote(path, folder);
     } catch (const VaultWriteError& error) {
         return fail(isTaken(error)
-                        ? fmt::format("Couldn't move {}: a note with that name is already in {}.",
-                                      nameOf(path), folder.empty() ? "the vault root" : decodedText(folder))
+                        ? localised("Couldn't move {}: a note with that name is already in {}.", nameOf(path),
+                                    folder.empty() ? localised("the vault root") : decodedText(folder))
                         : nameOf(path) + ": " + error.description());
     } catch (const Error&) {
         return fail(nameOf(path) + ": " + said());
@@ -135,7 +134,7 @@ void Workspace::trashNote(std::string path) {
     try {
         VaultTrash(*vault.get()).trashNote(path);
     } catch (const Error&) {
-        return fail(fmt::format("Couldn't move {} to the trash: {}", decodedText(path), said()));
+        return fail(localised("Couldn't move {} to the trash: {}", decodedText(path), said()));
     }
     if (session.get()) session.get()->notesTrashed({path});
     pathsRemoved({path});
@@ -247,7 +246,7 @@ std::optional<FolderColor> Workspace::folderColor(const std::string& path) const
 void Workspace::setNoteIcon(const std::string& path, const std::optional<std::string>& symbol) {
     if (waitingForIndex([this, path, symbol] { setNoteIcon(path, symbol); })) return;
     if (!session.get()) return;
-    rewriteFromRow(path, "the icon", [&](const std::string& text) {
+    rewriteFromRow(path, localised("the icon"), [&](const std::string& text) {
         FrontmatterDoc doc(text);
         if (symbol) {
             doc.set(Charm::frontmatterKey, YAMLValue{YAMLValue::String{*symbol}});

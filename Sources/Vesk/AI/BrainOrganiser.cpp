@@ -13,15 +13,16 @@ namespace vesk {
 
 namespace {
 
-constexpr std::string_view stopping = "\nStopping after this note — the review will show what's done so far";
-constexpr std::string_view nothingProposed = "Nothing was proposed.";
+constexpr std::string_view stopping =
+    marked("\nStopping after this note — the review will show what's done so far");
+constexpr std::string_view nothingProposed = marked("Nothing was proposed.");
 constexpr std::string_view answersKept =
-    " The answers so far are kept — organise again to pick up where this left off.";
+    marked(" The answers so far are kept — organise again to pick up where this left off.");
 constexpr std::string_view endedWithoutResult =
-    "The organiser stopped without a result. Nothing was changed.";
+    marked("The organiser stopped without a result. Nothing was changed.");
 constexpr std::string_view notRemembered =
-    "Decisions won't be remembered this pass — the index is still being built";
-constexpr std::string_view noVault = "No vault is open.";
+    marked("Decisions won't be remembered this pass — the index is still being built");
+constexpr std::string_view noVault = marked("No vault is open.");
 
 }  // namespace
 
@@ -89,7 +90,7 @@ void BrainSession::organise(std::optional<OrganiseResult> forgetting) {
         .index = index,
         .hintSource = std::move(hints),
         .configuration = configuration,
-        .ledgerNote = pass->ledgerIsTemporary ? std::optional(std::string(notRemembered)) : std::nullopt,
+        .ledgerNote = pass->ledgerIsTemporary ? std::optional(localised(notRemembered)) : std::nullopt,
         .shouldStop = [flag = pass->stopFlag] { return flag->isRaised(); },
         .bench = {},
         .clock = services_.clock};
@@ -160,9 +161,9 @@ void BrainSession::organise(std::optional<OrganiseResult> forgetting) {
                             });
                     },
                     stop);
-                if (!hasFinished) end(std::string(endedWithoutResult));
+                if (!hasFinished) end(localised(endedWithoutResult));
             } catch (const OperationCancelled&) {
-                end("Stopped.");
+                end(localised("Stopped."));
             } catch (const std::exception&) {  // a refusal says so itself
                 end(describe(std::current_exception()));
             }
@@ -173,7 +174,7 @@ void BrainSession::showOrganising() {
     std::string text;
     if (organising_->preflight) text = join(organising_->preflight->lines(), "\n");
     if (organising_->progress) text += "\n" + organising_->progress->line();
-    if (organiseStopRequested) text += stopping;
+    if (organiseStopRequested) text += localised(stopping);
     changeLastAnswer(turns, [&](ChatTurn& turn) { turn.text = std::move(text); });
 }
 
@@ -228,7 +229,7 @@ std::optional<std::string> BrainSession::abandonOrganising() {
     const bool isKept = !std::exchange(organising_, nullptr)->ledgerIsTemporary;
     organiseStopRequested.setIfChanged(false);
     isOrganising.setIfChanged(false);
-    return std::string(nothingProposed) + (isKept ? std::string(answersKept) : "");
+    return localised(nothingProposed) + (isKept ? localised(answersKept) : "");
 }
 
 void BrainSession::rememberApplied(const std::map<std::string, std::string>& moves) {

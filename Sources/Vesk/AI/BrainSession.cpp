@@ -34,15 +34,15 @@ constexpr std::size_t longProposal = 2000, shownOfProposal = 1200;  // character
 constexpr int unknownWindow = 8000, unknownOutput = 4096, budgetWithoutVault = 8000;
 constexpr auto probePause = std::chrono::duration_cast<Duration>(Seconds{15.0});
 
-constexpr std::string_view nothingInVault =
+constexpr std::string_view nothingInVault = marked(
     "I couldn't find anything in your notes about that, so I have nothing to cite. Try different words, or "
-    "the terms you'd actually have written.";
-constexpr std::string_view emptyNote = "This note is empty, so there's nothing for me to read.";
-constexpr std::string_view nothingSelected = "Nothing is selected in the editor.";
+    "the terms you'd actually have written.");
+constexpr std::string_view emptyNote = marked("This note is empty, so there's nothing for me to read.");
+constexpr std::string_view nothingSelected = marked("Nothing is selected in the editor.");
 constexpr std::string_view nothingToWorkOn =
-    "There's no text to work on. Open a note, or select some text in the editor.";
+    marked("There's no text to work on. Open a note, or select some text in the editor.");
 constexpr std::string_view tooLongToRewrite =
-    "This note is too long to rewrite in one go — select a part of it and try again.";
+    marked("This note is too long to rewrite in one go — select a part of it and try again.");
 
 const std::vector<std::string>& scopeNames() {
     static const std::vector<std::string> names{"vault", "note", "selection"};
@@ -85,16 +85,17 @@ std::string shownText(const ChatTurn& turn) {
         const bool isProposal = turn.text.find("\"operations\"") != std::string::npos ||
                                 ChatRewrite::looksLikeReplacement(turn.text);
         if (!isProposal || characterCount(turn.text) <= longProposal) return turn.text;
-        return std::string(characterPrefix(turn.text, shownOfProposal)) + "\n…writing the proposal…";
+        return std::string(characterPrefix(turn.text, shownOfProposal)) + "\n" +
+               localised("…writing the proposal…");
     }
     std::string prose, line;
     if (turn.proposedRewrite) {
         prose = ChatRewrite::removing(turn.text);
-        line = "Proposed an edit — review and apply in the sheet";
+        line = localised("Proposed an edit — review and apply in the sheet");
     } else if (turn.planOperations) {
         prose = VaultPlanner::removingPlanJSON(turn.text);
-        line =
-            fmt::format("Proposed {} change{}", *turn.planOperations, *turn.planOperations == 1 ? "" : "s");
+        line = localisedCount("Proposed {} change", "Proposed {} changes",
+                              static_cast<std::size_t>(*turn.planOperations), *turn.planOperations);
     } else {
         return turn.text;
     }
@@ -106,7 +107,7 @@ std::optional<std::string> citationsLabel(const ChatTurn& turn) {
     std::set<std::string_view> paths;
     for (const auto& chunk : turn.citations) paths.insert(chunk.notePath);
     if (paths.empty()) return {};
-    return fmt::format("From {} note{}", paths.size(), paths.size() == 1 ? "" : "s");
+    return localisedCount("From {} note", "From {} notes", paths.size(), paths.size());
 }
 
 std::shared_ptr<BrainSession> BrainSession::make(BrainServices services) {
@@ -244,7 +245,7 @@ void BrainSession::appendFailure(std::string_view message) {
     planFilter_.reset();
     ChatTurn turn;
     turn.role = ChatTurn::Role::assistant;
-    turn.failure = message;
+    turn.failure = localised(message);
     append(std::move(turn));
 }
 
@@ -257,14 +258,14 @@ void BrainSession::appendNothingFound(AIScope about) {
     turn.scope = about;
     switch (about) {
         case AIScope::vault:
-            turn.failure = nothingInVault;
+            turn.failure = localised(nothingInVault);
             turn.offersUnsourcedAnswer = true;
             break;
         case AIScope::note:
-            turn.failure = emptyNote;
+            turn.failure = localised(emptyNote);
             break;
         case AIScope::selection:
-            turn.failure = nothingSelected;
+            turn.failure = localised(nothingSelected);
             break;
     }
     append(std::move(turn));
@@ -454,7 +455,7 @@ void BrainSession::run(QuickAction action, const AskSubject& subject) {
 
 void BrainSession::fileNote(const Note& note, std::string_view noteText,
                             const std::vector<std::string>& folders) {
-    begin("File this note — " + note.title, AIScope::note);
+    begin(localised("File this note — {}", note.title), AIScope::note);
     if (!canAsk()) return appendFailure(noProviderConfigured);
     planFilter_ = FileNote{note.relativePath};
     isStreaming.set(true);
@@ -510,7 +511,7 @@ void BrainSession::cancel() {
     changeLastAnswer(turns, [&](ChatTurn& turn) {
         turn.streaming = false;
         if (leftByOrganiser) turn.text = *leftByOrganiser;
-        if (trim(turn.text).empty()) turn.failure = "Stopped.";
+        if (trim(turn.text).empty()) turn.failure = localised("Stopped.");
     });
 }
 
@@ -575,25 +576,26 @@ void BrainSession::discardPendingPlan() {
 
 std::optional<std::string> BrainSession::applyEdit(const NoteEdit& edit) {
     const auto session = vaultSession_.lock();
-    if (!session) return "No vault is open.";
+    if (!session) return localised("No vault is open.");
     services_.flushPendingSaves();
     const auto file = session->vault().absolutePath(edit.notePath);
     std::optional<std::string> current;
     try {
         current = CoordinatedIO::readForSave(file);
     } catch (const std::exception&) {
-        return edit.noteTitle + " couldn't be checked before writing, so nothing was written: " +
-               describe(std::current_exception());
+        return localised("{} couldn't be checked before writing, so nothing was written: {}", edit.noteTitle,
+                         describe(std::current_exception()));
     }
-    if (!current) return edit.noteTitle + " is no longer in the vault, so nothing was written.";
+    if (!current) return localised("{} is no longer in the vault, so nothing was written.", edit.noteTitle);
     // An edit of a whole note takes everything's place: also that of text typed since, which nobody compared.
     const bool isStale = !edit.isSelectionOnly && *current != edit.original &&
                          NoteRefinement::split(*current).second != edit.original;
     const auto changed = isStale ? std::nullopt : edit.applied(*current);
     if (!changed)
-        return edit.noteTitle +
-               " changed since Vesk proposed this edit — or the selected text now appears more than once, so "
-               "there is no safe place to put it. Nothing was written; ask again for a fresh suggestion.";
+        return localised(
+            "{} changed since Vesk proposed this edit — or the selected text now appears more than once, so "
+            "there is no safe place to put it. Nothing was written; ask again for a fresh suggestion.",
+            edit.noteTitle);
     try {
         const ForeignEdit::Disk expected{ForeignEdit::Disk::Text{*current}};
         session->write(*changed, file, &expected);

@@ -28,6 +28,7 @@
 #include "VeskCore/Platform/SentenceEmbedding.h"
 #include "VeskCore/Platform/UserDefaults.h"
 #include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Observable.h"
 #include "VeskCore/Support/Time.h"
 #include "VeskCore/Vault/Vault.h"
@@ -103,14 +104,14 @@ struct BrainServices {
 /// Main thread only. Tasks of its own hold it weakly.
 class BrainSession : public std::enable_shared_from_this<BrainSession> {
 public:
-    static constexpr std::string_view noProviderConfigured =
+    static constexpr std::string_view noProviderConfigured = marked(
         "No AI provider is set up yet. Vesk can use a local model with nothing to pay for — start LM Studio "
-        "or Ollama, turn on Apple Intelligence, or paste a key. All three live in Settings → AI (⌘,).";
-    static constexpr std::string_view emptyPanelTitle = "Ask about your notes";
-    static constexpr std::string_view emptyPanelText =
+        "or Ollama, turn on Apple Intelligence, or paste a key. All three live in Settings → AI (⌘,).");
+    static constexpr std::string_view emptyPanelTitle = marked("Ask about your notes");
+    static constexpr std::string_view emptyPanelText = marked(
         "Answers are drawn from your vault and cite the notes they came from. Nothing is written to a note "
-        "without your approval.";
-    static constexpr std::string_view indexingNotice = "indexing — keyword answers only";
+        "without your approval.");
+    static constexpr std::string_view indexingNotice = marked("indexing — keyword answers only");
 
     static std::shared_ptr<BrainSession> make(BrainServices services);
     ~BrainSession();

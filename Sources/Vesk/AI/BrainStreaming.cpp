@@ -1,6 +1,4 @@
 // A reply as it comes, and what it proposes once it is complete.
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "Vesk/AI/BrainTasks.h"
@@ -22,25 +20,28 @@ namespace {
 
 constexpr int usualOutput = 4096, leastWindow = 8192, smallReply = 1024, shareOfWindow = 8;
 
-constexpr std::string_view stopped = "Stopped.";
-constexpr std::string_view rewriteWasCut =
+constexpr std::string_view stopped = marked("Stopped.");
+constexpr std::string_view rewriteWasCut = marked(
     "The rewrite hit the model's length limit and was cut off, so nothing was proposed. Ask again, or select "
-    "a smaller piece.";
-constexpr std::string_view planWasCut =
+    "a smaller piece.");
+constexpr std::string_view planWasCut = marked(
     "The answer hit the model's length limit and the plan was cut off, so nothing was proposed. Ask again — "
-    "or ask for part of the vault at a time.";
-constexpr std::string_view unreadableNotePlan =
+    "or ask for part of the vault at a time.");
+constexpr std::string_view unreadableNotePlan = marked(
     "That answer contains a plan Vesk couldn't read, so nothing was proposed. Nothing was changed — ask "
-    "again.";
-constexpr std::string_view unreadableVaultPlan =
+    "again.");
+constexpr std::string_view unreadableVaultPlan = marked(
     "That answer contains a plan Vesk couldn't read, so nothing was proposed. Nothing was changed — ask "
-    "again and the model will usually produce a cleaner one.";
+    "again and the model will usually produce a cleaner one.");
 
 std::string onlyNonFilingMessage(int count) {
-    return fmt::format(
-        "The model proposed {} change{} that {} filing — rewrites or deletions — and organising only moves "
+    return localisedCount(
+        "The model proposed {} change that isn't filing — rewrites or deletions — and organising only moves "
         "notes, so nothing was proposed. Nothing was changed.",
-        count, count == 1 ? "" : "s", count == 1 ? "isn't" : "aren't");
+        "The model proposed {} changes that aren't filing — rewrites or deletions — and organising only "
+        "moves "
+        "notes, so nothing was proposed. Nothing was changed.",
+        static_cast<std::size_t>(count), count);
 }
 
 bool isLengthLimit(const std::optional<std::string>& stopReason) {
@@ -152,13 +153,13 @@ void BrainSession::receive(std::uint64_t number, const std::shared_ptr<Mailbox>&
 
 void BrainSession::ended(std::uint64_t number, const std::shared_ptr<Mailbox>& mailbox) {
     if (mailbox->wasCancelled)
-        return finishStreaming(mailbox->text.empty() ? std::optional<std::string>(stopped) : std::nullopt,
+        return finishStreaming(mailbox->text.empty() ? std::optional(localised(stopped)) : std::nullopt,
                                std::nullopt);
     if (mailbox->failure) return finishStreaming(mailbox->failure, std::nullopt);
     const auto& rewrite = mailbox->rewrite;
     // The end of the text would be missing from the note.
     if (rewrite && isLengthLimit(mailbox->stopReason))
-        return finishStreaming(std::string(rewriteWasCut), mailbox->stopReason);
+        return finishStreaming(localised(rewriteWasCut), mailbox->stopReason);
     finishStreaming(std::nullopt, mailbox->stopReason);
     if (!rewrite || number != generation_) return;
     auto proposal = NoteRefinement::proposal(mailbox->text, rewrite->of.original);
@@ -202,7 +203,7 @@ void BrainSession::findProposal(ChatTurn& turn, const std::optional<std::string>
         findPlan(turn, fileNote ? fileNote->path : pendingAskContext_->note.relativePath, unreadableNotePlan);
     } else if (turn.scope == AIScope::vault) {
         if (wasCut && looksLikePlan(turn.text)) {
-            turn.failure = planWasCut;
+            turn.failure = localised(planWasCut);
         } else {
             findPlan(turn, std::nullopt, unreadableVaultPlan);
         }
@@ -211,7 +212,7 @@ void BrainSession::findProposal(ChatTurn& turn, const std::optional<std::string>
 
 bool BrainSession::findRewrite(ChatTurn& turn, bool wasCut) {
     if (wasCut && ChatRewrite::looksLikeReplacement(turn.text)) {
-        turn.failure = rewriteWasCut;
+        turn.failure = localised(rewriteWasCut);
         return true;
     }
     auto replacement = ChatRewrite::extract(turn.text);
@@ -241,7 +242,7 @@ void BrainSession::findPlan(ChatTurn& turn, const std::optional<std::string>& li
     } else if (lastPlanDropped_ > 0) {
         turn.failure = onlyNonFilingMessage(lastPlanDropped_);
     } else if (looksLikePlan(turn.text)) {
-        turn.failure = unreadable;
+        turn.failure = localised(unreadable);
     }
 }
 
@@ -261,7 +262,8 @@ int BrainSession::extractPlan(std::string_view text, const std::optional<std::st
     const auto count = static_cast<int>(previews.size());
     auto summary = plan.summary;
     if (lastPlanDropped_ > 0)
-        summary += fmt::format(" ({} change{} left out)", lastPlanDropped_, lastPlanDropped_ == 1 ? "" : "s");
+        summary += localisedCount(" ({} change left out)", " ({} changes left out)",
+                                  static_cast<std::size_t>(lastPlanDropped_), lastPlanDropped_);
     discardPendingPlan();
     pendingPlanLimit_ = limitToNote;
     pendingPlanSummary.set(std::move(summary));

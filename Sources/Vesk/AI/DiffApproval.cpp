@@ -1,27 +1,25 @@
 #include "Vesk/AI/DiffApproval.h"
 
-#include <fmt/format.h>
-
 #include <utility>
 
 namespace vesk {
 
 std::string DiffApproval::title(const NoteEdit& edit) {
-    return edit.action + " — review before saving";
+    return localised("{} — review before saving", edit.action);
 }
 
 std::string DiffApproval::subtitle(const NoteEdit& edit) {
-    if (edit.isSelectionOnly) return fmt::format("Replaces the text you selected in {}.", edit.noteTitle);
-    if (edit.subjectDescription) return fmt::format("Replaces {}.", *edit.subjectDescription);
-    return fmt::format("Replaces the whole of {}.", edit.noteTitle);
+    if (edit.isSelectionOnly) return localised("Replaces the text you selected in {}.", edit.noteTitle);
+    if (edit.subjectDescription) return localised("Replaces {}.", *edit.subjectDescription);
+    return localised("Replaces the whole of {}.", edit.noteTitle);
 }
 
 std::string DiffApproval::addedLabel(const WordDiff::Result& result) {
-    return result.added == 0 ? "" : fmt::format("{} added", result.added);
+    return result.added == 0 ? "" : localised("{} added", result.added);
 }
 
 std::string DiffApproval::removedLabel(const WordDiff::Result& result) {
-    return result.removed == 0 ? "" : fmt::format("{} removed", result.removed);
+    return result.removed == 0 ? "" : localised("{} removed", result.removed);
 }
 
 std::shared_ptr<DiffApproval> DiffApproval::make(NoteEdit edit, MainQueue& mainQueue, Background& background,

@@ -12,6 +12,7 @@
 #include "VeskCore/Brain/NoteEdit.h"
 #include "VeskCore/Brain/WordDiff.h"
 #include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Observable.h"
 
 namespace vesk {
@@ -20,17 +21,17 @@ class DiffApproval : public std::enable_shared_from_this<DiffApproval> {
 public:
     enum class Tab { changes, newText };
 
-    static constexpr std::string_view comparing = "Comparing this against what's in the note…";
-    static constexpr std::string_view noChanges = "No changes";
+    static constexpr std::string_view comparing = marked("Comparing this against what's in the note…");
+    static constexpr std::string_view noChanges = marked("No changes");
     static constexpr std::string_view identical =
-        "The rewrite came back identical to what's already in the note.";
-    static constexpr std::string_view coarse =
+        marked("The rewrite came back identical to what's already in the note.");
+    static constexpr std::string_view coarse = marked(
         "This rewrite changes too much of the note to line up word by word, so the changed section is shown "
         "whole: everything struck through is replaced by everything underlined. Use “New text” to read the "
-        "result on its own.";
-    static constexpr std::string_view promise = "Nothing is written until you click Approve.";
+        "result on its own.");
+    static constexpr std::string_view promise = marked("Nothing is written until you click Approve.");
     static constexpr std::string_view noHandler =
-        "Vesk can't write this into the note from here yet. Copy it and paste it where you want it.";
+        marked("Vesk can't write this into the note from here yet. Copy it and paste it where you want it.");
 
     static std::string title(const NoteEdit& edit);
     static std::string subtitle(const NoteEdit& edit);

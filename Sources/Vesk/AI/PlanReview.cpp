@@ -1,7 +1,5 @@
 #include "Vesk/AI/PlanReview.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -26,13 +24,13 @@ std::string headingOf(Place place, std::size_t count) {
         case Place::conversation:
             return "";
         case Place::agreed:
-            return fmt::format("Similar notes agree ({})", count);
+            return localised("Similar notes agree ({})", count);
         case Place::guess:
-            return fmt::format("Best guess ({})", count);
+            return localised("Best guess ({})", count);
         case Place::junk:
-            return fmt::format("Possibly junk ({})", count);
+            return localised("Possibly junk ({})", count);
         case Place::blocked:
-            return "Can't be applied";
+            return localised("Can't be applied");
     }
     return "";
 }
@@ -95,10 +93,10 @@ PlanReview::Details PlanReview::details(int id) const {
     const bool holdsNotes = std::holds_alternative<VaultOperation::RenameFolder>(operation) ||
                             std::holds_alternative<VaultOperation::TrashFolder>(operation);
     const bool isNewFolder = std::holds_alternative<VaultOperation::CreateFolder>(operation);
-    return {.beforeTitle = holdsNotes ? "Notes in this folder" : "Before",
-            .before = row.before.value_or(std::string(missingBefore)),
-            .afterTitle = "After",
-            .after = row.after.value_or(std::string(isNewFolder ? emptyFolder : missingAfter))};
+    return {.beforeTitle = localised(holdsNotes ? marked("Notes in this folder") : marked("Before")),
+            .before = row.before.value_or(localised(missingBefore)),
+            .afterTitle = localised("After"),
+            .after = row.after.value_or(localised(isNewFolder ? emptyFolder : missingAfter))};
 }
 
 bool PlanReview::isApplicable(int id) const {
@@ -133,11 +131,11 @@ void PlanReview::switchDestination(int id, std::optional<std::size_t> alternativ
 }
 
 std::string PlanReview::countLabel() const {
-    return fmt::format("{} of {} selected", approved_.size(), previews_.size());
+    return localised("{} of {} selected", approved_.size(), previews_.size());
 }
 
 std::string PlanReview::applyLabel() const {
-    return fmt::format("Apply {}", approved_.size());
+    return localised("Apply {}", approved_.size());
 }
 
 std::vector<PlanReview::Preview> PlanReview::approved() const {

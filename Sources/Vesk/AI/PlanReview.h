@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "VeskCore/Brain/VaultPlanExecutor.h"
+#include "VeskCore/Support/Localised.h"
 
 namespace vesk {
 
@@ -18,14 +19,14 @@ class PlanReview {
 public:
     using Preview = VaultPlanExecutor::Preview;
 
-    static constexpr std::string_view title = "Proposed changes";
+    static constexpr std::string_view title = marked("Proposed changes");
     static constexpr std::string_view promise =
-        "Nothing has been changed yet. Vesk applies only what you tick.";
-    static constexpr std::string_view missingBefore = "(does not exist)";
-    static constexpr std::string_view missingAfter = "(removed)";
-    static constexpr std::string_view emptyFolder = "(no notes in this folder)";
+        marked("Nothing has been changed yet. Vesk applies only what you tick.");
+    static constexpr std::string_view missingBefore = marked("(does not exist)");
+    static constexpr std::string_view missingAfter = marked("(removed)");
+    static constexpr std::string_view emptyFolder = marked("(no notes in this folder)");
     static constexpr std::string_view destinationHelp =
-        "Where this note goes. The other folder is where its nearest filed notes are.";
+        marked("Where this note goes. The other folder is where its nearest filed notes are.");
 
     struct Section {
         std::string title;      ///< empty for the operations of a conversation

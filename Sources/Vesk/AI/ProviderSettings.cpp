@@ -14,7 +14,7 @@ namespace {
 constexpr int leastContext = 512, mostContext = 100'000'000;  // tokens
 
 std::string noAddress(std::string_view typed) {
-    return "“" + std::string(typed) + "” is no address of a server.";
+    return localised("“{}” is no address of a server.", typed);
 }
 
 std::vector<ProviderSettings::Server> servers(const BrainProviders& providers) {
@@ -22,7 +22,7 @@ std::vector<ProviderSettings::Server> servers(const BrainProviders& providers) {
     std::vector<ProviderSettings::Server> rows;
     for (const auto id : {BrainProviderID::lmstudio, BrainProviderID::ollama, BrainProviderID::apple}) {
         const auto option = BrainProviders::option(providers.make(id));
-        auto state = option.blockedReason.value_or("Ready");
+        auto state = option.blockedReason.value_or(localised("Ready"));
         if (id != BrainProviderID::apple) {
             const auto address = id == BrainProviderID::lmstudio ? lmStudioAddress : ollamaAddress;
             const auto last = providers.probes()->last(std::string(address));
@@ -114,7 +114,7 @@ void ProviderSettings::keep(BrainProviderID provider, const std::optional<std::s
                 for (auto& row : now.keys)
                     if (row.provider == provider) row.masked = masked;
             });
-            if (!isDone) return self->problem.send(std::string(isRemoval ? keyNotRemoved : keyNotKept));
+            if (!isDone) return self->problem.send(localised(isRemoval ? keyNotRemoved : keyNotKept));
             if (self->onChanged) self->onChanged();
         });
     });
@@ -172,13 +172,13 @@ std::optional<std::string> ProviderSettings::setOnDevice(std::string_view addres
     if (full.find("://") == std::string::npos) full.insert(0, "http://");
     const auto url = CustomEndpoint::normalise(full);
     if (!url) return noAddress(typed);
-    if (!EndpointURL::isLoopback(*url)) return "“" + std::string(typed) + "” is not on this machine.";
+    if (!EndpointURL::isLoopback(*url)) return localised("“{}” is not on this machine.", typed);
     int context = 0;
     const auto* end = tokens.data() + tokens.size();
     const auto [last, failure] = std::from_chars(tokens.data(), end, context);
     if (!tokens.empty() &&
         (failure != std::errc() || last != end || context < leastContext || context > mostContext))
-        return "“" + std::string(tokens) + "” is no number of tokens. It is 512 or more.";
+        return localised("“{}” is no number of tokens. It is 512 or more.", tokens);
     defaults_.set(LocalServerModel::baseURLKey, Json(*url));
     defaults_.set(LocalServerModel::modelKey, Json(std::string(trim(model))));
     if (tokens.empty()) {

@@ -12,6 +12,7 @@
 
 #include "VeskCore/Brain/BrainProviders.h"
 #include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Observable.h"
 
 namespace vesk {
@@ -38,10 +39,10 @@ public:
     };
     /// The providers with a key, the custom endpoint last.
     static const std::vector<BrainProviderID>& keyed();
-    static constexpr std::string_view keyNotKept =
-        "The system's keyring didn't take the key, so it wasn't kept. Unlock the keyring and try again.";
+    static constexpr std::string_view keyNotKept = marked(
+        "The system's keyring didn't take the key, so it wasn't kept. Unlock the keyring and try again.");
     static constexpr std::string_view keyNotRemoved =
-        "The system's keyring didn't let go of the key. Unlock the keyring and try again.";
+        marked("The system's keyring didn't let go of the key. Unlock the keyring and try again.");
 
     static std::shared_ptr<ProviderSettings> make(const BrainProviders& providers, SecretStore& secrets,
                                                   UserDefaults& defaults, MainQueue& mainQueue,

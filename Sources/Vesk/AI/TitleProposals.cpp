@@ -1,7 +1,5 @@
 #include "Vesk/AI/TitleProposals.h"
 
-#include <fmt/format.h>
-
 #include <utility>
 
 #include "VeskCore/Brain/NoteTitler.h"
@@ -12,9 +10,9 @@
 namespace vesk {
 
 std::string TitleProposal::message() const {
-    if (loading) return std::string(thinking);
-    if (!suggestion.get()) return std::string(noSuggestion);
-    return fmt::format(
+    if (loading) return localised(thinking);
+    if (!suggestion.get()) return localised(noSuggestion);
+    return localised(
         "“{}” has no title yet. Vesk suggested one from what you wrote — use it, change it, or keep "
         "Untitled.",
         noteName);
@@ -58,7 +56,7 @@ void TitleProposals::useTitle() {
     if (!offer || !offer->canUse()) return;
     offer->problem.set(std::nullopt);
     if (!rename_(offer->path, std::string(trim(offer->draft.get())))) {
-        offer->problem.set(std::string(TitleProposal::renameFailed));
+        offer->problem.set(localised(TitleProposal::renameFailed));
         return;
     }
     close(*offer);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "VeskCore/Support/Executors.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Observable.h"
 
 namespace vesk {
@@ -23,14 +24,14 @@ struct TitleProposal {
     Observable<std::optional<std::string>> problem;
     TaskHandle request;
 
-    static constexpr std::string_view heading = "Name this note?";
-    static constexpr std::string_view thinking = "Thinking of a title…";
+    static constexpr std::string_view heading = marked("Name this note?");
+    static constexpr std::string_view thinking = marked("Thinking of a title…");
     static constexpr std::string_view noSuggestion =
-        "Vesk couldn't think of one — type a title or keep Untitled.";
-    static constexpr std::string_view field = "Title";
-    static constexpr std::string_view keep = "Keep Untitled";
-    static constexpr std::string_view use = "Use Title";
-    static constexpr std::string_view renameFailed = "Couldn't rename this note.";
+        marked("Vesk couldn't think of one — type a title or keep Untitled.");
+    static constexpr std::string_view field = marked("Title");
+    static constexpr std::string_view keep = marked("Keep Untitled");
+    static constexpr std::string_view use = marked("Use Title");
+    static constexpr std::string_view renameFailed = marked("Couldn't rename this note.");
 
     /// The words below the heading.
     std::string message() const;

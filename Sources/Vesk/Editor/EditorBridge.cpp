@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -114,19 +115,21 @@ LeavingAlert EditorBridge::leavingAlert(LeavingContext context, std::vector<std:
     }
     const bool quitting = context == LeavingContext::quitting;
     LeavingAlert alert{
-        .message = "Vesk couldn't save your changes to " +
-                   (names.size() == 1 ? joined : fmt::format("{} notes", names.size())),
+        .message = localised("Vesk couldn't save your changes to {}",
+                             names.size() == 1 ? joined : localised("{} notes", names.size())),
         .information = names.size() > 1 ? joined + ". " : std::string(),
-        .stay = "Stay",
-        .saveElsewhere = "Save Text Elsewhere…",
-        .leave = quitting ? "Quit Anyway" : "Open Anyway",
+        .stay = localised("Stay"),
+        .saveElsewhere = localised("Save Text Elsewhere…"),
+        .leave = localised(quitting ? marked("Quit Anyway") : marked("Open Anyway")),
     };
-    alert.information += "The text is still in Vesk, but writing it to the file failed again just now. ";
-    alert.information += quitting ? "If you quit now, those changes are lost."
-                                  : "If you open another vault now, those changes are lost.";
     alert.information +=
+        localised("The text is still in Vesk, but writing it to the file failed again just now. ");
+    alert.information +=
+        localised(quitting ? marked("If you quit now, those changes are lost.")
+                           : marked("If you open another vault now, those changes are lost."));
+    alert.information += localised(
         " Save Text Elsewhere puts it in a folder you choose first. Or stay, and try again "
-        "once the problem is fixed.";
+        "once the problem is fixed.");
     return alert;
 }
 
@@ -152,7 +155,7 @@ void EditorBridge::confirmLeavingUnsavedText(LeavingContext context, std::functi
 
 void EditorBridge::saveHeldTextElsewhere(std::function<void(bool)> done) {
     if (everythingHeld().empty()) return done(true);
-    prompt_.chooseFolder("Choose a folder for the text Vesk couldn't save.",
+    prompt_.chooseFolder(localised("Choose a folder for the text Vesk couldn't save."),
                          [this, done = std::move(done)](const std::optional<FilePath>& folder) {
                              if (!folder) return done(false);
                              std::vector<FilePath> written;
@@ -164,9 +167,10 @@ void EditorBridge::saveHeldTextElsewhere(std::function<void(bool)> done) {
                                      written.push_back(target);
                                  }
                              } catch (const std::exception&) {
-                                 prompt_.tell("Vesk couldn't save the text there",
-                                              describe(std::current_exception()) +
-                                                  " Nothing has been let go; the text is still in Vesk.");
+                                 prompt_.tell(
+                                     localised("Vesk couldn't save the text there"),
+                                     localised("{} Nothing has been let go; the text is still in Vesk.",
+                                               describe(std::current_exception())));
                                  return done(false);
                              }
                              prompt_.reveal(written);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Vesk/Editor/EditorSurface.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -286,43 +287,48 @@ void EditorSurface::retrySave() {
 
 EditorSurface::Banner EditorSurface::banner(const SaveNotice& notice, bool noteIsShown) {
     const auto name = nameOf(notice.notePath);
-    const auto retry = [&] { return std::vector<std::string>{noteIsShown ? "Try Again" : "Open Note"}; };
+    const auto retry = [&] {
+        return std::vector<std::string>{localised(noteIsShown ? marked("Try Again") : marked("Open Note"))};
+    };
     return match(
         notice.kind,
         [&](const SaveNotice::KeptBoth& kept) -> Banner {
-            return {fmt::format("“{}” also changed on another device", name),
-                    "Nothing was lost. Your text is in the note, and the other version is beside it as " +
-                        nameOf(kept.copyPath),
-                    {"Show Other Version", "Dismiss"}};
+            return {
+                localised("“{}” also changed on another device", name),
+                localised(
+                    "Nothing was lost. Your text is in the note, and the other version is beside it as {}",
+                    nameOf(kept.copyPath)),
+                {localised("Show Other Version"), localised("Dismiss")}};
         },
         [&](const SaveNotice::Failed& failure) -> Banner {
-            return {fmt::format("Couldn't save “{}”", name),
-                    failure.message +
-                        " Your text is still here. Vesk tries again the next time you type, or "
-                        "now with Try Again.",
+            return {localised("Couldn't save “{}”", name),
+                    localised("{} Your text is still here. Vesk tries again the next time you type, or "
+                              "now with Try Again.",
+                              failure.message),
                     retry()};
         },
         [&](const SaveNotice::Waiting& waiting) -> Banner {
-            return {fmt::format("Waiting for iCloud before saving “{}”", name),
-                    waiting.message +
-                        (noteIsShown ? " Your text is safe here, and is saved against the newer version when "
-                                       "it arrives."
-                                     : " Your text is kept in Vesk, and goes back into the note when you "
-                                       "open it."),
+            return {localised("Waiting for iCloud before saving “{}”", name),
+                    localised(
+                        noteIsShown
+                            ? marked("{} Your text is safe here, and is saved against the newer version when "
+                                     "it arrives.")
+                            : marked("{} Your text is kept in Vesk, and goes back into the note when you "
+                                     "open it."),
+                        waiting.message),
                     retry()};
         },
         [&](const SaveNotice::Followed& followed) -> Banner {
-            return {
-                fmt::format("“{}” was moved or renamed while you were typing", name),
-                fmt::format("Nothing was lost. Your text went with it, to “{}”", decodedText(followed.to)),
-                {"Show Note", "Dismiss"}};
+            return {localised("“{}” was moved or renamed while you were typing", name),
+                    localised("Nothing was lost. Your text went with it, to “{}”", decodedText(followed.to)),
+                    {localised("Show Note"), localised("Dismiss")}};
         },
         [&](const SaveNotice::Recovered& recovered) -> Banner {
-            return {fmt::format("“{}” was moved or deleted elsewhere while you were typing", name),
-                    fmt::format("Nothing was lost. It isn't brought back where it was; your text is kept as "
-                                "“{}”",
-                                nameOf(recovered.copyPath)),
-                    {"Show Note", "Dismiss"}};
+            return {localised("“{}” was moved or deleted elsewhere while you were typing", name),
+                    localised("Nothing was lost. It isn't brought back where it was; your text is kept as "
+                              "“{}”",
+                              nameOf(recovered.copyPath)),
+                    {localised("Show Note"), localised("Dismiss")}};
         });
 }
 

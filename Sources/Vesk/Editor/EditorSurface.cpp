@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -195,7 +196,7 @@ void EditorSurface::downloaded(const FreshRead& fresh, const std::string& path) 
     if (!fresh.text) {
         Note note;
         note.relativePath = path;
-        return failed(note.name() + " no longer exists on disk.");
+        return failed(localised("{} no longer exists on disk.", note.name()));
     }
     loaded(*fresh.text, path);
     if (!fresh.possiblyStale) return;

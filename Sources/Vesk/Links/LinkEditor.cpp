@@ -1,5 +1,6 @@
 #include "Vesk/Links/LinkEditor.h"
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -25,12 +26,12 @@ bool LinkEditor::rewrite(const PendingLink& pending, Change change, Workspace& w
     if (!session || !surface) return false;
     const auto& path = pending.mention.sourcePath;
     const auto name = "“" + decodedText(std::string(stem(path))) + "”";
-    const auto changedOnDisk = "Couldn't write " + name + " changed on disk, so Vesk left it alone. ";
+    const auto changedOnDisk = localised("Couldn't write {} changed on disk, so Vesk left it alone. ", name);
     try {
         // What was typed is in the file before the file is looked at, or is known to be held.
         surface->flush();
         if (surface->ledger().unsaved.contains(path))
-            return fail("Couldn't write " + name + ": what you typed there isn't saved yet.");
+            return fail(localised("Couldn't write {}: what you typed there isn't saved yet.", name));
         const auto file = session->vault().absolutePath(path);
         const auto found = CoordinatedIO::readForSave(file);
         if (!found) return fail(changedOnDisk);
@@ -44,7 +45,7 @@ bool LinkEditor::rewrite(const PendingLink& pending, Change change, Workspace& w
         const ForeignEdit::Disk expected{ForeignEdit::Disk::Text{*found}};
         session->write(*text, file, &expected);
     } catch (const std::exception&) {
-        return fail("Couldn't write " + name + ": " + describe(std::current_exception()));
+        return fail(localised("Couldn't write {}: {}", name, describe(std::current_exception())));
     }
     lastError.setIfChanged({});
     return true;

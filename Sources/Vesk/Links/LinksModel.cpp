@@ -1,10 +1,9 @@
 #include "Vesk/Links/LinksModel.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <unordered_set>
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -171,16 +170,17 @@ void LinksModel::scan() {
 std::optional<LinksModel::Message> LinksModel::message() const {
     switch (state.get()) {
         case State::noNote:
-            return Message{"No note selected", "Pick a note to see what links to it."};
+            return Message{localised("No note selected"), localised("Pick a note to see what links to it.")};
         case State::noIndex:
             return Message{
                 "",
-                "Vesk couldn't open its index, so it can't tell which notes link here. Your notes are "
-                "untouched — the index is only a cache. Reopening the vault rebuilds it."};
+                localised(
+                    "Vesk couldn't open its index, so it can't tell which notes link here. Your notes are "
+                    "untouched — the index is only a cache. Reopening the vault rebuilds it.")};
         case State::indexing:
-            return Message{"", "Indexing the vault — links appear when it finishes."};
+            return Message{"", localised("Indexing the vault — links appear when it finishes.")};
         case State::reading:
-            return Message{"", "Reading the link index…"};
+            return Message{"", localised("Reading the link index…")};
         case State::shown:
             if (overview->failure) return Message{"", *overview->failure};
             return {};
@@ -190,39 +190,41 @@ std::optional<LinksModel::Message> LinksModel::message() const {
 
 std::optional<LinksModel::Message> LinksModel::backlinksMessage() const {
     if (!overview->backlinks.empty()) return {};
-    return Message{"Nothing links here yet.",
-                   "Type [[" + nameOf(path_) + "]] in another note and it appears in this list."};
+    return Message{localised("Nothing links here yet."),
+                   localised("Type [[{}]] in another note and it appears in this list.", nameOf(path_))};
 }
 
 std::optional<LinksModel::Message> LinksModel::outgoingMessage() const {
     if (!overview->outgoing.empty()) return {};
-    return Message{"", "This note doesn't link anywhere."};
+    return Message{"", localised("This note doesn't link anywhere.")};
 }
 
 std::optional<LinksModel::Message> LinksModel::mentionsMessage() const {
     const auto& found = mentions.get();
-    if (scanning.get()) return Message{"", "Looking for mentions…"};
+    if (scanning.get()) return Message{"", localised("Looking for mentions…")};
     if (found.failure) return Message{"", *found.failure};
     std::string words;
     if (found.truncated) {
-        words = fmt::format("Only the first {} mentions are shown.", found.mentions.size());
+        words = localised("Only the first {} mentions are shown.", found.mentions.size());
     } else if (found.mentions.empty() && !found.terms.empty()) {
-        words = "No other note mentions this one without a link.";
+        words = localised("No other note mentions this one without a link.");
     }
     if (!found.skipped.empty()) {
         std::vector<std::string> names;
         for (const auto& term : found.skipped) names.push_back("“" + term + "”");
         if (!words.empty()) words += " ";
-        words += join(names, ", ") + (names.size() == 1 ? " is" : " are") + " too short to look for.";
+        words += localisedCount("{} is too short to look for.", "{} are too short to look for.", names.size(),
+                                join(names, ", "));
     }
     if (words.empty()) return {};
     return Message{"", words};
 }
 
 std::string LinksModel::staleMessage(std::string_view path) {
-    return nameOf(path) +
-           " is in Vesk's index but not in the vault folder any more. "
-           "It drops off these lists after the next reindex.";
+    return localised(
+        "{} is in Vesk's index but not in the vault folder any more. "
+        "It drops off these lists after the next reindex.",
+        nameOf(path));
 }
 
 // Lists
@@ -286,11 +288,11 @@ bool LinksModel::undo(const PendingLink& link) {
 
 LinksModel::MissingTarget LinksModel::missingTarget(std::string_view target) {
     const auto written = std::string(trim(target));
-    const auto quoted = "“" + written + "”";
     MissingTarget missing;
     if (Vault::leavesVault(written)) {
-        missing.refusal = Message{quoted + " points outside the vault, so Vesk won't create it. ",
-                                  "Rename the link to something inside the vault folder."};
+        missing.refusal =
+            Message{localised("“{}” points outside the vault, so Vesk won't create it. ", written),
+                    localised("Rename the link to something inside the vault folder.")};
         return missing;
     }
     auto name = lastComponent(written);
@@ -303,8 +305,8 @@ LinksModel::MissingTarget LinksModel::missingTarget(std::string_view target) {
     const bool isHidden = std::any_of(components.begin(), components.end(),
                                       [](std::string_view one) { return one.starts_with('.'); });
     if (isHidden || missing.name.empty() || missing.name.starts_with('.'))
-        missing.refusal =
-            Message{quoted + " is no place where Vesk shows notes, so it won't create one there.", ""};
+        missing.refusal = Message{
+            localised("“{}” is no place where Vesk shows notes, so it won't create one there.", written), ""};
     return missing;
 }
 

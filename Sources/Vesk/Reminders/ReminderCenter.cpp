@@ -1,6 +1,7 @@
 #include "Vesk/Reminders/ReminderCenter.h"
 
 #include "Vesk/Reminders/ReminderAnswer.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Vault/AtomicWrite.h"
 
 namespace vesk {
@@ -67,7 +68,7 @@ NotificationRequest ReminderCenter::request(std::string identifier, const FilePa
     return {.identifier = std::move(identifier),
             .title = std::move(title),
             .subtitle = "Vesk",
-            .body = body.empty() ? "Open the note" : body,
+            .body = body.empty() ? localised("Open the note") : body,
             .threadIdentifier = thread,
             .categoryIdentifier = category,
             .userInfo = {{pathKey, path}, {vaultKey, root.string()}},
@@ -76,8 +77,8 @@ NotificationRequest ReminderCenter::request(std::string identifier, const FilePa
 
 std::vector<NotificationCategory> ReminderCenter::categories() {
     return {{.identifier = category,
-             .actions = {{.identifier = snoozeAction, .title = "Snooze 1 hour"},
-                         {.identifier = doneAction, .title = "Done"}}}};
+             .actions = {{.identifier = snoozeAction, .title = localised("Snooze 1 hour")},
+                         {.identifier = doneAction, .title = localised("Done")}}}};
 }
 
 std::optional<ReminderCenter::Answer> ReminderCenter::answer(const NotificationResponse& response) {

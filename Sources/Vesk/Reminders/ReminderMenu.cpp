@@ -15,13 +15,13 @@ ReminderMenu ReminderMenu::of(std::string_view noteText, const std::optional<std
     if (menu.current) menu.rule = NoteReminder::repeatRule(noteText);
     menu.flagged = NotePriority::flagged(noteText);
     menu.summary = menu.current ? NoteReminder::describe(*menu.current, menu.rule, now, calendar, locale)
-                                : std::string("No reminder");
+                                : localised("No reminder");
     if (menu.current && silencedCopyOf)
-        menu.silenced = "This note is a copy of “" + *silencedCopyOf + "”, and only that one rings.";
+        menu.silenced = localised("This note is a copy of “{}”, and only that one rings.", *silencedCopyOf);
     for (const auto& pick : NoteReminder::quickPicks(now, calendar))
         menu.picks.push_back(
             {pick.label, NoteReminder::describe(pick.date, now, calendar, locale), pick.date});
-    menu.rules.push_back({std::nullopt, "Doesn’t repeat"});
+    menu.rules.push_back({std::nullopt, localised("Doesn’t repeat")});
     // Before a date is set the rules are worded for the one that is offered first.
     const auto date = menu.current ? *menu.current : menu.picks.empty() ? now : menu.picks.front().date;
     for (const auto repeat :
@@ -53,11 +53,11 @@ ReminderMenu::Reading ReminderMenu::reading(std::string_view phrase, TimePoint n
         [](Intent::Plain plain) {
             switch (plain) {
                 case Intent::Plain::remove:
-                    return Reading{.words = removeLabel, .date = {}, .removes = true};
+                    return Reading{.words = localised(removeLabel), .date = {}, .removes = true};
                 case Intent::Plain::unknown:
                     break;
             }
-            return Reading{.words = "No date that is still to come"};
+            return Reading{.words = localised("No date that is still to come")};
         });
 }
 

@@ -7,14 +7,15 @@
 #include <vector>
 
 #include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Vault/Vault.h"
 
 namespace vesk {
 
 /// Pure values; any thread.
 struct ReminderMenu {
-    static constexpr const char* headline = "Remind me";
-    static constexpr const char* removeLabel = "Remove reminder";
+    static constexpr const char* headline = marked("Remind me");
+    static constexpr const char* removeLabel = marked("Remove reminder");
 
     struct Pick {
         std::string label, detail;  ///< "Tomorrow morning", "Tomorrow at 9:00 AM"

@@ -1,5 +1,7 @@
 #include "Vesk/Views/AssistantPane.h"
 
+#include "VeskCore/Support/Localised.h"
+
 namespace vesk::views {
 namespace {
 
@@ -47,7 +49,7 @@ void AssistantPane::buildBar() {
     auto group = Gio::SimpleActionGroup::create();
     for (const auto action : allQuickActions) {
         const std::string name(rawValue(action));
-        asks->append(std::string(title(action)), "assistant." + name);
+        asks->append(localised(title(action)), "assistant." + name);
         group->add_action(name, [this, action] { actions_.run(action); });
     }
     files->append(_("File This Note…"), "assistant.file-note");
@@ -100,8 +102,8 @@ void AssistantPane::buildConversation() {
         label->add_css_class(style);
         empty->append(*label);
     };
-    words(BrainSession::emptyPanelTitle, "title-3");
-    words(BrainSession::emptyPanelText, "dim-label");
+    words(localised(BrainSession::emptyPanelTitle), "title-3");
+    words(localised(BrainSession::emptyPanelText), "dim-label");
     stack_.add(scroller_, "turns");
     stack_.add(*empty, "empty");
     stack_.set_vexpand(true);
@@ -109,8 +111,8 @@ void AssistantPane::buildConversation() {
     asNotice(coverage_);
     asNotice(indexing_);
     asNotice(report_);
-    indexing_.set_text(std::string(BrainSession::indexingNotice));
-    unready_.set_text(std::string(BrainSession::noProviderConfigured));
+    indexing_.set_text(localised(BrainSession::indexingNotice));
+    unready_.set_text(localised(BrainSession::noProviderConfigured));
     unready_.set_wrap(true);
     unready_.set_max_width_chars(widestText);
     unready_.set_xalign(0);

@@ -64,7 +64,7 @@ private:
     Gtk::Box notices_{Gtk::Orientation::VERTICAL};
     Gtk::Label coverage_, indexing_, report_, unready_;
     Gtk::Box setUp_{Gtk::Orientation::VERTICAL, 8};
-    Gtk::Button settings_{"AI Settings…"};
+    Gtk::Button settings_{_("AI Settings…")};
     std::vector<AssistantTurn*> shown_;
     std::vector<Subscription> subscriptions_;
     guint tick_ = 0;

@@ -1,6 +1,7 @@
 #include "Vesk/Views/AssistantPlanSheet.h"
 
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 
@@ -129,7 +130,7 @@ private:
     void makeFolders() {
         folders_ = Gtk::make_managed<Gtk::DropDown>();
         folders_->set_valign(Gtk::Align::CENTER);
-        folders_->set_tooltip_text(std::string(PlanReview::destinationHelp));
+        folders_->set_tooltip_text(localised(PlanReview::destinationHelp));
         setAccessibleName(*folders_, _("Where this note goes"));
         folders_->property_selected().signal_changed().connect([this] {
             const auto chosen = folders_->get_selected();
@@ -170,7 +171,7 @@ void AssistantPlanSheet::show(GtkWindow* parent, std::vector<VaultPlanExecutor::
 AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanExecutor::Preview> previews,
                                        const std::string& summary, const std::vector<std::string>& coverage,
                                        Actions actions)
-    : AssistantSheet(parent, std::string(PlanReview::title), width, height),
+    : AssistantSheet(parent, localised(PlanReview::title), width, height),
       review_(std::move(previews)),
       actions_(std::move(actions)),
       list_([this] { return Gtk::make_managed<Row>(*this); }) {
@@ -187,7 +188,7 @@ AssistantPlanSheet::AssistantPlanSheet(GtkWindow* parent, std::vector<VaultPlanE
         close();
         if (applied) applied(review);
     });
-    promise_.set_text(std::string(PlanReview::promise));
+    promise_.set_text(localised(PlanReview::promise));
     buildHead(summary, coverage);
     auto* clamp = adw_clamp_new();
     limitSheetWidth(clamp);

@@ -1,5 +1,7 @@
 #include "Vesk/Views/AssistantRewriteSheet.h"
 
+#include "VeskCore/Support/Localised.h"
+
 namespace vesk::views {
 namespace {
 
@@ -42,7 +44,7 @@ AssistantRewriteSheet::AssistantRewriteSheet(GtkWindow* parent, std::shared_ptr<
         yes_.set_label(_("Copy"));
         yes_.signal_clicked().connect(
             [this] { text_.get_clipboard()->set_text(text_.get_buffer()->get_text()); });
-        promise_.set_text(std::string(*unavailable));
+        promise_.set_text(localised(*unavailable));
     } else {
         no_.set_label(_("Reject"));
         no_.signal_clicked().connect([this] {
@@ -51,7 +53,7 @@ AssistantRewriteSheet::AssistantRewriteSheet(GtkWindow* parent, std::shared_ptr<
         });
         yes_.set_label(_("Approve"));
         yes_.signal_clicked().connect([this] { approve(); });
-        promise_.set_text(std::string(DiffApproval::promise));
+        promise_.set_text(localised(DiffApproval::promise));
     }
     yes_.add_css_class("suggested-action");
 
@@ -96,7 +98,7 @@ void AssistantRewriteSheet::buildChanges() {
     counts_.set_margin_bottom(10);
     counts_.append(added_);
     counts_.append(removed_);
-    coarse_.set_text(std::string(DiffApproval::coarse));
+    coarse_.set_text(localised(DiffApproval::coarse));
     coarse_.set_wrap(true);
     coarse_.set_xalign(0);
     coarse_.add_css_class("caption");
@@ -120,13 +122,13 @@ void AssistantRewriteSheet::buildChanges() {
     waiting->set_valign(Gtk::Align::CENTER);
     spinner_.set_size_request(32, 32);
     waiting->append(spinner_);
-    auto& words = sheetText(std::string(DiffApproval::comparing), {"dim-label"});
+    auto& words = sheetText(localised(DiffApproval::comparing), {"dim-label"});
     words.set_halign(Gtk::Align::CENTER);
     waiting->append(words);
     auto* same = ADW_STATUS_PAGE(adw_status_page_new());
     adw_status_page_set_icon_name(same, "object-select-symbolic");
-    adw_status_page_set_title(same, std::string(DiffApproval::noChanges).c_str());
-    adw_status_page_set_description(same, std::string(DiffApproval::identical).c_str());
+    adw_status_page_set_title(same, localised(DiffApproval::noChanges).c_str());
+    adw_status_page_set_description(same, localised(DiffApproval::identical).c_str());
     state_.add(*waiting, "waiting");
     state_.add(changes_, "changes");
     gtk_stack_add_named(state_.gobj(), GTK_WIDGET(same), "same");

@@ -32,7 +32,7 @@ private:
     std::vector<Subscription> subscriptions_;
     Gtk::Box page_{Gtk::Orientation::VERTICAL}, changes_{Gtk::Orientation::VERTICAL},
         counts_{Gtk::Orientation::HORIZONTAL, 8}, tabs_;
-    Gtk::ToggleButton changesTab_{"Changes"}, newTextTab_{"New text"};
+    Gtk::ToggleButton changesTab_{_("Changes")}, newTextTab_{_("New text")};
     Gtk::Label added_, removed_, coarse_;
     Gtk::Stack stack_, state_;
     Gtk::Spinner spinner_;

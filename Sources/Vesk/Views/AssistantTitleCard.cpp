@@ -1,10 +1,12 @@
 #include "Vesk/Views/AssistantTitleCard.h"
 
+#include "VeskCore/Support/Localised.h"
+
 namespace vesk::views {
 
 AssistantTitleCard::AssistantTitleCard(TitleProposals& proposals) : proposals_(proposals) {
     card_.add_css_class("note-banner");
-    heading_.set_text(std::string(TitleProposal::heading));
+    heading_.set_text(localised(TitleProposal::heading));
     heading_.add_css_class("heading");
     heading_.set_xalign(0);
     for (auto* label : {&message_, &problem_}) {
@@ -13,8 +15,8 @@ AssistantTitleCard::AssistantTitleCard(TitleProposals& proposals) : proposals_(p
     }
     problem_.add_css_class("error");
     title_.set_hexpand(true);
-    title_.set_placeholder_text(std::string(TitleProposal::field));
-    setAccessibleName(title_, std::string(TitleProposal::field).c_str());
+    title_.set_placeholder_text(localised(TitleProposal::field));
+    setAccessibleName(title_, localised(TitleProposal::field).c_str());
     title_.signal_changed().connect([this] {
         if (proposal_ && !isShowing_) proposal_->draft.set(title_.get_text());
     });
@@ -30,9 +32,9 @@ AssistantTitleCard::AssistantTitleCard(TitleProposals& proposals) : proposals_(p
         },
         false);
     card_.add_controller(keys);
-    keep_.set_label(std::string(TitleProposal::keep));
+    keep_.set_label(localised(TitleProposal::keep));
     keep_.signal_clicked().connect([this] { proposals_.keepUntitled(); });
-    use_.set_label(std::string(TitleProposal::use));
+    use_.set_label(localised(TitleProposal::use));
     use_.add_css_class("suggested-action");
     use_.signal_clicked().connect([this] { proposals_.useTitle(); });
     fields_.append(spinner_);

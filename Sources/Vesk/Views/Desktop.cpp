@@ -4,6 +4,7 @@
 
 #include "Vesk/Views/DesktopApplication.h"
 #include "Vesk/Views/Style.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -200,7 +201,7 @@ void DesktopApplication::makeAssistant() {
                       .tell = [this](const std::string& words) { tell(words); },
                       .readyChanged = [this] { listsChanged(); },
                       .inform = [this](const std::string& words) { window_->toast(words); }});
-    window_->addInspectorTab(assistant_->pane(), "ai", "Assistant");
+    window_->addInspectorTab(assistant_->pane(), "ai", _("Assistant"));
     window_->addAboveNote(assistant_->titleCard());
 }
 
@@ -273,18 +274,18 @@ void DesktopApplication::showLaunch() {
     const auto& problem = workspace_.launchProblem.get();
     if (!problem) {
         window_->showWelcome(_("Welcome to Vesk"),
-                             "Your notes are ordinary Markdown files in a folder of yours.\n"
-                             "Choose the folder, or make a new one.",
+                             _("Your notes are ordinary Markdown files in a folder of yours.\n"
+                               "Choose the folder, or make a new one."),
                              {});
         return;
     }
     std::vector<std::string> others;
     for (const auto& folder : problem->alternatives) others.push_back(folder.string());
-    window_->showWelcome(_("Your vault can't be opened"),
-                         problem->path
-                             ? "“" + decodedText(*problem->path) + "” isn't there any more, or can't be read."
-                             : _("The folder that was open last is gone."),
-                         others);
+    window_->showWelcome(
+        _("Your vault can't be opened"),
+        problem->path ? localised("“{}” isn't there any more, or can't be read.", decodedText(*problem->path))
+                      : _("The folder that was open last is gone."),
+        others);
 }
 
 void DesktopApplication::surfaceChanged() {
@@ -317,7 +318,7 @@ void DesktopApplication::openPath(const std::string& path) {
             if (opened) showNote(FilePath(path).filename().string(), true);
         });
     } else {
-        tell("“" + decodedText(path) + "” isn't a note.");
+        tell(localised("“{}” isn't a note.", decodedText(path)));
     }
 }
 

@@ -1,6 +1,7 @@
 // Keys, menus, palette: one table of actions feeds them all.
 #include "Vesk/Views/DesktopApplication.h"
 #include "Vesk/Views/EditorCommands.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -154,9 +155,10 @@ void DesktopApplication::addActions() {
         {"quit", N_("Quit"), N_("General"), {"<Control>q"}, [this] { askToQuit(); }},
     };
     for (const auto action : allQuickActions)
-        actions_.push_back({rawValue(action).data(), title(action).data(), "Assistant", {}, [this, action] {
-                                assistant_->run(action);
-                            }});
+        actions_.push_back(
+            {rawValue(action).data(), title(action).data(), N_("Assistant"), {}, [this, action] {
+                 assistant_->run(action);
+             }});
     for (const auto& action : actions_) {
         const bool isForWindow = std::string_view(action.name) != "quit";
         add_action(action.name, [does = action.does, isForWindow, this] {
@@ -195,7 +197,7 @@ void DesktopApplication::quickSwitcher() {
                                  .detail = decodedText(std::string(parentFolder(paths[index])))});
             if (!typed.empty())
                 items.push_back(
-                    {.id = "", .title = "New note “" + typed + "”", .icon = "document-new-symbolic"});
+                    {.id = "", .title = localised("New note “{}”", typed), .icon = "document-new-symbolic"});
             return items;
         },
         [this](const std::string& path, const std::string& typed) {
@@ -326,7 +328,7 @@ void DesktopApplication::showPreferences() {
     adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(folder), FALSE);
     adw_preferences_row_set_title(ADW_PREFERENCES_ROW(folder), _("Folder"));
     const auto path =
-        workspace_.vault.get() ? workspace_.vault.get()->root().string() : std::string("None is open");
+        workspace_.vault.get() ? workspace_.vault.get()->root().string() : std::string(_("None is open"));
     char* escaped = g_markup_escape_text(decodedText(path).c_str(), -1);
     adw_action_row_set_subtitle(folder, escaped);
     g_free(escaped);

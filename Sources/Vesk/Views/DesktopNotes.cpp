@@ -8,6 +8,7 @@
 #include "VeskCore/Editor/EditorLines.h"
 #include "VeskCore/Editor/Folding.h"
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -209,7 +210,7 @@ void DesktopApplication::trash(const std::string& path) {
     workspace_.trashNote(path);
     for (const auto& note : workspace_.trashedNotes.get()) {
         if (std::find(trashedBefore.begin(), trashedBefore.end(), note) != trashedBefore.end()) continue;
-        window_->toast("“" + decodedText(std::string(stem(path))) + "” is in the trash", "Undo",
+        window_->toast(localised("“{}” is in the trash", decodedText(std::string(stem(path)))), _("Undo"),
                        [this, trashPath = note.trashPath] { restore(trashPath); });
         break;
     }
@@ -228,7 +229,7 @@ void DesktopApplication::emptyTrash() {
     const auto prompt =
         VaultTrash::emptyPrompt(workspace_.trashedNotes.get(), workspace_.trashedOtherItems.get());
     auto* dialog = ADW_MESSAGE_DIALOG(
-        adw_message_dialog_new(window_->window(), prompt.c_str(), "This can't be undone."));
+        adw_message_dialog_new(window_->window(), prompt.c_str(), _("This can't be undone.")));
     adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
     adw_message_dialog_add_response(dialog, "empty", _("Empty Trash"));
     adw_message_dialog_set_response_appearance(dialog, "empty", ADW_RESPONSE_DESTRUCTIVE);
@@ -402,7 +403,7 @@ void DesktopApplication::connectInspector() {
     inspector.onLink = [this](const UnlinkedMention& mention) {
         const auto link = links_->link(mention);
         if (!link) return;
-        window_->toast("“" + decodedText(mention.sourceTitle) + "” links here now", "Undo",
+        window_->toast(localised("“{}” links here now", decodedText(mention.sourceTitle)), _("Undo"),
                        [this, link = *link] { links_->undo(link); });
     };
     subscriptions_.push_back(links_->editor.lastError.subscribe([this](const auto& words) {
@@ -508,20 +509,20 @@ void DesktopApplication::attachFiles(const std::vector<FilePath>& files) {
     for (const auto& file : files) {
         const auto extension = lowercasedExtension(file.string());
         if (!Vault::attachmentExtensions().contains(extension)) {
-            tell("“" + decodedText(file.filename().string()) +
-                 "” can't be put into a note: it is no picture, recording or PDF.");
+            tell(localised("“{}” can't be put into a note: it is no picture, recording or PDF.",
+                           decodedText(file.filename().string())));
             continue;
         }
         std::error_code failure;
         const auto size = std::filesystem::file_size(file, failure);
         if (failure || size > largestAttachment) {
-            tell("“" + decodedText(file.filename().string()) + "” is too large to put into a note.");
+            tell(localised("“{}” is too large to put into a note.", decodedText(file.filename().string())));
             continue;
         }
         std::ifstream input(file, std::ios::binary);
         std::string bytes{std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
         if (!input) {
-            tell("“" + decodedText(file.filename().string()) + "” can't be read.");
+            tell(localised("“{}” can't be read.", decodedText(file.filename().string())));
             continue;
         }
         attach(std::move(bytes), extension, std::string(stem(file.string())));
@@ -582,8 +583,8 @@ void DesktopApplication::offerToCreate(const std::string& name) {
     if (const auto refusal = LinksModel::missingTarget(name).refusal)
         return prompt_.tell(refusal->heading, refusal->text);
     auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(window_->window(),
-                                                             ("“" + name + "” isn't there yet").c_str(),
-                                                             "Shall Vesk begin a note of that name?"));
+                                                             localised("“{}” isn't there yet", name).c_str(),
+                                                             _("Shall Vesk begin a note of that name?")));
     adw_message_dialog_add_response(dialog, "cancel", _("Cancel"));
     adw_message_dialog_add_response(dialog, "create", _("Create Note"));
     adw_message_dialog_set_response_appearance(dialog, "create", ADW_RESPONSE_SUGGESTED);

@@ -92,7 +92,7 @@ void DesktopPrompt::ask(const LeavingAlert& alert, std::function<void(LeavingCho
 void DesktopPrompt::chooseFolder(const std::string& message,
                                  std::function<void(std::optional<FilePath>)> answer) {
     const char* documents = g_get_user_special_dir(G_USER_DIRECTORY_DOCUMENTS);
-    views::chooseFolder(parent_(), message, "Save Here", documents ? FilePath(documents) : FilePath(),
+    views::chooseFolder(parent_(), message, _("Save Here"), documents ? FilePath(documents) : FilePath(),
                         std::move(answer));
 }
 

@@ -22,7 +22,7 @@ EditorCompletion::EditorCompletion(Gtk::TextView& view, StyledBuffer& content)
     list_.set_can_focus(false);
     list_.set_activate_on_single_click(true);
     list_.signal_row_activated().connect([this](Gtk::ListBoxRow* row) { choose(row->get_index()); });
-    setAccessibleName(list_, "Completions");
+    setAccessibleName(list_, _("Completions"));
     popover_.set_child(list_);
 }
 

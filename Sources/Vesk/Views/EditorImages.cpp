@@ -30,23 +30,23 @@ Read readPicture(const FilePath& file) {
     Read found;
     const auto size = FilePlatform::current().files->info(file);
     if (!size) {
-        found.failure = "This picture isn't there.";
+        found.failure = _("This picture isn't there.");
         return found;
     }
     if (!gdk_pixbuf_get_file_info(file.c_str(), &found.width, &found.height) || found.width <= 0 ||
         found.height <= 0) {
-        found.failure = "This picture can't be read.";
+        found.failure = _("This picture can't be read.");
         return found;
     }
     if (std::int64_t{found.width} * found.height > mostPixels) {
-        found.failure = "This picture is too large to show.";
+        found.failure = _("This picture is too large to show.");
         return found;
     }
     const int longest = std::max(found.width, found.height);
     found.pixels = longest > mostShown
                        ? gdk_pixbuf_new_from_file_at_scale(file.c_str(), mostShown, mostShown, TRUE, nullptr)
                        : gdk_pixbuf_new_from_file(file.c_str(), nullptr);
-    if (!found.pixels) found.failure = "This picture can't be read.";
+    if (!found.pixels) found.failure = _("This picture can't be read.");
     return found;
 }
 

@@ -80,7 +80,7 @@ EditorView::EditorView()
     set_accepts_tab(true);
     add_css_class("vesk-editor");
     get_style_context()->add_provider(css_, GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-    setAccessibleName(*this, "Note text");
+    setAccessibleName(*this, _("Note text"));
     content_.onEdited = [this] {
         if (isShowing_) return;
         pictures_.disconnect();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Unicode.h"
 
 namespace vesk::views {
@@ -31,12 +32,12 @@ FindBar::FindBar(EditorView& editor) : editor_(editor) {
     next_.set_icon_name("go-down-symbolic");
     close_.set_icon_name("window-close-symbolic");
     close_.add_css_class("flat");
-    name(previous_, "Find Previous");
-    name(next_, "Find Next");
-    name(close_, "Close");
-    name(case_, "Match Case");
-    name(words_, "Whole Words");
-    name(expression_, "Regular Expression");
+    name(previous_, _("Find Previous"));
+    name(next_, _("Find Next"));
+    name(close_, _("Close"));
+    name(case_, _("Match Case"));
+    name(words_, _("Whole Words"));
+    name(expression_, _("Regular Expression"));
     replacement_.set_hexpand(true);
     replacement_.set_placeholder_text(_("Replace with"));
     setAccessibleName(replacement_, _("Replace with"));
@@ -156,7 +157,7 @@ void FindBar::mark() {
     found_ = search->all(editor_.content().text()).ranges;
     for (std::size_t index = 0; index < std::min(found_.size(), mostMarked); ++index)
         editor_.content().apply(tag_, found_[index]);
-    count_.set_text(found_.empty() ? "None" : fmt::format("{} found", found_.size()));
+    count_.set_text(found_.empty() ? std::string(_("None")) : localised("{} found", found_.size()));
 }
 
 void FindBar::select(TextRange range) {

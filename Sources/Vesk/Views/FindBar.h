@@ -39,7 +39,7 @@ private:
     Gtk::Entry replacement_;
     Gtk::Label count_;
     Gtk::ToggleButton case_{"Aa"}, words_{"W"}, expression_{".*"};
-    Gtk::Button previous_, next_, close_, one_{"Replace"}, all_{"Replace All"};
+    Gtk::Button previous_, next_, close_, one_{_("Replace")}, all_{_("Replace All")};
     std::vector<TextRange> found_;
     sigc::connection marking_;
 };

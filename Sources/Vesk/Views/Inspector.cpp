@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -50,9 +51,9 @@ Inspector::Inspector() : Gtk::Box(Gtk::Orientation::VERTICAL) {
     add_css_class("inspector");
     page_.set_margin(12);
     page_.set_spacing(6);
-    build(backlinks_, "Linked From");
-    build(outgoing_, "Links To");
-    build(mentions_, "Unlinked Mentions");
+    build(backlinks_, _("Linked From"));
+    build(outgoing_, _("Links To"));
+    build(mentions_, _("Unlinked Mentions"));
     scroller_.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
     scroller_.set_child(page_);
     scroller_.set_vexpand(true);
@@ -133,7 +134,7 @@ void Inspector::add(List& list, const Row& shown) {
 
 void Inspector::end(List& list, const std::optional<LinksModel::Message>& message, std::size_t leftOut) {
     list.rows.set_visible(!list.chosen.empty());
-    std::string words = leftOut > 0 ? fmt::format("And {} more.", leftOut) : std::string();
+    std::string words = leftOut > 0 ? localised("And {} more.", leftOut) : std::string();
     if (message) {
         for (const auto* part : {&message->heading, &message->text}) {
             if (!words.empty() && !part->empty()) words += "\n";
@@ -188,7 +189,7 @@ void Inspector::showOutgoing() {
         const auto& link = links[i];
         if (!link.resolvedPath) {
             add(outgoing_,
-                {.title = link.target, .detail = "Not there yet", .isFaint = true, .chosen = [this, link] {
+                {.title = link.target, .detail = _("Not there yet"), .isFaint = true, .chosen = [this, link] {
                      if (onMissing) onMissing(std::string(link.target));
                  }});
             continue;
@@ -208,12 +209,12 @@ void Inspector::showMentions() {
     clear(mentions_);
     for (const auto& mention : model_->mentions->mentions) {
         const auto pending = model_->pendingLink(mention);
-        auto* button = gtk_button_new_with_label("Link");
+        auto* button = gtk_button_new_with_label(_("Link"));
         gtk_widget_add_css_class(button, "flat");
         gtk_widget_set_valign(button, GTK_ALIGN_CENTER);
         gtk_widget_set_sensitive(button, pending.previewAvailable);
-        gtk_widget_set_tooltip_text(
-            button, pending.previewAvailable ? "Make this mention a link" : "A link can't hold this name");
+        gtk_widget_set_tooltip_text(button, pending.previewAvailable ? _("Make this mention a link")
+                                                                     : _("A link can't hold this name"));
         onSignal(button, "clicked", [this, mention] {
             // The row goes with the list that changes.
             const auto chosen = mention;

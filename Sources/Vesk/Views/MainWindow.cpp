@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Vesk/Views/Toasts.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 
 namespace vesk::views {
@@ -245,7 +246,7 @@ Gtk::Widget& MainWindow::buildContent() {
     adw_header_bar_pack_end(bar, raw(outlineButton_));
     reminderButton_.set_icon_name("alarm-symbolic");
     reminderButton_.set_tooltip_text(_("Reminder"));
-    setAccessibleName(reminderButton_, "Reminder");
+    setAccessibleName(reminderButton_, _("Reminder"));
     reminderButton_.set_popover(reminder_);
     adw_header_bar_pack_end(bar, raw(reminderButton_));
     gtk_box_append(contentPane_.gobj(), GTK_WIDGET(bar));
@@ -268,7 +269,7 @@ Gtk::Widget& MainWindow::buildContent() {
     notePage_.set_size_request(leastContent, -1);
     adw_flap_set_content(flap_, raw(notePage_));
     note_.onTextChanged = [this] { find_.refresh(); };
-    tabs_.add(inspector_, "links", "Links");
+    tabs_.add(inspector_, "links", _("Links"));
     tabs_.onChanged = [this] {
         if (onInspectorTab) onInspectorTab(tabs_.shown());
     };
@@ -416,7 +417,7 @@ void MainWindow::showWarning() {
     const auto& first = warnings_.front();
     warning_.present({.heading = first.title,
                       .text = first.detail,
-                      .actions = {"Dismiss"},
+                      .actions = {_("Dismiss")},
                       .icon = "dialog-warning-symbolic"});
 }
 
@@ -433,7 +434,7 @@ void MainWindow::showWelcome(const std::string& title, const std::string& words,
     choose->set_action_name("app.open-vault");
     welcomeButtons_.append(*choose);
     for (const auto& folder : others) {
-        auto* button = Gtk::make_managed<Gtk::Button>("Open " + std::string(lastComponent(folder)));
+        auto* button = Gtk::make_managed<Gtk::Button>(localised("Open {}", lastComponent(folder)));
         button->add_css_class("pill");
         button->set_tooltip_text(folder);
         button->signal_clicked().connect([this, folder] {

@@ -32,7 +32,8 @@ NoteBanner::NoteBanner() {
     property_child_revealed().signal_changed().connect([this] {
         if (!get_child_revealed() && !get_reveal_child()) set_visible(false);
     });
-    gtk_accessible_update_property(GTK_ACCESSIBLE(card_.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL, "Notice", -1);
+    gtk_accessible_update_property(GTK_ACCESSIBLE(card_.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Notice"),
+                                   -1);
 }
 
 void NoteBanner::present(const Contents& contents) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Unicode.h"
@@ -150,7 +151,7 @@ void NotePane::showState() {
     match(
         surface_->state.get(),
         [&](const EditorSurface::LoadState::Failed& failure) {
-            showStatus("dialog-warning-symbolic", "Can't open this note", failure.message, "Try Again",
+            showStatus("dialog-warning-symbolic", _("Can't open this note"), failure.message, _("Try Again"),
                        [this] {
                            if (surface_->loadedPath()) surface_->load(*surface_->loadedPath());
                        });
@@ -183,7 +184,7 @@ void NotePane::showText() {
             editor_.show({}, true, {});
             showStatus("text-x-generic-symbolic", _("This note is too large to show"),
                        _("It stays as it is. Another program may be able to open it."),
-                       "Open With Another Program", [this, path] {
+                       _("Open With Another Program"), [this, path] {
                            if (onOpenElsewhere) onOpenElsewhere(path);
                        });
             break;
@@ -191,7 +192,7 @@ void NotePane::showText() {
             editor_.show({}, true, {});
             showStatus("text-x-generic-symbolic", _("This note holds characters that can't be shown"),
                        _("It stays as it is. Another program may be able to open it."),
-                       "Open With Another Program", [this, path] {
+                       _("Open With Another Program"), [this, path] {
                            if (onOpenElsewhere) onOpenElsewhere(path);
                        });
             break;
@@ -245,19 +246,19 @@ void NotePane::showOlderCopy() {
         older_.dismiss();
         return;
     }
-    older_.present({.heading = "Newer version downloading",
-                    .text = "iCloud has a newer version of this note than the copy shown here. It replaces "
-                            "this copy when it "
-                            "arrives, and anything you type is saved against it, never over it.",
-                    .actions = {},
-                    .icon = "folder-download-symbolic"});
+    older_.present(
+        {.heading = _("Newer version downloading"),
+         .text = _("iCloud has a newer version of this note than the copy shown here. It replaces this copy "
+                   "when it arrives, and anything you type is saved against it, never over it."),
+         .actions = {},
+         .icon = "folder-download-symbolic"});
 }
 
 void NotePane::bannerAction(const std::string& action) {
     if (!surface_ || !surface_->notice.get()) return;
     const auto notice = *surface_->notice.get();
-    if (action == "Try Again") return surface_->retrySave();
-    if (action == "Dismiss") return surface_->dismissNotice();
+    if (action == localised("Try Again")) return surface_->retrySave();
+    if (action == localised("Dismiss")) return surface_->dismissNotice();
     const auto other = match(
         notice.kind, [](const EditorSurface::SaveNotice::KeptBoth& both) { return both.copyPath; },
         [&](const EditorSurface::SaveNotice::Failed&) { return notice.notePath; },

@@ -1,5 +1,7 @@
 #include "Vesk/Views/ReminderPopover.h"
 
+#include "VeskCore/Support/Localised.h"
+
 namespace vesk::views {
 namespace {
 
@@ -8,7 +10,7 @@ constexpr int width = 280;
 }  // namespace
 
 ReminderPopover::ReminderPopover() {
-    headline_.set_text(ReminderMenu::headline);
+    headline_.set_text(localised(ReminderMenu::headline));
     headline_.add_css_class("heading");
     headline_.set_xalign(0);
     summary_.set_xalign(0);

@@ -34,7 +34,7 @@ private:
     Gtk::Entry phrase_;
     Gtk::Box picks_{Gtk::Orientation::VERTICAL};
     Gtk::DropDown rules_;
-    Gtk::CheckButton flagged_{"High priority"};
+    Gtk::CheckButton flagged_{_("High priority")};
     Gtk::Button remove_{ReminderMenu::removeLabel};
     std::optional<ReminderMenu> shown_;
     bool isFilling_ = false;

@@ -5,6 +5,7 @@
 
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
 
@@ -77,9 +78,9 @@ std::string_view leadingBreaks(std::string_view text) {
 std::string_view title(NoteRefinementKind kind) {
     switch (kind) {
         case NoteRefinementKind::clarify:
-            return "Rewrite Clearly";
+            return marked("Rewrite Clearly");
         case NoteRefinementKind::deepen:
-            return "Add Depth";
+            return marked("Add Depth");
     }
     return {};
 }

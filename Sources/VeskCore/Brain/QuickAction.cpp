@@ -1,6 +1,7 @@
 #include "VeskCore/Brain/QuickAction.h"
 
 #include "VeskCore/Brain/NoteRefinement.h"
+#include "VeskCore/Support/Localised.h"
 
 namespace vesk {
 
@@ -32,17 +33,17 @@ std::optional<QuickAction> quickAction(std::string_view raw) {
 std::string_view title(QuickAction action) {
     switch (action) {
         case QuickAction::summarise:
-            return "Summarise";
+            return marked("Summarise");
         case QuickAction::tighten:
-            return "Tighten";
+            return marked("Tighten");
         case QuickAction::clarify:
             return NoteRefinement::title(NoteRefinementKind::clarify);
         case QuickAction::deepen:
             return NoteRefinement::title(NoteRefinementKind::deepen);
         case QuickAction::actionItems:
-            return "Extract action items";
+            return marked("Extract action items");
         case QuickAction::whatAmIMissing:
-            return "What am I missing?";
+            return marked("What am I missing?");
     }
     return {};
 }
