@@ -185,7 +185,7 @@ void measure(const FilePath& folder) {
                                                             .fileEvents = events,
                                                             .fileVersions = versions,
                                                             .embeddings = model,
-                                                            .calendar = Calendar::system()});
+                                                            .calendar = Calendar::system});
     bool indexed = false;
     session->rebuildIndex([&] { indexed = true; });
     loop.runUntil([&] { return indexed; }, patience);

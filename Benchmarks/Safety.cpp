@@ -105,7 +105,7 @@ void SaveInASession(benchmark::State& state) {
                                                                   .fileEvents = events,
                                                                   .fileVersions = versions,
                                                                   .embeddings = embeddings,
-                                                                  .calendar = Calendar::system()});
+                                                                  .calendar = Calendar::system});
     bool indexed = false;
     session->rebuildIndex([&] { indexed = true; });
     loop.runUntil([&] { return indexed; }, std::chrono::minutes(1));

@@ -117,7 +117,7 @@ void VaultSession::documentListReloaded(const std::vector<VaultDocument>& docume
 void VaultSession::refreshReminders(bool force) {
     if (isIndexBusy()) return;  // read when the reindex has ended
     try {
-        auto found = index_->reminders(services_.calendar, services_.clock.now());
+        auto found = index_->reminders(services_.calendar(), services_.clock.now());
         if (force) {
             reminders.set(std::move(found));
         } else {

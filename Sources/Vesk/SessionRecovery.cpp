@@ -127,7 +127,7 @@ void VaultSession::recover(const HeldTextStore::Leftover& leftover) {
     const auto& path = leftover.entry.relativePath;
     if (Vault::leavesVault(path)) return;
     const auto note = noteOnDisk(leftover.entry);
-    const auto recovery = HeldTextStore::recovery(leftover.entry, note, services_.calendar);
+    const auto recovery = HeldTextStore::recovery(leftover.entry, note, services_.calendar());
     match(
         recovery,
         [&](const Recovery::KeepInTrash& kept) {

@@ -44,7 +44,7 @@ struct SessionServices {
     FileEventSource& fileEvents;
     FileVersions& fileVersions;
     SentenceEmbeddingSource& embeddings;
-    Calendar calendar;
+    std::function<Calendar()> calendar;  ///< asked anew each time: the device may travel
 };
 
 /// A save or read met a file whose newer version is still on its way.

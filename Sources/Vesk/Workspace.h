@@ -52,7 +52,7 @@ struct WorkspaceServices {
     const Bookmarks& bookmarks;
     FileVersions& fileVersions;
     SentenceEmbeddingSource& embeddings;
-    Calendar calendar;
+    std::function<Calendar()> calendar;  ///< asked anew each time: the device may travel
     EditorBridge& bridge;
     ReminderCenter& reminderCenter;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;

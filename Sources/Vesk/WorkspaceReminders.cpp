@@ -92,7 +92,7 @@ void Workspace::applyReminderAction(const std::string& path, ReminderAction::Kin
     using Outcome = NoteReminder::ActionOutcome;
     const TimePoint moment = ReminderAnswer::moment(tappedAt, services_.clock.now());
     match(
-        NoteReminder::applying(kind, *text, moment, services_.calendar),
+        NoteReminder::applying(kind, *text, moment, services_.calendar()),
         [&](const Outcome::Write& write) {
             try {
                 const ForeignEdit::Disk expected{ForeignEdit::Disk::Text{*text}};
@@ -177,14 +177,14 @@ void Workspace::setReminder(const std::string& path, std::optional<TimePoint> da
     if (waitingForIndex([=, this] { setReminder(path, date, repeat); }) || !session.get()) return;
     services_.reminderCenter.requestPermissionIfNeeded();
     rewriteFromRow(path, localised("the reminder"), [&](const std::string& text) {
-        return NoteReminder::setting(date, repeat, text, services_.calendar);
+        return NoteReminder::setting(date, repeat, text, services_.calendar());
     });
 }
 
 void Workspace::removeReminder(const std::string& path) {
     if (waitingForIndex([=, this] { removeReminder(path); }) || !session.get()) return;
     rewriteFromRow(path, localised("the reminder"), [&](const std::string& text) {
-        return NoteReminder::setting(std::nullopt, text, services_.calendar);
+        return NoteReminder::setting(std::nullopt, text, services_.calendar());
     });
     services_.reminderCenter.cancelSnooze(path);
 }

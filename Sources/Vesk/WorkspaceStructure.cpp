@@ -48,12 +48,12 @@ void Workspace::newNote(const std::optional<std::string>& folder) {
 
 void Workspace::newReminder() {
     if (!vault.get()) return chooseVault(StartIn::cloudDrive);
-    const auto picks = NoteReminder::quickPicks(services_.clock.now(), services_.calendar);
+    const auto picks = NoteReminder::quickPicks(services_.clock.now(), services_.calendar());
     if (picks.empty()) return;
     const auto beside = selectedNote();
     std::string path;
     try {
-        const auto text = NoteReminder::noteTemplate(picks.front().date, services_.calendar);
+        const auto text = NoteReminder::noteTemplate(picks.front().date, services_.calendar());
         path =
             vault.get()
                 ->createNote("Reminder",

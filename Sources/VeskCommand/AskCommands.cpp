@@ -94,7 +94,7 @@ public:
                                                .fileEvents = *events_,
                                                .fileVersions = context.fileVersions,
                                                .embeddings = context.embeddings,
-                                               .calendar = Calendar::system()});
+                                               .calendar = Calendar::system});
         brain_ = BrainSession::make(
             {.clock = context.clock,
              .mainQueue = loop_,

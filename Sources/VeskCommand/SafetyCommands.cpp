@@ -91,7 +91,7 @@ void recoverHeld(const CommandContext& context) {
                                                     .fileEvents = *events,
                                                     .fileVersions = context.fileVersions,
                                                     .embeddings = context.embeddings,
-                                                    .calendar = Calendar::system()});
+                                                    .calendar = Calendar::system});
     session->start();
     const auto told = session->heldTextWarnings();
     session->stop();

@@ -93,7 +93,7 @@ public:
                     .fileEvents = *events_,
                     .fileVersions = context.fileVersions,
                     .embeddings = context.embeddings,
-                    .calendar = Calendar::system()},
+                    .calendar = Calendar::system},
           bridge_(prompt_),
           session_(VaultSession::make(vault, services_)),
           surface_(EditorSurface::make(session_, bridge_, services_)) {}

@@ -965,7 +965,7 @@ private:
                               .fileEvents = events_,
                               .fileVersions = versions_,
                               .embeddings = embeddings_,
-                              .calendar = {}};
+                              .calendar = [] { return Calendar(); }};
     Oracle oracle_;
     Texts texts_;
     SyncService service_;

@@ -16,6 +16,7 @@ public:
     int permissionRequests = 0;
     std::vector<NotificationCategory> categories;
     std::map<std::string, NotificationRequest> pending;
+    std::vector<std::string> overdue;  ///< identifiers that nobody could show in time
     std::vector<std::string> removedDelivered;
     std::function<void(const NotificationResponse&)> onResponse;
 
@@ -30,9 +31,13 @@ public:
         for (const auto& entry : pending) requests.push_back(entry.second);
         return requests;
     }
+    std::vector<std::string> overdueIdentifiers() const override { return overdue; }
     void add(const NotificationRequest& request) override { pending[request.identifier] = request; }
     void removePending(const std::vector<std::string>& identifiers) override {
-        for (const auto& identifier : identifiers) pending.erase(identifier);
+        for (const auto& identifier : identifiers) {
+            pending.erase(identifier);
+            std::erase(overdue, identifier);
+        }
     }
     void removeDelivered(const std::vector<std::string>& identifiers) override {
         removedDelivered.insert(removedDelivered.end(), identifiers.begin(), identifiers.end());

@@ -91,7 +91,7 @@ struct SessionWorld {
                              .fileEvents = events,
                              .fileVersions = versions,
                              .embeddings = embeddings,
-                             .calendar = {}};
+                             .calendar = [] { return Calendar(); }};
     std::unique_ptr<EditorBridge> bridge;
     std::shared_ptr<VaultSession> session;
     std::shared_ptr<EditorSurface> surface;

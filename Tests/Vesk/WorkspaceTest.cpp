@@ -246,6 +246,30 @@ TEST_F(WorkspaceTest, SchedulesRemindersAndActsOnWhatIsPressed) {
     EXPECT_EQ(failure(), "Couldn't change the reminder: “gone.md” is no longer there.");
 }
 
+TEST_F(WorkspaceTest, LetsOnlyWhatIsStillWantedRingLate) {
+    vault().write("late.md", "---\nremind: 2020-01-02 09:00\n---\nPay the rent\n");
+    vault().write("letgo.md", "No more\n");
+    notifications.overdue = {"remind:late.md", "remind:letgo.md", "snooze:letgo.md", "another's"};
+    openVault();
+    EXPECT_EQ(notifications.overdue, (Names{"remind:late.md", "another's"}));
+    workspace->removeReminder("late.md");
+    pass(4);
+    EXPECT_EQ(notifications.overdue, Names{"another's"});
+}
+
+TEST_F(WorkspaceTest, FollowsTheDeviceToAnotherZone) {
+    vault().write("each.md", "---\nremind: 2031-01-02 09:00\nrepeat: daily\n---\nStretch\n");
+    openVault();
+    const auto snoozedHour = [&] {
+        workspace->applyReminderAction("each.md", ReminderAction::Kind::snooze, time.now());
+        pass(1);
+        return notifications.pending.at("snooze:each.md").trigger.hour;
+    };
+    const auto here = snoozedHour();
+    calendar.timeZone = "Asia/Tokyo";
+    EXPECT_EQ(snoozedHour(), (*here + 9) % 24);
+}
+
 TEST_F(WorkspaceTest, CarriesAnAnswerOutInTheVaultThatItCameFrom) {
     vault().write("a.md", "---\nremind: 2031-01-02 09:00\n---\nOpen vault\n");
     openVault();

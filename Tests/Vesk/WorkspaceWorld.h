@@ -40,7 +40,7 @@ protected:
     }
     void launch() {
         bridge = std::make_unique<EditorBridge>(prompt);
-        center.emplace(notifications, time, time, time, Calendar{});
+        center.emplace(notifications, time, time, time, [this] { return calendar; });
         workspace = std::make_unique<Workspace>(WorkspaceServices{
             .clock = time,
             .mainQueue = time,
@@ -50,7 +50,7 @@ protected:
             .bookmarks = bookmarks,
             .fileVersions = versions,
             .embeddings = embeddings,
-            .calendar = {},
+            .calendar = [this] { return calendar; },
             .bridge = *bridge,
             .reminderCenter = *center,
             .fileEvents = [this](const Vault&) { return std::make_unique<SharedEvents>(events); },
@@ -78,6 +78,7 @@ protected:
     PathBookmarks bookmarks{platform.files};
     FakeNotifications notifications;
     std::optional<ReminderCenter> center;
+    Calendar calendar;
     std::unique_ptr<Workspace> workspace;
     std::vector<FolderPanel> panels;
     std::optional<FilePath> chosen;

@@ -125,6 +125,19 @@ TEST_F(DesktopNotificationsTest, RingsWhenItsDateComesAndCarriesTheAnswerBack) {
     EXPECT_EQ(server.shown().size(), 2U);
 }
 
+TEST_F(DesktopNotificationsTest, LetsGoOfWhatNobodyCouldShowInTime) {
+    const auto window = make(Role::window);
+    window->add(nineOClock());
+    EXPECT_TRUE(window->overdueIdentifiers().empty());
+    clock.advance(60min);
+    EXPECT_TRUE(window->pendingRequests().empty());
+    EXPECT_EQ(window->overdueIdentifiers(), std::vector<std::string>{"remind:a.md"});
+    window->removePending({"remind:a.md"});
+    NotificationServer server(bus.address());
+    settle({window.get()}, server);
+    EXPECT_EQ(server.shown().size(), 1U) << "no more than the marker";
+}
+
 TEST_F(DesktopNotificationsTest, SaysWordsAsTheyStandWhereNoMarkupIsRead) {
     NotificationServer server(bus.address(), {"body"});
     const auto window = make(Role::window);

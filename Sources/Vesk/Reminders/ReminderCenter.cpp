@@ -38,6 +38,9 @@ void apply(NotificationService& service, const std::vector<NoteReminder::Reminde
     }
     const auto plan = NoteReminder::schedulePlan(reminders, pending, now, ReminderCenter::cap, calendar);
     if (!plan.remove.empty()) service.removePending(plan.remove);
+    // What nobody could show in time rings late, but not for a note that has let go of it.
+    const auto late = NoteReminder::withoutOwner(service.overdueIdentifiers(), reminders);
+    if (!late.empty()) service.removePending(late);
     if (!plan.clearDelivered.empty()) service.removeDelivered(plan.clearDelivered);
     for (const auto& scheduled : plan.add) {
         try {
@@ -99,7 +102,7 @@ struct ReminderCenter::Life {
 };
 
 ReminderCenter::ReminderCenter(NotificationService& service, MainQueue& mainQueue, Background& background,
-                               const Clock& clock, Calendar calendar)
+                               const Clock& clock, std::function<Calendar()> calendar)
     : service_(service),
       mainQueue_(mainQueue),
       background_(background),
@@ -150,7 +153,7 @@ void ReminderCenter::applyLast() {
     applying_ = true;
     background_.run(Priority::utility,
                     [&service = service_, &queue = mainQueue_, wanted = *lastSynced_, now = clock_.now(),
-                     calendar = calendar_, weak = std::weak_ptr<Life>(life_)](const std::stop_token&) {
+                     calendar = calendar_(), weak = std::weak_ptr<Life>(life_)](const std::stop_token&) {
                         try {
                             apply(service, wanted.first, wanted.second, now, calendar);
                         } catch (const std::exception&) {  // the next sync tries again
@@ -169,7 +172,7 @@ void ReminderCenter::snooze(const std::string& path, TimePoint until, const std:
                             const std::string& body) {
     const auto root = lastSynced_ ? lastSynced_->second.root() : FilePath();
     auto snoozed = request(NoteReminder::snoozeIdentifier(path), root, path, title, body,
-                           trigger(NoteReminder::calendarFields(until, calendar_), false));
+                           trigger(NoteReminder::calendarFields(until, calendar_()), false));
     background_.run(Priority::userInitiated,
                     [&service = service_, snoozed = std::move(snoozed)](const std::stop_token&) {
                         try {
@@ -192,7 +195,7 @@ void ReminderCenter::cancelSnooze(const std::string& path) {
 
 void ReminderCenter::carryOut(const ReminderAction& action, TimePoint tappedAt) {
     background_.run(Priority::userInitiated, [&service = service_, action, tappedAt, now = clock_.now(),
-                                              calendar = calendar_](const std::stop_token&) {
+                                              calendar = calendar_()](const std::stop_token&) {
         try {
             ReminderAnswer::carryOut(action, tappedAt, now, calendar, service);
         } catch (const std::exception&) {  // the note is as it was, and its reminder is overdue in its list

@@ -37,8 +37,9 @@ public:
     static constexpr std::size_t cap = 60;
     static constexpr std::size_t summaryLength = 120;
 
+    /// `calendar` is asked anew each time: the device may travel.
     ReminderCenter(NotificationService& service, MainQueue& mainQueue, Background& background,
-                   const Clock& clock, Calendar calendar);
+                   const Clock& clock, std::function<Calendar()> calendar);
     ~ReminderCenter();
     ReminderCenter(const ReminderCenter&) = delete;
     ReminderCenter& operator=(const ReminderCenter&) = delete;
@@ -79,7 +80,7 @@ private:
     MainQueue& mainQueue_;
     Background& background_;
     const Clock& clock_;
-    Calendar calendar_;
+    const std::function<Calendar()> calendar_;
     bool permissionAsked_ = false;
     bool applying_ = false, pendingSync_ = false;
     std::optional<std::pair<std::vector<NoteReminder::Reminder>, Vault>> lastSynced_;

@@ -25,7 +25,7 @@ DesktopApplication::DesktopApplication(const DesktopSeams& seams)
       prompt_([this] { return window_ ? window_->window() : nullptr; }),
       bridge_(prompt_),
       reminderCenter_(seams_.notifications, seams_.mainQueue, seams_.background, seams_.clock,
-                      Calendar::system()),
+                      Calendar::system),
       workspace_(services()),
       images_(EditorImages::make(seams_.mainQueue, seams_.background)) {
     add_main_option_entry(OptionType::BOOL, "new-note", 'n', _("Begin a new note"));
@@ -52,7 +52,7 @@ WorkspaceServices DesktopApplication::services() {
             .bookmarks = seams_.bookmarks,
             .fileVersions = seams_.fileVersions,
             .embeddings = seams_.embeddings,
-            .calendar = Calendar::system(),
+            .calendar = Calendar::system,
             .bridge = bridge_,
             .reminderCenter = reminderCenter_,
             .fileEvents = seams_.fileEvents,

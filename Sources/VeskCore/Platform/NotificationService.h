@@ -58,6 +58,9 @@ public:
     virtual void requestPermission() = 0;
     virtual void setCategories(const std::vector<NotificationCategory>& categories) = 0;
     virtual std::vector<NotificationRequest> pendingRequests() const = 0;
+    /// Of requests that are due, don't repeat and were not shown yet, since nobody could show them. They are
+    /// no longer pending, and ring as soon as somebody can.
+    virtual std::vector<std::string> overdueIdentifiers() const { return {}; }
     virtual void add(const NotificationRequest& request) = 0;
     virtual void removePending(const std::vector<std::string>& identifiers) = 0;
     virtual void removeDelivered(const std::vector<std::string>& identifiers) = 0;

@@ -128,6 +128,9 @@ TimePoint effectiveDate(TimePoint date, std::optional<Repeat> repeat, TimePoint 
 std::vector<Scheduled> requests(const Reminder& reminder, TimePoint now, const Calendar& calendar);
 SchedulePlan schedulePlan(const std::vector<Reminder>& desired, const std::vector<PendingRequest>& pending,
                           TimePoint now, std::size_t cap, const Calendar& calendar);
+/// Of these requests the reminders' and snoozes whose notes want no reminder any more.
+std::vector<std::string> withoutOwner(const std::vector<std::string>& identifiers,
+                                      const std::vector<Reminder>& desired);
 ActionOutcome applying(ActionKind kind, std::string_view noteText, TimePoint now, const Calendar& calendar);
 std::string describe(TimePoint date, TimePoint now, const Calendar& calendar, std::string_view locale);
 std::string describe(TimePoint date, std::optional<Repeat> repeat, TimePoint now, const Calendar& calendar,

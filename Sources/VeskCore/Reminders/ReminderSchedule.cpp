@@ -208,4 +208,19 @@ SchedulePlan schedulePlan(const std::vector<Reminder>& desired, const std::vecto
     return plan;
 }
 
+std::vector<std::string> withoutOwner(const std::vector<std::string>& identifiers,
+                                      const std::vector<Reminder>& desired) {
+    std::set<std::string, std::less<>> desiredPaths;
+    for (const auto& reminder : desired) desiredPaths.insert(reminder.path);
+    std::vector<std::string> found;
+    for (const std::string_view identifier : identifiers) {
+        const bool isOwned = identifier.starts_with(reminderPrefix) ? hasOwner(identifier, desiredPaths)
+                             : identifier.starts_with(snoozePrefix)
+                                 ? desiredPaths.contains(identifier.substr(snoozePrefix.size()))
+                                 : true;
+        if (!isOwned) found.emplace_back(identifier);
+    }
+    return found;
+}
+
 }  // namespace vesk::NoteReminder

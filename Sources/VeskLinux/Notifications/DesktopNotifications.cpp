@@ -533,6 +533,10 @@ std::vector<NotificationRequest> DesktopNotifications::pendingRequests() const {
     return store_.read().toCome(clock_.now(), setting_.calendar());
 }
 
+std::vector<std::string> DesktopNotifications::overdueIdentifiers() const {
+    return store_.read().overdue(clock_.now(), setting_.calendar());
+}
+
 void DesktopNotifications::add(const NotificationRequest& request) {
     store_.change([&](NotificationState& all) { all.add(request, clock_.now()); });
     worker_->look();

@@ -45,6 +45,7 @@ public:
     void requestPermission() override {}
     void setCategories(const std::vector<NotificationCategory>& categories) override;
     std::vector<NotificationRequest> pendingRequests() const override;
+    std::vector<std::string> overdueIdentifiers() const override;
     void add(const NotificationRequest& request) override;
     void removePending(const std::vector<std::string>& identifiers) override;
     void removeDelivered(const std::vector<std::string>& identifiers) override;

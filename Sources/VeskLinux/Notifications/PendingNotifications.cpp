@@ -219,6 +219,13 @@ std::vector<NotificationRequest> NotificationState::toCome(TimePoint now, const 
     return requests;
 }
 
+std::vector<std::string> NotificationState::overdue(TimePoint now, const Calendar& calendar) const {
+    std::vector<std::string> identifiers;
+    for (const auto& known : due(now, calendar))
+        if (!known.request.trigger.repeats) identifiers.push_back(known.request.identifier);
+    return identifiers;
+}
+
 std::optional<TimePoint> NotificationState::nextRing(TimePoint now, const Calendar& calendar) const {
     std::optional<TimePoint> next;
     for (const auto& known : waiting) {

@@ -47,6 +47,8 @@ struct NotificationState {
     std::vector<WaitingNotification> due(TimePoint now, const Calendar& calendar) const;
     /// The requests that are still to come. One that is due and doesn't repeat counts as rung already.
     std::vector<NotificationRequest> toCome(TimePoint now, const Calendar& calendar) const;
+    /// Of those that are due and don't repeat.
+    std::vector<std::string> overdue(TimePoint now, const Calendar& calendar) const;
     /// When the next one rings.
     std::optional<TimePoint> nextRing(TimePoint now, const Calendar& calendar) const;
     /// Says that a request rang: it is over, or waits for its next date. Nothing happens to one that has been
