@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "VeskCore/Support/Error.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -26,7 +27,7 @@ bool isHidden(std::string_view component) {
 }
 
 std::string hidden(std::string_view path) {
-    return fmt::format("\"{}\" is inside a hidden folder, where notes can't be seen.", path);
+    return localised("\"{}\" is inside a hidden folder, where notes can't be seen.", path);
 }
 
 /// What the system itself says of a path that it can't take.
@@ -46,7 +47,7 @@ std::optional<std::string> impossible(std::string_view path) {
 }  // namespace
 
 std::string outside(std::string_view path) {
-    return fmt::format("\"{}\" is outside the vault.", path);
+    return localised("\"{}\" is outside the vault.", path);
 }
 
 std::optional<std::string> unsafeNote(std::string_view path) {
@@ -72,11 +73,11 @@ std::optional<std::string> unsafeFolder(std::string_view path) {
     const auto components = split(path, '/');
     for (const auto component : components) {
         if (component.empty() || component == "." || component == "..") {
-            return refused(fmt::format("\"{}\" isn't a usable folder path.", path));
+            return refused(localised("\"{}\" isn't a usable folder path.", path));
         }
     }
     if (components.front().starts_with('.')) {
-        return refused(fmt::format("\"{}\" is one of Vesk's own folders.", path));
+        return refused(localised("\"{}\" is one of Vesk's own folders.", path));
     }
     if (std::any_of(components.begin(), components.end(), isHidden)) return hidden(path);
     return std::nullopt;
@@ -84,7 +85,7 @@ std::optional<std::string> unsafeFolder(std::string_view path) {
 
 std::optional<std::string> notANote(std::string_view path) {
     if (Vault::indexedKind(path) == IndexedKind::note) return std::nullopt;
-    return fmt::format("\"{}\" isn't a note.", path);
+    return localised("\"{}\" isn't a note.", path);
 }
 
 std::vector<std::string> folders(const VaultOperation& operation) {
@@ -124,7 +125,7 @@ std::string counted(std::size_t count, std::string_view noun) {
 }
 
 std::string otherFiles(std::size_t count) {
-    return fmt::format("(and {})", counted(count, "non-note file"));
+    return localised("(and {})", counted(count, "non-note file"));
 }
 
 }  // namespace vesk::PlanPaths

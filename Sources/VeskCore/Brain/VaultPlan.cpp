@@ -1,8 +1,7 @@
 #include "VeskCore/Brain/VaultPlan.h"
 
-#include <fmt/format.h>
-
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 
@@ -12,8 +11,9 @@ namespace {
 
 using Op = VaultOperation;
 
-std::string_view renameVerb(std::string_view from, std::string_view to) {
-    return parentFolder(from) == parentFolder(to) ? "Rename" : "Move";
+/// Rather than a move.
+bool isRename(std::string_view from, std::string_view to) {
+    return parentFolder(from) == parentFolder(to);
 }
 
 }  // namespace
@@ -46,23 +46,26 @@ std::string VaultOperation::describedForReview() const {
     return match(
         value,
         [](const CreateNote& it) {
-            return fmt::format("Create {} ({} characters)", it.path, characterCount(it.content));
+            return localised("Create {} ({} characters)", it.path, characterCount(it.content));
         },
         [](const UpdateNote& it) {
-            return fmt::format("Rewrite {} ({} characters)", it.path, characterCount(it.content));
+            return localised("Rewrite {} ({} characters)", it.path, characterCount(it.content));
         },
         [](const RenameNote& it) {
-            return fmt::format("{} {} → {}", renameVerb(it.from, it.to), it.from, it.to);
+            return localised(isRename(it.from, it.to) ? marked("Rename {} → {}") : marked("Move {} → {}"),
+                             it.from, it.to);
         },
-        [](const SetProperty& it) { return fmt::format("Set {}: {} on {}", it.key, it.value, it.path); },
-        [](const RemoveProperty& it) { return fmt::format("Remove {} from {}", it.key, it.path); },
-        [](const TrashNote& it) { return fmt::format("Move {} to the vault's trash", it.path); },
-        [](const CreateFolder& it) { return fmt::format("Create the folder {}/", it.path); },
+        [](const SetProperty& it) { return localised("Set {}: {} on {}", it.key, it.value, it.path); },
+        [](const RemoveProperty& it) { return localised("Remove {} from {}", it.key, it.path); },
+        [](const TrashNote& it) { return localised("Move {} to the vault's trash", it.path); },
+        [](const CreateFolder& it) { return localised("Create the folder {}/", it.path); },
         [](const RenameFolder& it) {
-            return fmt::format("{} the folder {}/ → {}/", renameVerb(it.from, it.to), it.from, it.to);
+            return localised(isRename(it.from, it.to) ? marked("Rename the folder {}/ → {}/")
+                                                      : marked("Move the folder {}/ → {}/"),
+                             it.from, it.to);
         },
         [](const TrashFolder& it) {
-            return fmt::format("Move the folder {}/ and everything in it to the vault's trash", it.path);
+            return localised("Move the folder {}/ and everything in it to the vault's trash", it.path);
         });
 }
 
@@ -70,26 +73,30 @@ std::optional<std::string> VaultOperation::riskNote() const {
     using Risk = std::optional<std::string>;
     return match(
         value, [](const CreateNote&) { return Risk(); },
-        [](const UpdateNote&) { return Risk("Replaces the whole note."); },
-        [](const RenameNote&) { return Risk("Changes the note's path, so links by path need updating."); },
+        [](const UpdateNote&) { return Risk(localised("Replaces the whole note.")); },
+        [](const RenameNote&) {
+            return Risk(localised("Changes the note's path, so links by path need updating."));
+        },
         [](const SetProperty&) { return Risk(); }, [](const RemoveProperty&) { return Risk(); },
-        [](const TrashNote&) { return Risk("Recoverable from the vault's .trash folder."); },
+        [](const TrashNote&) { return Risk(localised("Recoverable from the vault's .trash folder.")); },
         [](const CreateFolder&) { return Risk(); },
-        [](const RenameFolder&) { return Risk("Moves every note inside the folder with it."); },
+        [](const RenameFolder&) { return Risk(localised("Moves every note inside the folder with it.")); },
         [](const TrashFolder&) {
-            return Risk(
-                "Takes the folder and every note inside it. Recoverable from the vault's .trash folder.");
+            return Risk(localised(
+                "Takes the folder and every note inside it. Recoverable from the vault's .trash folder."));
         });
 }
 
 std::string VaultPlanError::description() const {
     return match(
         value,
-        [](const Malformed& malformed) { return "The model's plan couldn't be read: " + malformed.detail; },
+        [](const Malformed& malformed) {
+            return localised("The model's plan couldn't be read: {}", malformed.detail);
+        },
         [](const NoPlanFound&) -> std::string {
-            return "The model didn't return a plan Vesk could act on. Ask again, or try a model with "
-                   "stronger "
-                   "instruction-following.";
+            return localised(
+                "The model didn't return a plan Vesk could act on. Ask again, or try a model with stronger "
+                "instruction-following.");
         });
 }
 

@@ -1,6 +1,4 @@
 // Carrying out the operations that were ticked, each looked at once more.
-#include <fmt/format.h>
-
 #include <cerrno>
 #include <map>
 #include <set>
@@ -11,6 +9,7 @@
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Platform/TrashFormat.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -46,7 +45,7 @@ public:
 };
 
 std::string changedMeanwhile(std::string_view path) {
-    return fmt::format("{} changed while you were reviewing — ask again for a fresh proposal", path);
+    return localised("{} changed while you were reviewing — ask again for a fresh proposal", path);
 }
 
 class Run {
@@ -152,7 +151,7 @@ private:
 
     /// The note's text now.
     std::string currentText(const Preview& preview, const std::string& path) const {
-        if (!preview.before) throw Failure(fmt::format("couldn't read {} to check it hasn't changed", path));
+        if (!preview.before) throw Failure(localised("couldn't read {} to check it hasn't changed", path));
         std::optional<std::string> text;
         try {
             text = CoordinatedIO::readForSave(at(path));
@@ -161,7 +160,7 @@ private:
                 error.kind != VaultWriteError::Kind::notCurrent) {
                 throw Failure(path + ": " + error.description());
             }
-            throw Skip(fmt::format(
+            throw Skip(localised(
                 "a newer version of {} is still downloading from iCloud — ask again once it has arrived",
                 path));
         } catch (const Error& error) {
@@ -233,8 +232,8 @@ private:
         }
         vault_.requireMaterialisedForMove(from);
         createParents(it.to);
-        if (isTaken(it.to, it.from)) throw Skip(fmt::format("{} now exists", it.to));
-        moveUnlessTaken(from, to, fmt::format("{} now exists", it.to));
+        if (isTaken(it.to, it.from)) throw Skip(localised("{} now exists", it.to));
+        moveUnlessTaken(from, to, localised("{} now exists", it.to));
         recordMove(it.from, it.to);
     }
 
@@ -248,7 +247,7 @@ private:
     }
 
     static std::string noLongerThere(std::string_view path) {
-        return fmt::format("{} is no longer there", path);
+        return localised("{} is no longer there", path);
     }
 
     void perform(const Op::TrashNote& it, const Preview&) {
@@ -267,7 +266,7 @@ private:
 
     void perform(const Op::RenameFolder& it, const Preview&) {
         if (!isFolder(it.from)) throw Skip(noLongerThere(it.from + "/"));
-        const auto taken = fmt::format("{}/ now exists", it.to);
+        const auto taken = localised("{}/ now exists", it.to);
         if (isTaken(it.to, it.from)) throw Skip(taken);
         otherFiles(it.from);
         const auto notes = notePaths(it.from);

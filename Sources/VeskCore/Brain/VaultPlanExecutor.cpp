@@ -1,7 +1,5 @@
 #include "VeskCore/Brain/VaultPlanExecutor.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cerrno>
 
@@ -10,6 +8,7 @@
 #include "VeskCore/Brain/VaultPlanner.h"
 #include "VeskCore/Markdown/FrontmatterDoc.h"
 #include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -25,15 +24,15 @@ using Op = VaultOperation;
 using Blocked = std::optional<std::string>;
 
 std::string missingNote(std::string_view path) {
-    return fmt::format("The note {} doesn't exist.", path);
+    return localised("The note {} doesn't exist.", path);
 }
 
 std::string nameTaken(std::string_view path) {
-    return fmt::format("A note is already called {}.", path);
+    return localised("A note is already called {}.", path);
 }
 
 std::string unreadable(std::string_view path) {
-    return fmt::format("Vesk couldn't read {} to show what would change.", path);
+    return localised("Vesk couldn't read {} to show what would change.", path);
 }
 
 using PlanPaths::counted;
@@ -159,17 +158,18 @@ private:
         if (!limit_) return std::nullopt;
         const auto paths = operation.notePaths();
         if (paths.empty()) {
-            return "Folder changes can affect notes this conversation never saw — use Whole vault scope.";
+            return localised(
+                "Folder changes can affect notes this conversation never saw — use Whole vault scope.");
         }
         // Where a rename leads is no other note.
         if (canonicallyEqual(PlanPaths::clean(paths.front()), *limit_)) return std::nullopt;
-        return "This conversation was about one note — use Whole vault scope to change others.";
+        return localised("This conversation was about one note — use Whole vault scope to change others.");
     }
 
     Blocked forbidden(std::string_view path) const {
         for (const auto& folder : forbidden_) {
             if (isAtOrBelow(caseFolded(PlanPaths::clean(path)), caseFolded(folder))) {
-                return fmt::format("{} is in {}/, which Vesk leaves alone.", path, folder);
+                return localised("{} is in {}/, which Vesk leaves alone.", path, folder);
             }
         }
         return std::nullopt;
@@ -190,14 +190,14 @@ private:
     Blocked belowFile(std::string_view path) const {
         const auto file = census_.fileAbove(path);
         if (!file) return std::nullopt;
-        return census_.note(*file) ? nameTaken(*file) : fmt::format("\"{}\" isn't a folder.", *file);
+        return census_.note(*file) ? nameTaken(*file) : localised("\"{}\" isn't a folder.", *file);
     }
 
     // What the vault tells
 
     Blocked check(const Op::CreateNote& it, Preview& preview) {
         if (census_.isTaken(it.path)) {
-            return fmt::format("{} already exists — Vesk won't overwrite it with a new note.", it.path);
+            return localised("{} already exists — Vesk won't overwrite it with a new note.", it.path);
         }
         if (auto reason = PlanPaths::notANote(it.path)) return reason;
         if (auto reason = leadsOutside(it.path)) return reason;
@@ -233,13 +233,13 @@ private:
         auto set = setting(it.key, it.value, *preview.before);
         if (!set.text) return set.refusal;
         return change(it.path, std::move(*set.text),
-                      fmt::format("{} already has {} set to that.", it.path, it.key), preview);
+                      localised("{} already has {} set to that.", it.path, it.key), preview);
     }
 
     Blocked check(const Op::RemoveProperty& it, Preview& preview) {
         if (auto reason = read(it.path, preview)) return reason;
         return change(it.path, removing(it.key, *preview.before),
-                      fmt::format("{} has no {} to remove.", it.path, it.key), preview);
+                      localised("{} has no {} to remove.", it.path, it.key), preview);
     }
 
     Blocked check(const Op::TrashNote& it, Preview& preview) {
@@ -250,7 +250,7 @@ private:
     }
 
     Blocked check(const Op::CreateFolder& it, Preview&) {
-        if (census_.isTaken(it.path)) return fmt::format("{}/ already exists.", it.path);
+        if (census_.isTaken(it.path)) return localised("{}/ already exists.", it.path);
         if (auto reason = leadsOutside(it.path)) return reason;
         if (auto reason = belowFile(it.path)) return reason;
         census_.addFolder(it.path);
@@ -259,10 +259,10 @@ private:
 
     Blocked check(const Op::RenameFolder& it, Preview& preview) {
         if (!census_.isFolder(it.from)) return noFolder(it.from);
-        if (it.to == it.from) return fmt::format("{}/ is already called that.", it.from);
-        if (isAtOrBelow(it.to, it.from)) return fmt::format("{}/ can't be moved inside itself.", it.from);
+        if (it.to == it.from) return localised("{}/ is already called that.", it.from);
+        if (isAtOrBelow(it.to, it.from)) return localised("{}/ can't be moved inside itself.", it.from);
         if (census_.note(it.to)) return nameTaken(it.to);
-        if (census_.isTaken(it.to, it.from)) return fmt::format("{}/ already exists.", it.to);
+        if (census_.isTaken(it.to, it.from)) return localised("{}/ already exists.", it.to);
         if (auto reason = leadsOutside(parentFolder(it.to))) return PlanPaths::outside(it.to);
         if (auto reason = belowFile(it.to)) return reason;
         if (auto reason = holdsDocuments(it.from)) return reason;
@@ -273,7 +273,7 @@ private:
         preview.before = PlanPaths::listed(notes);
         preview.after = PlanPaths::listed(moved);
         if (others > 0) {
-            *preview.after += fmt::format("\n({} move with it)", counted(others, "other file"));
+            *preview.after += localised("\n({} move with it)", counted(others, "other file"));
         }
         census_.moveFolder(it.from, it.to);
         return std::nullopt;
@@ -288,9 +288,9 @@ private:
         if (!notes.empty()) parts.push_back(counted(notes.size(), "note"));
         if (others > 0) parts.push_back(counted(others, "other file"));
         preview.description = parts.empty()
-                                  ? fmt::format("Move the empty folder {}/ to the vault's trash", it.path)
-                                  : fmt::format("Move the folder {}/ and its {} to the vault's trash",
-                                                it.path, join(parts, " and "));
+                                  ? localised("Move the empty folder {}/ to the vault's trash", it.path)
+                                  : localised("Move the folder {}/ and its {} to the vault's trash", it.path,
+                                              join(parts, " and "));
         preview.before = PlanPaths::listed(notes);
         if (others > 0) *preview.before += "\n" + PlanPaths::otherFiles(others);
         preview.after = "(moved to .trash)";
@@ -299,7 +299,7 @@ private:
     }
 
     static std::string noFolder(std::string_view path) {
-        return fmt::format("There's no folder called {}.", path);
+        return localised("There's no folder called {}.", path);
     }
 
     Blocked holdsDocuments(std::string_view folder) const {
@@ -358,9 +358,9 @@ Preview Preview::switchingTo(VaultOperation other, std::optional<PlanIssue> itsI
 }
 
 std::string Report::summary() const {
-    auto text = fmt::format("{} applied", applied.size());
-    if (!skipped.empty()) text += fmt::format(" · {} skipped", skipped.size());
-    if (!failed.empty()) text += fmt::format(" · {} failed", failed.size());
+    auto text = localised("{} applied", applied.size());
+    if (!skipped.empty()) text += localised(" · {} skipped", skipped.size());
+    if (!failed.empty()) text += localised(" · {} failed", failed.size());
     return text;
 }
 
@@ -378,9 +378,9 @@ Setting setting(std::string_view key, std::string_view value, std::string_view t
         const auto date = NoteReminder::date(value, calendar);
         if (!date) {
             return {.text = {},
-                    .refusal = fmt::format("“{}” isn't a time Vesk can read for a reminder, such as "
-                                           "2026-09-18T09:00.",
-                                           value)};
+                    .refusal = localised("“{}” isn't a time Vesk can read for a reminder, such as "
+                                         "2026-09-18T09:00.",
+                                         value)};
         }
         return {.text = NoteReminder::setting(date, text, calendar), .refusal = {}};
     }
@@ -388,17 +388,17 @@ Setting setting(std::string_view key, std::string_view value, std::string_view t
         const auto repeat = NoteReminder::repeatFrom(value);
         if (!repeat) {
             return {.text = {},
-                    .refusal = fmt::format(
-                        "Vesk repeats daily, weekdays, weekly, monthly or yearly, not “{}”.", value)};
+                    .refusal = localised("Vesk repeats daily, weekdays, weekly, monthly or yearly, not “{}”.",
+                                         value)};
         }
         if (isRemoved(doc, NoteReminder::key)) {
-            return {.text = {}, .refusal = "That note has no reminder to repeat."};
+            return {.text = {}, .refusal = localised("That note has no reminder to repeat.")};
         }
         doc.set(key, YAMLValue::string(rawValue(*repeat)));
         return {.text = doc.serialized(), .refusal = {}};
     }
     if (!canBeKey(std::string(key))) {
-        return {.text = {}, .refusal = fmt::format("“{}” can't be a property's name.", key)};
+        return {.text = {}, .refusal = localised("“{}” can't be a property's name.", key)};
     }
     doc.set(key, yamlValue(key, value));
     return {.text = doc.serialized(), .refusal = {}};

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 
 namespace vesk {
@@ -12,9 +13,9 @@ namespace vesk {
 namespace {
 
 std::string statusPhrase(int status) {
-    if (status == 401 || status == 403) return "Rejected (check your API key)";
-    if (status == 429) return "Rate limited";
-    if (status >= 500 && status <= 599) return fmt::format("Provider error {}", status);
+    if (status == 401 || status == 403) return localised("Rejected (check your API key)");
+    if (status == 429) return localised("Rate limited");
+    if (status >= 500 && status <= 599) return localised("Provider error {}", status);
     return fmt::format("HTTP {}", status);
 }
 
@@ -32,15 +33,17 @@ std::string BrainError::description() const {
     return match(
         value,
         [](const MissingAPIKey& missing) {
-            return "No API key set for " + missing.provider + ". Add one in Settings → AI.";
+            return localised("No API key set for {}. Add one in Settings → AI.", missing.provider);
         },
         [](const Http& http) {
             auto shown = characterPrefix(firstNonEmptyLine(http.body), kShownCharacters);
             return statusPhrase(http.status) + ": " + std::string(shown);
         },
-        [](const Decoding& decoding) { return "Unexpected response from the provider: " + decoding.detail; },
+        [](const Decoding& decoding) {
+            return localised("Unexpected response from the provider: {}", decoding.detail);
+        },
         [](const Unavailable& unavailable) { return unavailable.message; },
-        [](const Cancelled&) { return std::string("Cancelled."); });
+        [](const Cancelled&) { return localised("Cancelled."); });
 }
 
 }  // namespace vesk

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
 #include "VeskCore/Vault/AtomicWrite.h"
@@ -21,7 +22,7 @@ void checkStop(const std::stop_token& stop) {
 }  // namespace
 
 std::shared_ptr<NoHintSource> NoHintSource::indexBusy() {
-    return std::make_shared<NoHintSource>("the index hasn't finished reading your notes yet");
+    return std::make_shared<NoHintSource>(localised("the index hasn't finished reading your notes yet"));
 }
 
 FreshHintSource::FreshHintSource(std::shared_ptr<NoteIndex> index, SentenceEmbeddingSource& embeddings,
@@ -42,7 +43,7 @@ std::optional<std::string> FreshHintSource::language() const {
 }
 
 std::string FreshHintSource::noModelReason(std::string_view language) {
-    return "your notes' language (" + languageDisplayName(language) + ") has no on-device model";
+    return localised("your notes' language ({}) has no on-device model", languageDisplayName(language));
 }
 
 std::string FreshHintSource::dominantLanguage(const std::vector<FilingSubject>& subjects,
@@ -115,7 +116,7 @@ std::map<std::string, std::vector<float>> FreshHintSource::vectors(const std::ve
 
 std::optional<std::string> IndexHintSource::unavailableReason() const {
     if (index_->hasChunkVectors()) return {};
-    return "the index has no embeddings yet";
+    return localised("the index has no embeddings yet");
 }
 
 std::map<std::string, std::vector<float>> IndexHintSource::vectors(const std::vector<FilingSubject>& subjects,

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "VeskCore/Brain/VaultPlanner.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 
@@ -47,16 +48,16 @@ std::vector<FilingPoolNote> pool(std::vector<FilingPoolNote> notes, const Filing
 }
 
 std::optional<std::string> poolShortfall(const std::vector<FilingPoolNote>& pool) {
-    if (pool.empty()) return "there are no filed notes to compare against";
+    if (pool.empty()) return localised("there are no filed notes to compare against");
     std::set<std::string_view> folders;
     for (const auto& note : pool) folders.insert(note.folder);
     if (pool.size() < fewestNotes)
-        return fmt::format(
+        return localised(
             "too few filed notes to compare against — {} so far, and hints need at least {} across {} "
             "folders",
             pool.size(), fewestNotes, fewestFolders);
     if (folders.size() < fewestFolders)
-        return fmt::format(
+        return localised(
             "too few filed notes to compare against — all {} are in one folder, and hints need at least {}",
             pool.size(), fewestFolders);
     return {};

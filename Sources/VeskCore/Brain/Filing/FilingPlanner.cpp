@@ -1,11 +1,10 @@
 #include "VeskCore/Brain/Filing/FilingPlanner.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 
 #include "VeskCore/Brain/Filing/FilingPrompt.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
@@ -31,10 +30,13 @@ int asInt(std::size_t count) {
 }  // namespace
 
 std::string FilingProgress::line() const {
-    const auto* word = moves == 1 ? "move" : "moves";
-    if (!currentTitle) return fmt::format("Filed {} of {} · {} {}", completed, total, moves, word);
-    return fmt::format("Filing {} of {} · {} {} so far · \"{}\"", std::min(total, completed + 1), total,
-                       moves, word, *currentTitle);
+    const auto count = static_cast<std::size_t>(moves);
+    if (!currentTitle)
+        return localisedCount("Filed {} of {} · {} move", "Filed {} of {} · {} moves", count, completed,
+                              total, moves);
+    return localisedCount("Filing {} of {} · {} move so far · \"{}\"",
+                          "Filing {} of {} · {} moves so far · \"{}\"", count, std::min(total, completed + 1),
+                          total, moves, *currentTitle);
 }
 
 FilingPlanner::FilingPlanner(FilingTaxonomy taxonomy, std::vector<FilingCandidate> candidates,
@@ -275,19 +277,19 @@ FilingPlanner::Counts FilingPlanner::counts() const {
 PlanAnnotation FilingPlanner::annotation(const FilingCandidate& note, const Row& row) const {
     PlanAnnotation made{.group = PlanAnnotation::Group::move,
                         .tier = row.tier,
-                        .reason = "Similar notes are filed here",
+                        .reason = localised("Similar notes are filed here"),
                         .alternatives = {},
                         .tickedByDefault = row.tier == FilingTier::confident,
                         .fromCache = row.fromCache};
     if (row.tier == FilingTier::confident) return made;
     if (row.vote && *row.vote != row.folder) {
-        made.reason = "Best guess — similar notes are in " + *row.vote;
+        made.reason = localised("Best guess — similar notes are in {}", *row.vote);
         for (const auto& folder : {row.folder, *row.vote})
             made.alternatives.push_back({.folder = folder, .operation = moveTo(note, folder), .issue = {}});
     } else if (row.hadHints) {
-        made.reason = "Best guess — similar notes are spread across folders";
+        made.reason = localised("Best guess — similar notes are spread across folders");
     } else {
-        made.reason = "Best guess — no similar notes to compare against";
+        made.reason = localised("Best guess — no similar notes to compare against");
     }
     return made;
 }
@@ -323,14 +325,17 @@ VaultPlan FilingPlanner::plan() const {
 }
 
 std::string FilingPlanner::summary(int confident, int unsure, int junk) {
-    std::string text = "Nothing to file";
+    std::string text = localised("Nothing to file");
     if (const int total = confident + unsure; total > 0) {
         std::vector<std::string> parts;
-        if (confident > 0) parts.push_back(fmt::format("{} where similar notes agree", confident));
-        if (unsure > 0) parts.push_back(fmt::format("{} best guess{}", unsure, unsure == 1 ? "" : "es"));
-        text = fmt::format("{} note{} to file — {}", total, total == 1 ? "" : "s", join(parts, ", "));
+        if (confident > 0) parts.push_back(localised("{} where similar notes agree", confident));
+        if (unsure > 0)
+            parts.push_back(
+                localisedCount("{} best guess", "{} best guesses", static_cast<std::size_t>(unsure), unsure));
+        text = localisedCount("{} note to file — {}", "{} notes to file — {}",
+                              static_cast<std::size_t>(total), total, join(parts, ", "));
     }
-    if (junk > 0) text += fmt::format(" · {} possibly junk", junk);
+    if (junk > 0) text += " · " + localised("{} possibly junk", junk);
     return text;
 }
 

@@ -7,6 +7,7 @@
 
 #include "VeskCore/Brain/VaultPlanner.h"
 #include "VeskCore/Support/Digest.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -210,16 +211,16 @@ Names FilingTaxonomy::forbiddenFolders() const {
 
 std::string FilingTaxonomy::treatedAsInboxLine() const {
     Names list;
-    if (rootIsStaging) list.emplace_back("notes at the vault root");
+    if (rootIsStaging) list.push_back(localised("notes at the vault root"));
     for (const auto& folder : stagingSources) list.push_back(decodedText(std::string(lastComponent(folder))));
-    if (list.empty()) return "Treated as inbox: nothing — no folder looks like one";
-    std::string line = "Treated as inbox: " + list.front();
+    if (list.empty()) return localised("Treated as inbox: nothing — no folder looks like one");
+    std::string line = list.front();
     for (std::size_t i = 1; i < list.size(); ++i) {
         const bool isLast = i + 1 == list.size();
-        line += !isLast ? ", " : list.size() == 2 ? " and " : ", and ";
+        line += !isLast ? ", " : list.size() == 2 ? localised(" and ") : localised(", and ");
         line += list[i];
     }
-    return line;
+    return localised("Treated as inbox: {}", line);
 }
 
 }  // namespace vesk

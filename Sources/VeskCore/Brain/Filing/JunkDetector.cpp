@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
 
@@ -154,7 +155,7 @@ bool isPhrase(std::string_view title) {
 }
 
 JunkVerdict duplicate(const std::string& path) {
-    return {JunkVerdict::Duplicate{path}, "The same text as " + path};
+    return {JunkVerdict::Duplicate{path}, localised("The same text as {}", path)};
 }
 
 }  // namespace
@@ -164,7 +165,7 @@ std::optional<JunkVerdict> verdict(const FilingCandidate& candidate) {
     const auto said = substance(candidate.excerpt, title);
     const bool isCut =
         candidate.excerpt.ends_with(ellipsis) && characterCount(candidate.excerpt) == cutLength;
-    const JunkVerdict link{Plain::linkOnly, "A link, and nothing about it"};
+    const JunkVerdict link{Plain::linkOnly, localised("A link, and nothing about it")};
     if (looksLikeURL(title)) {
         if (said.empty()) return link;
         const auto plain = replacingLinks(said, [](std::string_view text, std::string_view target) {
@@ -178,9 +179,9 @@ std::optional<JunkVerdict> verdict(const FilingCandidate& candidate) {
     }
     if (said.empty()) {
         if (looksLikeCode(title))
-            return JunkVerdict{Plain::bareCode, "A bare number or code, and nothing about it"};
+            return JunkVerdict{Plain::bareCode, localised("A bare number or code, and nothing about it")};
         if (isPhrase(title)) return {};
-        return JunkVerdict{Plain::empty, "Nothing in it but the title"};
+        return JunkVerdict{Plain::empty, localised("Nothing in it but the title")};
     }
     const auto plain = replacingLinks(said, [](std::string_view text, std::string_view) {
         const bool isTag = text.size() >= 2 && text[0] == '#' && pieces(text).size() == 1 &&
@@ -189,7 +190,7 @@ std::optional<JunkVerdict> verdict(const FilingCandidate& candidate) {
     });
     const auto all = tokens(plain, isCut);
     if (!all.empty() && std::all_of(all.begin(), all.end(), isHashtag))
-        return JunkVerdict{Plain::hashtagsOnly, "Only hashtags"};
+        return JunkVerdict{Plain::hashtagsOnly, localised("Only hashtags")};
     return {};
 }
 
