@@ -94,7 +94,7 @@ void VaultSession::refreshStatusLine() {
         line += " · " + localisedCount("{} page", "{} pages", pages, pages);
     }
     if (!pendingDownload->empty()) line += " · " + localised("{} waiting on iCloud", pendingDownload->size());
-    line += " · " + std::string(displayName(vault_.provider()));
+    line += " · " + localised(displayName(vault_.provider()));
     if (tasks_->reEmbedding) line += " · " + localised("re-embedding");
     status.set(std::move(line));
 }

@@ -262,7 +262,7 @@ void Workspace::startListing() {
             std::erase_if(list, [](const auto& one) { return !sessionWarningCodes().contains(one.code); });
             list.insert(list.end(), listed.found.begin(), listed.found.end());
             warnings.setIfChanged(std::move(list));
-            status.set(localised("{} notes", count) + " · " + std::string(displayName(open.provider())));
+            status.set(localised("{} notes", count) + " · " + localised(displayName(open.provider())));
             refreshFolders();
             refreshTrash();
             style.set(VaultStyle::load(open));

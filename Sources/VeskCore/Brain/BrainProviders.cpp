@@ -7,6 +7,7 @@
 #include "VeskCore/Brain/EndpointURL.h"
 #include "VeskCore/Brain/GeminiEmbeddingProvider.h"
 #include "VeskCore/Brain/GeminiProvider.h"
+#include "VeskCore/Support/Localised.h"
 
 namespace vesk {
 
@@ -19,14 +20,18 @@ constexpr std::array pickerOrder{BrainProviderID::lmstudio,  BrainProviderID::ol
 /// Why a local server can't be asked; none if it can.
 std::optional<std::string> blocked(const OpenAICompatibleProvider& server) {
     const auto reachable = server.lastReachable();
-    if (!reachable) return "Looking for " + server.displayName() + "…";
+    if (!reachable) return localised("Looking for {}…", server.displayName());
     if (!*reachable) {
-        return server.id() == BrainProviderID::lmstudio
-                   ? "LM Studio's local server isn't answering. Open LM Studio → Developer → Start Server."
-                   : "Ollama isn't answering. Start it from the menu bar, or run `ollama serve` in Terminal.";
+        return server.id() == BrainProviderID::lmstudio ? localised(
+                                                              "LM Studio's local server isn't answering. "
+                                                              "Open LM Studio → Developer → Start Server.")
+                                                        : localised(
+                                                              "Ollama isn't answering. Start it from the "
+                                                              "menu bar, or run `ollama serve` in Terminal.");
     }
     if (server.models().empty()) {
-        return server.displayName() + " is running but has no model loaded. Load one and try again.";
+        return localised("{} is running but has no model loaded. Load one and try again.",
+                         server.displayName());
     }
     return std::nullopt;
 }
@@ -100,13 +105,13 @@ ProviderOption BrainProviders::option(std::shared_ptr<BrainProvider> provider) {
         case BrainProviderID::openai:
             if (!provider->isConfigured()) {
                 option.blockedReason =
-                    "No API key for " + provider->displayName() + ". Add one in Settings → AI.";
+                    localised("No API key for {}. Add one in Settings → AI.", provider->displayName());
             }
             break;
         case BrainProviderID::custom:
             if (option.models.empty()) {
-                option.blockedReason =
-                    "No model selected for " + provider->displayName() + ". Pick one in Settings → AI.";
+                option.blockedReason = localised("No model selected for {}. Pick one in Settings → AI.",
+                                                 provider->displayName());
             }
             break;
     }

@@ -1,12 +1,11 @@
 #include "VeskCore/Brain/LocalServerProbe.h"
 
-#include <fmt/format.h>
-
 #include <limits>
 
 #include "VeskCore/Brain/EndpointURL.h"
 #include "VeskCore/Brain/WireJson.h"
 #include "VeskCore/Support/BrainError.h"
+#include "VeskCore/Support/Localised.h"
 
 namespace vesk {
 
@@ -83,9 +82,9 @@ std::map<std::string, LoadedModelInfo> LocalServerProbe::loadedModels(HttpTransp
 
 std::optional<std::string> LocalServerProbe::status(const ProbeResult& result) {
     if (!result.reachable) return std::nullopt;
-    if (result.models.empty()) return "Running, but no models loaded";
-    if (result.models.size() == 1) return "Connected · 1 model";
-    return fmt::format("Connected · {} models", result.models.size());
+    if (result.models.empty()) return localised("Running, but no models loaded");
+    return localisedCount("Connected · {} model", "Connected · {} models", result.models.size(),
+                          result.models.size());
 }
 
 bool ProbeCache::isFresh(const std::string& baseURL) const {

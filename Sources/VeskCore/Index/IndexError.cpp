@@ -1,5 +1,6 @@
 #include "VeskCore/Index/IndexError.h"
 
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 
 namespace vesk {
@@ -8,12 +9,16 @@ std::string IndexError::description() const {
     return match(
         value,
         [](const CannotOpen& failure) {
-            return "Vesk couldn't open its search index (" + failure.detail + "). Quit Vesk and delete " +
-                   failure.path + " — the index is only a cache and rebuilds itself from your notes.";
+            return localised(
+                "Vesk couldn't open its search index ({}). Quit Vesk and delete {} — the index is only a "
+                "cache and rebuilds itself from your notes.",
+                failure.detail, failure.path);
         },
         [](const Sql& failure) {
-            return "The search index rejected a change (" + failure.detail +
-                   "). Rebuilding the index from Settings → Index clears this without touching your notes.";
+            return localised(
+                "The search index rejected a change ({}). Rebuilding the index from Settings → Index clears "
+                "this without touching your notes.",
+                failure.detail);
         });
 }
 

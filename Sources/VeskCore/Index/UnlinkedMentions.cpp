@@ -10,6 +10,7 @@
 #include "VeskCore/Index/QueryText.h"
 #include "VeskCore/Markdown/MarkdownScanner.h"
 #include "VeskCore/Support/Characters.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Pattern.h"
 #include "VeskCore/Support/Text.h"
@@ -231,7 +232,7 @@ UnlinkedMentionScan LinkQueries::unlinkedMentions(std::string_view path, const s
                 Pattern::compile("(?<![\\p{L}\\p{N}_])" + Pattern::escaped(term) + "(?![\\p{L}\\p{N}_])",
                                  Pattern::Case::insensitive);
             if (!pattern) {
-                scan.failure = "Vesk couldn't build a search for this note's name.";
+                scan.failure = localised("Vesk couldn't build a search for this note's name.");
                 return scan;
             }
             patterns.push_back(std::move(*pattern));
@@ -279,9 +280,9 @@ UnlinkedMentionScan LinkQueries::unlinkedMentions(std::string_view path, const s
             }
         }
     } catch (const IndexError&) {
-        scan.failure =
+        scan.failure = localised(
             "Vesk couldn't read its index just now, so this list is not an answer about the note. Your notes "
-            "are untouched — the index is only a cache, and reopening the vault rebuilds it.";
+            "are untouched — the index is only a cache, and reopening the vault rebuilds it.");
     }
     return scan;
 }

@@ -6,6 +6,7 @@
 #include "VeskCore/Reminders/NoteReminder.h"
 #include "VeskCore/Support/Characters.h"
 #include "VeskCore/Support/DateFormat.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Text.h"
 
 namespace vesk::NoteReminder {
@@ -18,8 +19,9 @@ constexpr int lastDayOfEveryMonth = 28;
 
 std::string dayText(TimePoint date, TimePoint now, const Calendar& calendar, std::string_view locale) {
     const auto day = startOfDay(date, calendar);
-    if (day == startOfDay(now, calendar)) return "Today";
-    if (day == startOfDay(adding(1, CalendarUnit::day, now, calendar), calendar)) return "Tomorrow";
+    if (day == startOfDay(now, calendar)) return localised("Today");
+    if (day == startOfDay(adding(1, CalendarUnit::day, now, calendar), calendar))
+        return localised("Tomorrow");
     if (date > now && date < adding(daysByName, CalendarUnit::day, now, calendar))
         return weekdayName(date, calendar.timeZone, locale);
     const bool sameYear = components(date, calendar).year == components(now, calendar).year;
@@ -29,29 +31,31 @@ std::string dayText(TimePoint date, TimePoint now, const Calendar& calendar, std
 }  // namespace
 
 std::string describe(TimePoint date, TimePoint now, const Calendar& calendar, std::string_view locale) {
-    return (date < now ? "Overdue " : "") + dayText(date, now, calendar, locale) + " at " +
-           shortTime(date, calendar.timeZone, locale);
+    return localised(date < now ? marked("Overdue {} at {}") : marked("{} at {}"),
+                     dayText(date, now, calendar, locale), shortTime(date, calendar.timeZone, locale));
 }
 
 std::string describe(TimePoint date, std::optional<Repeat> repeat, TimePoint now, const Calendar& calendar,
                      std::string_view locale) {
     if (!repeat) return describe(date, now, calendar, locale);
-    const auto days = *repeat == Repeat::weekdays ? "Weekdays" : menuLabel(*repeat, date, calendar, locale);
-    return days + " at " + shortTime(date, calendar.timeZone, locale);
+    const auto days =
+        *repeat == Repeat::weekdays ? localised("Weekdays") : menuLabel(*repeat, date, calendar, locale);
+    return localised("{} at {}", days, shortTime(date, calendar.timeZone, locale));
 }
 
 std::string menuLabel(Repeat repeat, TimePoint date, const Calendar& calendar, std::string_view locale) {
     switch (repeat) {
         case Repeat::daily:
-            return "Every day";
+            return localised("Every day");
         case Repeat::weekdays:
-            return "Every weekday";
+            return localised("Every weekday");
         case Repeat::weekly:
-            return "Every " + weekdayName(date, calendar.timeZone, locale);
+            return localised("Every {}", weekdayName(date, calendar.timeZone, locale));
         case Repeat::monthly:
-            return "Every " + ordinal(std::min(components(date, calendar).day, lastDayOfEveryMonth), locale);
+            return localised("Every {}",
+                             ordinal(std::min(components(date, calendar).day, lastDayOfEveryMonth), locale));
         case Repeat::yearly:
-            return "Every " + localisedDate(date, dayAndMonth, calendar.timeZone, locale);
+            return localised("Every {}", localisedDate(date, dayAndMonth, calendar.timeZone, locale));
     }
     return {};
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "VeskCore/Reminders/NoteReminder.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Pattern.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -162,13 +163,13 @@ std::vector<QuickPick> quickPicks(TimePoint now, const Calendar& calendar) {
         const auto later = std::chrono::floor<std::chrono::seconds>(now) + std::chrono::hours(3);
         const auto parts = components(later, calendar);
         const auto onTheHour = withoutSeconds(later, calendar) - std::chrono::minutes(parts.minute);
-        add("Later today", onTheHour == later ? later : onTheHour + std::chrono::hours(1));
+        add(localised("Later today"), onTheHour == later ? later : onTheHour + std::chrono::hours(1));
     }
-    if (hour < eveningHour - 1) add("This evening", atHour(eveningHour, now, calendar));
+    if (hour < eveningHour - 1) add(localised("This evening"), atHour(eveningHour, now, calendar));
     const auto daysOn = [&](int days) { return adding(days, CalendarUnit::day, now, calendar); };
-    add("Tomorrow morning", atHour(morningHour, daysOn(1), calendar));
-    add("Next Monday", nextMonday(now, calendar));
-    add("In a week", atHour(morningHour, daysOn(7), calendar));
+    add(localised("Tomorrow morning"), atHour(morningHour, daysOn(1), calendar));
+    add(localised("Next Monday"), nextMonday(now, calendar));
+    add(localised("In a week"), atHour(morningHour, daysOn(7), calendar));
     return picks;
 }
 

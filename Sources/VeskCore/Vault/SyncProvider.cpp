@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/Match.h"
 #include "VeskCore/Support/Text.h"
 #include "VeskCore/Support/Unicode.h"
@@ -77,7 +78,7 @@ std::string_view displayName(SyncProvider provider) {
         case SyncProvider::syncthing:
             return "Syncthing";
         case SyncProvider::none:
-            return "this Mac only";
+            return marked("this Mac only");
     }
     return {};
 }

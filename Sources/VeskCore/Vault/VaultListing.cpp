@@ -1,9 +1,8 @@
 // What a vault holds, by walks over its folder.
-#include <fmt/format.h>
-
 #include <unordered_set>
 
 #include "VeskCore/Platform/FilePlatform.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Pattern.h"
 #include "VeskCore/Support/Text.h"
@@ -189,42 +188,43 @@ std::vector<VaultWarning> Vault::diagnose() const {
     const std::string rootText = decodedText(root_.native());
     if (!files().exists(root_)) {
         return {{.code = "missing",
-                 .title = "Vault folder is missing",
-                 .detail = fmt::format("{} no longer exists.", rootText),
+                 .title = localised("Vault folder is missing"),
+                 .detail = localised("{} no longer exists.", rootText),
                  .severity = Severity::critical}};
     }
     std::vector<VaultWarning> warnings;
     if (!files().isWritable(root_)) {
         warnings.push_back({.code = "readonly",
-                            .title = "Vault is read-only",
-                            .detail = fmt::format("Vesk can't save changes to {}.", lastComponent(rootText)),
+                            .title = localised("Vault is read-only"),
+                            .detail = localised("Vesk can't save changes to {}.", lastComponent(rootText)),
                             .severity = Severity::critical});
     }
     if (provider_ != SyncProvider::none && files().linkInfo(root_ / ".git")) {
         warnings.push_back(
             {.code = "double-sync",
-             .title = "Two sync systems on one folder",
+             .title = localised("Two sync systems on one folder"),
              .detail =
-                 fmt::format("This vault is in {} and is also a Git repository. If both write at once, edits "
-                             "can be lost. Consider one or the other.",
-                             displayName(provider_)),
+                 localised("This vault is in {} and is also a Git repository. If both write at once, edits "
+                           "can be lost. Consider one or the other.",
+                           localised(displayName(provider_))),
              .severity = Severity::warning});
     }
     if (provider_ == SyncProvider::iCloudDrive && countEvicted(1) >= 1) {
         warnings.push_back(
             {.code = "evicted",
-             .title = "Some notes aren't downloaded",
-             .detail = "iCloud has moved the contents of some notes off this Mac (\"Optimize Mac "
-                       "Storage\"). Vesk will download them on demand, but search and the graph stay "
-                       "incomplete until it does.",
+             .title = localised("Some notes aren't downloaded"),
+             .detail =
+                 localised("iCloud has moved the contents of some notes off this Mac (\"Optimize Mac "
+                           "Storage\"). Vesk will download them on demand, but search and the graph stay "
+                           "incomplete until it does."),
              .severity = Severity::warning});
     }
     if (const auto conflicts = conflictFiles(); !conflicts.empty()) {
         warnings.push_back(
             {.code = "conflicts",
-             .title = fmt::format("{} possible conflict {}", conflicts.size(),
-                                  conflicts.size() == 1 ? "copy" : "copies"),
-             .detail = fmt::format(
+             .title = localisedCount("{} possible conflict copy", "{} possible conflict copies",
+                                     conflicts.size(), conflicts.size()),
+             .detail = localised(
                  "Files like \"{}\" look like sync conflicts. Vesk can show you the differences and "
                  "let you merge or delete them.",
                  decodedText(conflicts.front().filename().native())),

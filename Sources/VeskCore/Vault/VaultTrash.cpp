@@ -1,12 +1,11 @@
 #include "VeskCore/Vault/VaultTrash.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <tuple>
 
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Platform/TrashFormat.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Pattern.h"
 #include "VeskCore/Support/Text.h"
@@ -46,10 +45,6 @@ std::optional<std::string> trashOrigin(const FilePath& file) {
 bool isUsableOrigin(std::string_view origin) {
     return !Vault::leavesVault(origin) && origin.find('\0') == origin.npos &&
            !isAtOrBelow(origin, trashFolderName);
-}
-
-std::string counted(std::size_t count, std::string_view one, std::string_view many) {
-    return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
 }  // namespace
@@ -201,15 +196,15 @@ std::string VaultTrash::emptyPrompt(const std::vector<TrashedNote>& notes, int o
         }
     }
     std::vector<std::string> parts;
-    if (noteCount > 0) parts.push_back(counted(noteCount, "note", "notes"));
-    if (pages > 0) parts.push_back(counted(pages, "web page", "web pages"));
-    if (others > 0) parts.push_back(counted(others, "other item", "other items"));
+    if (noteCount > 0) parts.push_back(localisedCount("{} note", "{} notes", noteCount, noteCount));
+    if (pages > 0) parts.push_back(localisedCount("{} web page", "{} web pages", pages, pages));
+    if (others > 0) parts.push_back(localisedCount("{} other item", "{} other items", others, others));
     std::string list;
     for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) list += i + 1 == parts.size() ? " and " : ", ";
+        if (i > 0) list += i + 1 == parts.size() ? localised(" and ") : ", ";
         list += parts[i];
     }
-    return fmt::format("Delete {} forever?", list);
+    return localised("Delete {} forever?", list);
 }
 
 }  // namespace vesk

@@ -1,7 +1,6 @@
 #include "VeskCore/Vault/VaultWriteError.h"
 
-#include <fmt/format.h>
-
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 #include "VeskCore/Support/Text.h"
 
@@ -13,17 +12,17 @@ std::string VaultWriteError::description() const {
     const std::string_view last = lastComponent(whole);
     switch (kind) {
         case Kind::notMaterialised:
-            return fmt::format("\"{}\" hasn't finished downloading from iCloud yet.", last);
+            return localised("\"{}\" hasn't finished downloading from iCloud yet.", last);
         case Kind::outsideVault:
-            return fmt::format("\"{}\" is outside the vault.", whole);
+            return localised("\"{}\" is outside the vault.", whole);
         case Kind::encodingFailed:
-            return fmt::format("Couldn't encode \"{}\" as UTF-8.", last);
+            return localised("Couldn't encode \"{}\" as UTF-8.", last);
         case Kind::alreadyExists:
-            return fmt::format("One called “{}” is already in this folder.", stem(whole));
+            return localised("One called “{}” is already in this folder.", stem(whole));
         case Kind::notCurrent:
-            return fmt::format("A newer version of \"{}\" is still downloading from iCloud.", last);
+            return localised("A newer version of \"{}\" is still downloading from iCloud.", last);
         case Kind::readOnlyDocument:
-            return fmt::format("\"{}\" is a web page or stylesheet, which Vesk opens read-only.", last);
+            return localised("\"{}\" is a web page or stylesheet, which Vesk opens read-only.", last);
     }
     return {};
 }

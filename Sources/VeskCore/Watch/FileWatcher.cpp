@@ -11,6 +11,7 @@
 
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/Error.h"
+#include "VeskCore/Support/Localised.h"
 #include "VeskCore/Support/PathText.h"
 
 namespace vesk {
@@ -164,9 +165,11 @@ std::optional<FileChange::Kind> merged(const FileChange::Kind& held, const FileC
 }  // namespace
 
 std::string FileWatchError::description() const {
-    return "Vesk can't watch \"" + path.filename().native() +
-           "\" for changes. Check the folder still exists and that Vesk has permission to read it (System "
-           "Settings → Privacy & Security → Files and Folders).";
+    return localised(
+        "Vesk can't watch \"{}\" for changes. Check the folder still exists and that Vesk has permission to "
+        "read it (System "
+        "Settings → Privacy & Security → Files and Folders).",
+        path.filename().native());
 }
 
 struct FileWatcher::State : std::enable_shared_from_this<State> {
