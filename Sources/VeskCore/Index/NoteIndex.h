@@ -201,7 +201,8 @@ public:
     void markApplied(const std::map<std::string, std::string>& moves, std::string_view modelKey) override;
     void forgetDecisions(const std::vector<std::string>& paths, std::string_view modelKey) override;
     std::set<std::string> userPlaced(const std::vector<FilingLedgerKey>& keys) const override;
-    /// Every note's path, name, content hash and body, by path. The index is held meanwhile.
+    /// Every note's path, name, content hash and body, by path, a few hundred at a time: others come in
+    /// between.
     void noteTexts(const std::function<void(const std::string& path, const std::string& name,
                                             const std::string& hash, std::string_view body)>& note) const;
     struct NoteVector {

@@ -10,6 +10,7 @@ namespace vesk {
 namespace {
 
 constexpr std::size_t pathsAtOnce = 500;
+constexpr int notesAtOnce = 500;
 
 /// Calls `body` with "?, ?, …)" and the paths that stand for it, a few hundred at a time.
 void inPieces(const std::vector<std::string>& paths,
@@ -136,12 +137,21 @@ std::set<std::string> NoteIndex::userPlaced(const std::vector<FilingLedgerKey>& 
 void NoteIndex::noteTexts(
     const std::function<void(const std::string& path, const std::string& name, const std::string& hash,
                              std::string_view body)>& note) const {
-    query(
-        "SELECT n.relative_path, n.name, n.content_hash, t.body\n"
-        "FROM notes n JOIN note_text t ON t.note_path = n.relative_path\n"
-        "WHERE " +
-            Vault::sqlIsNote("n.relative_path") + "\nORDER BY n.relative_path",
-        {}, [&](const Row& row) { note(row.text(0), row.text(1), row.text(2), row.textView(3)); });
+    std::string last;
+    for (int count = notesAtOnce; count == notesAtOnce;) {
+        count = 0;
+        query(
+            "SELECT n.relative_path, n.name, n.content_hash, t.body\n"
+            "FROM notes n JOIN note_text t ON t.note_path = n.relative_path\n"
+            "WHERE " +
+                Vault::sqlIsNote("n.relative_path") +
+                " AND n.relative_path > ?\nORDER BY n.relative_path\nLIMIT ?",
+            {SQLValue::text(last), SQLValue::integer(notesAtOnce)}, [&](const Row& row) {
+                ++count;
+                last = row.text(0);
+                note(last, row.text(1), row.text(2), row.textView(3));
+            });
+    }
 }
 
 std::optional<std::vector<float>> NoteIndex::noteVector(std::string_view path, std::string_view hash,

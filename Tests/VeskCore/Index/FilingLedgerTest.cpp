@@ -106,6 +106,20 @@ TEST_F(FilingDecisionsInIndex, GoWithTheirNote) {
     EXPECT_EQ(index().noteVector("a.md", "h", "p"), std::nullopt);
 }
 
+TEST_F(FilingDecisionsInIndex, AreMadeOnEveryNoteOnce) {
+    for (int i = 0; i < 501; ++i) ASSERT_TRUE(add(std::to_string(i) + ".md", "---\ntags: [a]\n---\nNote"));
+    std::vector<std::string> paths;
+    index().noteTexts(
+        [&](const std::string& path, const std::string& name, const std::string&, std::string_view body) {
+            paths.push_back(path);
+            EXPECT_EQ(name + ".md", path);
+            EXPECT_EQ(body.find("tags"), std::string_view::npos);
+        });
+    EXPECT_EQ(paths.size(), 501U);
+    EXPECT_TRUE(std::is_sorted(paths.begin(), paths.end()));
+    EXPECT_EQ(std::adjacent_find(paths.begin(), paths.end()), paths.end());
+}
+
 TEST_F(FilingDecisionsInIndex, ArePassedOverWhereTheyMakeNoSense) {
     for (const char* row :
          {"'filed', NULL, 'unsure'", "'filed', 'Work', 'certain'", "'moved', 'Work', 'unsure'"}) {

@@ -132,12 +132,12 @@ private:
     void findHints() {
         std::optional<std::string> failure;
         std::map<std::string, std::vector<float>> vectors;
+        const auto filed = static_cast<std::ptrdiff_t>(subjects_.size());
+        for (const auto& note : candidates_)
+            subjects_.push_back({note.path, note.title, note.excerpt, note.contentHash});
         if (!in_.hintSource->unavailableReason()) {
-            auto all = subjects_;
-            for (const auto& note : candidates_)
-                all.push_back({note.path, note.title, note.excerpt, note.contentHash});
             try {
-                vectors = in_.hintSource->vectors(all, stop_);
+                vectors = in_.hintSource->vectors(subjects_, stop_);
             } catch (const std::exception&) {
                 checkStop(stop_);
                 failure = vesk::describe(std::current_exception());
@@ -145,13 +145,18 @@ private:
         }
         report_.embedded = static_cast<int>(vectors.size());
         std::vector<FilingPoolNote> comparable;
-        const auto compare = [&](const std::string& path, const std::string& title) {
-            const auto vector = vectors.find(path);
-            if (vector != vectors.end())
-                comparable.push_back({.path = path, .title = title, .folder = {}, .vector = vector->second});
-        };
-        for (const auto& subject : subjects_) compare(subject.path, subject.title);
-        for (const auto& note : candidates_) compare(note.path, note.title);
+        for (auto subject = subjects_.begin(); subject != subjects_.end(); ++subject) {
+            const auto vector = vectors.find(subject->path);
+            if (vector == vectors.end()) continue;
+            // A note that waits is asked about by its vector, and is seldom one to compare with.
+            const bool isFiled = subject < subjects_.begin() + filed;
+            if (!isFiled && !in_.bench.judgeFiledNotes) continue;
+            comparable.push_back({.path = subject->path,
+                                  .title = subject->title,
+                                  .folder = {},
+                                  .vector = isFiled ? std::move(vector->second) : vector->second});
+        }
+        subjects_.clear();
         const auto pool = FilingHints::pool(std::move(comparable), taxonomy_);
         for (const auto& note : candidates_) {
             checkStop(stop_);
