@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <optional>
+#include <stop_token>
 #include <thread>
 #include <utility>
 
@@ -27,6 +28,9 @@ using namespace std::chrono_literals;
 
 constexpr std::string_view category = "watcher";
 constexpr auto latency = 50ms;
+constexpr std::size_t itemsBetweenReads = 256;
+// Someone may write faster than the tree takes it in.
+constexpr int mostRounds = 10;
 
 /// Where the count begins without a snapshot: above every id that was given before a snapshot was lost, since
 /// ids are given out more slowly than microseconds pass.
@@ -62,17 +66,20 @@ public:
         wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         // Tells by POLLPRI when something is mounted or unmounted, which the watches don't.
         mounts_ = Descriptor(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
-        if (!wake_ || !open()) return false;
-        resume();
-        ::unlink(setting_.snapshotFile.c_str());
-        thread_ = std::thread([this] { run(); });
+        begin_ = stampOfNow();
+        if (!wake_) return false;
+        // The root is watched when this returns, so that another in its place is noticed.
+        if (tree_.open() ? !tree_.hasRoot() : !isFolder(setting_.root)) return false;
+        thread_ = std::thread([this] {
+            if (catchUp()) run();
+        });
         return true;
     }
 
     void stop() override {
         receiver_->isStopped = true;
         if (!thread_.joinable()) return;
-        isEnding_ = true;
+        ending_.request_stop();
         const std::uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(wake_.get(), &one, sizeof one);
         thread_.join();
@@ -86,11 +93,30 @@ private:
         std::function<void(std::vector<RawEvent>)> deliver;
     };
 
-    bool open() {
+    static bool isFolder(const FilePath& path) {
+        const auto state = itemState(AT_FDCWD, path.c_str(), true);
+        return state && state->kind == FileKind::directory;
+    }
+    bool isEnding() const { return ending_.stop_requested(); }
+
+    /// Goes through the whole tree, unless the end comes first.
+    void scan() {
+        isWhole_ = false;
+        std::size_t count = 0;
+        const auto goesOn = [this, &count] {
+            if (setting_.limits.duringScan) setting_.limits.duringScan(count, ending_.get_token());
+            // The kernel's queue must hold what happens meanwhile.
+            if (++count % itemsBetweenReads == 0) reader_.drain();
+            return !isEnding();
+        };
+        if (!goesOn()) return;
+        if (!tree_.hasEnoughWatches() || !tree_.fill(goesOn)) beginPolling();
+        isWhole_ = !isEnding();
+    }
+    void reopen() {
         reader_.reset();
-        if (tree_.open()) return tree_.hasRoot();
-        beginPolling();
-        return poller_->rootID() != 0;
+        tree_.open();
+        scan();
     }
 
     void beginPolling() {
@@ -102,7 +128,7 @@ private:
                                                     : "fs.inotify.max_user_watches")});
         tree_.close();
         poller_.emplace(setting_.root, setting_.skipped, setting_.limits.pollInterval);
-        poller_->open();
+        poller_->open(ending_.get_token());
     }
 
     Listing listing() const {
@@ -112,18 +138,47 @@ private:
     }
     std::uint64_t rootID() const { return poller_ ? poller_->rootID() : tree_.rootID(); }
 
+    /// The first scan, and the first batch. False if the end came first: nothing was told, and the former
+    /// snapshot holds.
+    bool catchUp() {
+        scan();
+        if (isEnding()) return false;
+        resume();
+        isTelling_ = true;
+        ::unlink(setting_.snapshotFile.c_str());
+        return true;
+    }
+
     /// Puts into the first batch what the asker hasn't heard of.
     void resume() {
         auto former = loadSnapshot(setting_.snapshotFile);
         if (former && former->root != setting_.root) former.reset();
         const std::uint64_t last = former ? former->history.lastID : idOfNow();
-        if (setting_.since == noEventID || !former) {
+        const bool compares = setting_.since != noEventID && former;
+        if (compares && !poller_) {
+            // First the tree takes in what happened during the scan, so that the comparison tells all of it:
+            // of a file that moved between a folder that was watched and one that wasn't the kernel tells
+            // half.
+            for (int rounds = 1; reader_.read() && rounds < mostRounds; ++rounds) continue;
+        }
+        const bool isAnotherRoot = !poller_ && !tree_.isRootInPlace();
+        if (!compares || isAnotherRoot) {
             journal_.startAfter({.lastID = last, .completeAfter = last});
-            if (setting_.since != noEventID) journal_.tellRoot(FileEventFlag::mustScanSubDirs);
+            if (isAnotherRoot) {
+                reopen();
+                journal_.tellRoot(FileEventFlag::rootChanged);
+            } else if (setting_.since != noEventID || (poller_ && !poller_->isListed())) {
+                journal_.tellRoot(FileEventFlag::mustScanSubDirs);
+            } else {
+                tellTouched(poller_ ? poller_->listing() : tree_.listing(), begin_, !poller_, journal_);
+                if (poller_ && poller_->rootTouched() >= begin_)
+                    journal_.tellRoot(FileEventFlag::mustScanSubDirs);
+            }
             return;
         }
         journal_.startAfter(std::move(former->history));
-        if (former->rootID != rootID() || !journal_.repeatAfter(setting_.since)) {
+        if (former->rootID != rootID() || !journal_.repeatAfter(setting_.since) || reader_.isLost() ||
+            (poller_ && !poller_->isListed())) {
             journal_.tellRoot(FileEventFlag::mustScanSubDirs);
             return;
         }
@@ -133,15 +188,15 @@ private:
 
     void run() {
         auto lastPost = SteadyClock::now() - latency;
-        bool hasMore = false;
-        while (!isEnding_) {
+        bool hasMore = !poller_;
+        while (!isEnding()) {
             const auto now = SteadyClock::now();
             if (journal_.hasBatch() && !reader_.deadline() && now >= lastPost + latency) {
                 post();
                 lastPost = now;
             }
             wait(hasMore ? std::optional(now) : nextMoment(lastPost));
-            if (isEnding_) return;
+            if (isEnding()) return;
             hasMore = poller_ ? pollTree() : readEvents();
         }
     }
@@ -169,7 +224,7 @@ private:
     }
 
     bool pollTree() {
-        if (SteadyClock::now() >= poller_->due()) poller_->poll(journal_);
+        if (SteadyClock::now() >= poller_->due()) poller_->poll(journal_, ending_.get_token());
         return false;
     }
 
@@ -191,15 +246,15 @@ private:
             // watched.
             const bool hadRoot = tree_.hasRoot();
             if (!hadRoot || !tree_.isRootInPlace()) {
-                open();
+                reopen();
                 if (hadRoot || rootID() != 0) journal_.tellRoot(FileEventFlag::rootChanged);
-                return false;
+                return reader_.hasUnread();
             }
         }
         if (reader_.isLost()) {
-            open();
+            reopen();
             journal_.tellRoot(FileEventFlag::mustScanSubDirs);
-            return false;
+            return reader_.hasUnread();
         }
         return hasMore;
     }
@@ -211,13 +266,13 @@ private:
     }
 
     void leaveSnapshot() {
+        if (!isTelling_ || !isWhole_ || (poller_ && !poller_->isListed())) return;
         if (!poller_) {
             // First a look at what has changed, then the last events: whatever changes after the look is
             // either among these or differs from the snapshot later.
             tree_.refresh();
             for (int rounds = 1; reader_.read(); ++rounds) {
-                // Someone writes faster than we read; the end doesn't wait for that.
-                if (rounds == 10) return;
+                if (rounds == mostRounds) return;
             }
             reader_.giveUpWaiting();
             if (reader_.isLost() || reader_.takeRootDoubt() || !tree_.hasEnoughWatches()) return;
@@ -241,9 +296,12 @@ private:
     InotifyReader reader_;
     std::optional<InotifyPoller> poller_;
     bool mountsChanged_ = false;
+    bool isTelling_ = false;  // the asker may have heard of what isn't in the former snapshot
+    bool isWhole_ = false;    // the tree was gone through to its end
 
+    std::int64_t begin_ = 0;  // by stampOfNow()
     Descriptor wake_, mounts_;
-    std::atomic<bool> isEnding_ = false;
+    std::stop_source ending_ = freshStopSource();
     std::thread thread_;
 };
 
@@ -265,8 +323,7 @@ std::uint64_t InotifyEventSource::currentEventID(const FilePath& root) {
         // A stream that was not started has no id yet.
         if (lastID && *lastID != 0) return *lastID;
     }
-    const auto former = loadSnapshot(snapshotFile_);
-    return former && former->root == root ? former->history.lastID : idOfNow();
+    return loadLastID(snapshotFile_, root).value_or(idOfNow());
 }
 
 std::unique_ptr<FileEventStream> InotifyEventSource::stream(

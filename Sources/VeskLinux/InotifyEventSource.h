@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <stop_token>
 #include <string>
 
 #include "VeskCore/Platform/FileEvents.h"
@@ -19,8 +20,13 @@ namespace vesk {
 
 /// Streams for one vault, of which one runs at a time. A stream watches every folder below its root on a
 /// thread of its own; links are not followed. At its end it leaves "events.snapshot" in the state folder,
-/// from which the next one tells what changed meanwhile. While a stream runs there is no such file, so that
-/// after a crash the next one knows that it can't tell and asks for a scan.
+/// from which the next one tells what changed meanwhile. Once a stream tells events there is no such file, so
+/// that after a crash the next one knows that it can't tell and asks for a scan.
+///
+/// start() takes the same short time for every tree: the folders below the root are gone through on the
+/// stream's thread, and the first batch comes after that. What changed meanwhile differs from the snapshot.
+/// Without a resume id it is known by its time stamps, which don't tell of what left a folder that wasn't
+/// watched yet: a folder whose contents changed is a reason to ask for a scan then.
 ///
 /// Where the system allows too few watches, the tree is listed every few seconds instead. A deleted file
 /// whose number a new file has got is told without its file id, since the two would be taken for one.
@@ -31,6 +37,9 @@ public:
         std::size_t watches = std::numeric_limits<std::size_t>::max();
         std::chrono::milliseconds pollInterval{3000};
         std::function<void()> beforeRead;  ///< on the reading thread
+        /// On the reading thread, before the whole tree is gone through and before each of its items, with
+        /// the count of those before. The token is the stream's end.
+        std::function<void(std::size_t, const std::stop_token&)> duringScan;
     };
 
     /// Folders with a name of `skippedFolders`, at any depth, are left out with all they hold.

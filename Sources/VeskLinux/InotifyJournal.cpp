@@ -16,6 +16,7 @@ EventJournal::EventJournal(FilePath root, std::shared_ptr<Counter> lastID)
     : root_(std::move(root)), lastID_(std::move(lastID)) {}
 
 void EventJournal::startAfter(History history) {
+    isStarted_ = true;
     history_ = std::move(history);
     *lastID_ = history_.lastID;
 }
@@ -32,6 +33,7 @@ bool EventJournal::repeatAfter(std::uint64_t id) {
 
 void EventJournal::tell(std::string_view relativePath, std::optional<std::uint64_t> fileID, FileKind kind,
                         std::uint32_t flags) {
+    if (!isStarted_) return;
     if (kind == FileKind::regular) flags |= FileEventFlag::itemIsFile;
     if (kind == FileKind::directory) flags |= FileEventFlag::itemIsDir;
     if (fileID && (flags & FileEventFlag::itemCreated)) {

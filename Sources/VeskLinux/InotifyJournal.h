@@ -30,6 +30,7 @@ public:
 
     EventJournal(FilePath root, std::shared_ptr<Counter> lastID);
 
+    /// What is told before is for nobody.
     void startAfter(History history);
     /// Puts the events after `id` into the batch again; false if they are no longer known.
     bool repeatAfter(std::uint64_t id);
@@ -47,6 +48,7 @@ public:
 private:
     std::string root_;
     std::shared_ptr<Counter> lastID_;
+    bool isStarted_ = false;
     History history_;
     std::vector<RawEvent> batch_;
     // Of the batch: where each path was told of last, and who was deleted.

@@ -19,36 +19,42 @@ constexpr int restFactor = 50;
 InotifyPoller::InotifyPoller(FilePath root, FolderNames skipped, std::chrono::milliseconds interval)
     : rootPath_(std::move(root)), skipped_(std::move(skipped)), interval_(interval) {}
 
-std::optional<Listing> InotifyPoller::list() {
+std::optional<Listing> InotifyPoller::list(const std::stop_token& stop) {
     const auto begin = SteadyClock::now();
-    auto items = listTree(rootPath_, skipped_);
+    auto items = listTree(rootPath_, skipped_, stop);
     const auto end = SteadyClock::now();
     due_ = end + std::max<SteadyClock::duration>(interval_, restFactor * (end - begin));
     if (items) forgetFreshTimes(*items);
     return items;
 }
 
-bool InotifyPoller::open() {
+void InotifyPoller::open(const std::stop_token& stop) {
     root_ = itemState(AT_FDCWD, rootPath_.c_str(), true);
-    auto items = list();
-    if (!items || !root_) return false;
-    items_ = std::move(*items);
-    return true;
+    items_ = list(stop);
 }
 
-void InotifyPoller::poll(EventJournal& journal) {
+const Listing& InotifyPoller::listing() const {
+    static const Listing none;
+    return items_ ? *items_ : none;
+}
+
+void InotifyPoller::poll(EventJournal& journal, const std::stop_token& stop) {
     const auto root = itemState(AT_FDCWD, rootPath_.c_str(), true);
-    auto items = list();
+    auto items = list(stop);
     const bool isSameRoot = root && root_ ? root->isSameItem(*root_) : !root && !root_;
     if (!isSameRoot) {
         // A new root that can't be read yet is tried again.
         if (root && !items) return;
         journal.tellRoot(FileEventFlag::rootChanged);
         root_ = root;
-        items_ = root ? std::move(*items) : Listing{};
+        items_ = root ? std::move(items) : Listing{};
     } else if (items) {
-        tellDifferences(items_, *items, journal);
-        items_ = std::move(*items);
+        if (items_) {
+            tellDifferences(*items_, *items, journal);
+        } else {
+            journal.tellRoot(FileEventFlag::mustScanSubDirs);
+        }
+        items_ = std::move(items);
     }
 }
 

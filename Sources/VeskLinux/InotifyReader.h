@@ -23,6 +23,9 @@ public:
 
     InotifyReader(InotifyTree& tree, EventJournal& journal) : tree_(tree), journal_(journal) {}
 
+    /// Takes what is there for a later read(), before the kernel has no more room for it.
+    void drain();
+    bool hasUnread() const { return !buffer_.empty(); }
     /// Reads and handles what is there, up to a bound; true if more waits.
     bool read();
     /// Forgets what was read: the tree begins anew.
@@ -46,7 +49,6 @@ private:
         std::unique_ptr<TreeNode> node;  // none if it was gone before it could be looked at
     };
 
-    void drain();
     void handle(const inotify_event& event, std::string_view name);
     void arrive(TreeNode& folder, std::string_view name, std::uint32_t flags);
     void arriveFrom(TreeNode& folder, std::string_view name, Departure departure);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -19,8 +20,10 @@ using namespace linuxfiles;
 
 namespace {
 
-constexpr std::string_view magic = "vesk file events 1\n";
+constexpr std::string_view magic = "vesk file events 2\n";
 constexpr std::size_t digestSize = 32;
+// More than the longest root, the numbers behind it and the digest of both need.
+constexpr std::size_t mostHead = 8192;
 // Longer than the steps in which a kernel or a file server keeps times.
 constexpr std::chrono::milliseconds freshTime{2500};
 
@@ -64,6 +67,8 @@ public:
     }
     std::int64_t signedNumber() { return static_cast<std::int64_t>(number()); }
     std::string text() { return std::string(take(number())); }
+    std::string_view digest() { return take(digestSize); }
+    std::size_t left() const { return rest_.size(); }
     bool isValid() const { return isValid_; }
     bool isAtEnd() const { return rest_.empty(); }
 
@@ -100,15 +105,18 @@ std::optional<ItemState> itemState(int folder, const char* name, bool followsLin
                      .fileID = result.stx_ino,
                      .born = result.stx_mask & STATX_BTIME ? nanoseconds(result.stx_btime) : 0,
                      .size = result.stx_size,
-                     .modified = nanoseconds(result.stx_mtime)};
+                     .modified = nanoseconds(result.stx_mtime),
+                     .touched = nanoseconds(result.stx_ctime)};
 }
 
-std::optional<Listing> listTree(const FilePath& root, const FolderNames& skipped) {
+std::optional<Listing> listTree(const FilePath& root, const FolderNames& skipped,
+                                const std::stop_token& stop) {
     FolderStack folders;
     if (!folders.start(root, true)) return {};
     Listing items;
     std::string path;  // of the innermost folder, with a "/" behind it, then of the entry
     while (!folders.empty()) {
+        if (stop.stop_requested()) return {};
         const std::size_t prefix = path.size();
         const auto entry = folders.entries().next();
         if (!entry) {
@@ -132,6 +140,13 @@ std::optional<Listing> listTree(const FilePath& root, const FolderNames& skipped
         path.resize(prefix);
     }
     return items;
+}
+
+std::int64_t stampOfNow() {
+    timespec now{};
+    // Files are stamped by the clock's last tick.
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 void forgetFreshTimes(Listing& items) {
@@ -184,12 +199,39 @@ void tellDifferences(const Listing& before, const Listing& after, EventJournal& 
         journal.tell(item->first, item->second.fileID, item->second.kind, FileEventFlag::itemCreated);
 }
 
+void tellTouched(const Listing& items, std::int64_t stamp, bool rootIsWatched, EventJournal& journal) {
+    std::set<std::string_view> arrived;  // folders that may be new here with all they hold
+    bool isUnsure = false;
+    for (const auto& [path, state] : items) {
+        const std::size_t slash = path.rfind('/');
+        const bool isTop = slash == path.npos;
+        const bool isWithin = !isTop && arrived.contains(std::string_view(path).substr(0, slash));
+        if (!isWithin && state.touched < stamp) continue;
+        const bool isChanged = state.modified >= stamp || state.modified == 0;
+        if (state.kind == FileKind::directory) {
+            // A name or a place of its own changes no folder's contents' date.
+            if (!isWithin && state.born < stamp && isChanged) {
+                isUnsure = true;
+                continue;
+            }
+            arrived.insert(path);
+        }
+        if (isTop && rootIsWatched) continue;
+        journal.tell(path, state.fileID, state.kind,
+                     isWithin || state.born >= stamp ? FileEventFlag::itemCreated
+                     : isChanged                     ? FileEventFlag::itemModified
+                                                     : FileEventFlag::itemRenamed);
+    }
+    if (isUnsure) journal.tellRoot(FileEventFlag::mustScanSubDirs);
+}
+
 void save(const Snapshot& snapshot, const FilePath& file) {
     std::string bytes(magic);
     Writer writer(bytes);
     writer.text(snapshot.root.native());
     writer.number(snapshot.rootID);
     writer.number(snapshot.history.lastID);
+    bytes += digestOf(bytes);
     writer.number(snapshot.history.completeAfter);
     writer.number(snapshot.history.events.size());
     for (const RawEvent& event : snapshot.history.events) {
@@ -237,6 +279,7 @@ std::optional<Snapshot> loadSnapshot(const FilePath& file) {
     snapshot.root = reader.text();
     snapshot.rootID = reader.number();
     snapshot.history.lastID = reader.number();
+    reader.digest();
     snapshot.history.completeAfter = reader.number();
     for (std::uint64_t count = reader.number(); count > 0 && reader.isValid(); --count) {
         RawEvent event;
@@ -260,6 +303,22 @@ std::optional<Snapshot> loadSnapshot(const FilePath& file) {
     }
     if (!reader.isValid() || !reader.isAtEnd()) return {};
     return snapshot;
+}
+
+std::optional<std::uint64_t> loadLastID(const FilePath& file, const FilePath& root) {
+    std::ifstream stream(file, std::ios::binary);
+    std::string head(mostHead, '\0');
+    stream.read(head.data(), mostHead);
+    head.resize(static_cast<std::size_t>(stream.gcount()));
+    if (!head.starts_with(magic)) return {};
+    Reader reader(std::string_view(head).substr(magic.size()));
+    const std::string ownRoot = reader.text();
+    reader.number();
+    const std::uint64_t lastID = reader.number();
+    const std::size_t size = head.size() - reader.left();
+    const std::string_view digest = reader.digest();
+    if (!reader.isValid() || ownRoot != root.native() || digestOf(head.substr(0, size)) != digest) return {};
+    return lastID;
 }
 
 }  // namespace vesk::inotify

@@ -47,8 +47,8 @@ void InotifyTree::close() {
 
 bool InotifyTree::open() {
     close();
-    hasEnoughWatches_ = true;
     inotify_ = Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    hasEnoughWatches_ = static_cast<bool>(inotify_);
     if (!inotify_) return false;
     watchAbove();
     const auto state = itemState(AT_FDCWD, rootPath_.c_str(), true);
@@ -56,8 +56,15 @@ bool InotifyTree::open() {
     root_ = std::make_unique<TreeNode>();
     root_->state = *state;
     rootID_ = state->fileID;
-    scan(*root_, [](TreeNode&) {});
+    watch(*root_, {});
     if (root_->watch < 0) root_.reset();
+    return hasEnoughWatches_;
+}
+
+bool InotifyTree::fill(const std::function<bool()>& goesOn) {
+    if (root_)
+        scan(
+            *root_, [](TreeNode&) {}, goesOn);
     return hasEnoughWatches_;
 }
 
@@ -205,7 +212,8 @@ InotifyTree::WatchResult InotifyTree::watch(TreeNode& folder, const std::string&
     return WatchResult::watched;
 }
 
-bool InotifyTree::scan(TreeNode& folder, const std::function<void(TreeNode&)>& found) {
+bool InotifyTree::scan(TreeNode& folder, const std::function<void(TreeNode&)>& found,
+                       const std::function<bool()>& goesOn) {
     std::string path = pathOf(folder);
     // The watch comes first: what is made after the folder was read is told by the kernel then.
     if (const auto result = watch(folder, path); result != WatchResult::watched)
@@ -215,6 +223,7 @@ bool InotifyTree::scan(TreeNode& folder, const std::function<void(TreeNode&)>& f
     if (!path.empty()) path += '/';
     TreeNode* at = &folder;
     while (!folders.empty() && hasEnoughWatches_) {
+        if (goesOn && !goesOn()) return true;
         const std::size_t prefix = path.size();
         const auto entry = folders.entries().next();
         if (!entry) {
@@ -234,6 +243,11 @@ bool InotifyTree::scan(TreeNode& folder, const std::function<void(TreeNode&)>& f
         if (isFolder && child->watch < 0) {
             const auto result = watch(*child, path);
             if (result == WatchResult::confused) return false;
+            // What happened in it until now was not watched.
+            if (const auto now = itemState(folders.descriptor(), entry->name)) {
+                child->state.modified = now->modified;
+                child->state.touched = now->touched;
+            }
             if (isNew) found(*child);
             if (result == WatchResult::watched && folders.enter(entry->name)) {
                 path += '/';

@@ -32,9 +32,13 @@ public:
     /// `mostWatches` is for tests: the kernel's own limit is met in the same way.
     InotifyTree(FilePath root, FolderNames skipped, std::size_t mostWatches);
 
-    /// Begins anew: drops all and watches the root, the folders above it and all below it. Without a root
-    /// only those above are watched. False if the kernel gives no more watches.
+    /// Begins anew: drops all and watches the root and the folders above it. Without a root only those above
+    /// are watched. Takes the same short time however large the tree is. False if the kernel gives no more
+    /// watches.
     bool open();
+    /// Watches all that is below the root, until `goesOn`, which is asked at each item, says no. False if
+    /// the kernel gives no more watches.
+    bool fill(const std::function<bool()>& goesOn);
     /// Gives all watches back.
     void close();
     bool hasRoot() const { return root_ != nullptr; }
@@ -42,7 +46,7 @@ public:
     bool isRootInPlace() const;
     std::uint64_t rootID() const { return rootID_; }
     int descriptor() const { return inotify_.get(); }
-    /// False once a watch was refused for want of room.
+    /// False once the kernel refused a watch, or all of them, for want of room.
     bool hasEnoughWatches() const { return hasEnoughWatches_; }
 
     TreeNode* folderOf(int watch) const;
@@ -72,7 +76,8 @@ public:
     /// Watches a folder and what is below it, and puts in what the tree doesn't have yet, telling of each.
     /// False if a folder turned up that the tree has at a place where it no longer is and can't be taken
     /// from: only open() helps.
-    bool scan(TreeNode& folder, const std::function<void(TreeNode&)>& found);
+    bool scan(TreeNode& folder, const std::function<void(TreeNode&)>& found,
+              const std::function<bool()>& goesOn = {});
 
     /// Looks again at what has changed.
     void refresh();

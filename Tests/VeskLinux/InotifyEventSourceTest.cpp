@@ -43,6 +43,7 @@ TEST_F(InotifyTest, TellsWhatHappensToAFile) {
 TEST(InotifyJournalTest, TakesTheNumberFromADeletedFileWhenANewOneHasIt) {
     using FileIDs = std::vector<std::optional<std::uint64_t>>;
     inotify::EventJournal journal("/v", std::make_shared<inotify::EventJournal::Counter>(7));
+    journal.startAfter({.lastID = 7, .completeAfter = 7});
     const auto fileIDs = [&] {
         FileIDs ids;
         for (const RawEvent& event : journal.takeBatch()) ids.push_back(event.fileID);
@@ -93,6 +94,7 @@ TEST_F(InotifyTest, WatchesTheTrashButNotSkippedFolders) {
     folder.write("vault/.git/a", "");
     folder.write("vault/sub/node_modules/b.md", "");
     start();
+    settle();
     folder.write("vault/.git/c", "");
     folder.write("vault/sub/node_modules/d.md", "");
     folder.write("vault/.trash/e.md", "");
@@ -122,6 +124,7 @@ TEST_F(InotifyTest, TakesAnyNameAndFollowsNoLink) {
 
 TEST_F(InotifyTest, TellsOfTwentyThousandFilesMadeAtOnce) {
     start();
+    settle();
     constexpr int count = 20'000;
     for (int i = 0; i < count; ++i)
         folder.write("vault/d" + std::to_string(i % 100) + "/" + std::to_string(i) + ".md", "");
@@ -209,6 +212,7 @@ TEST_F(InotifyTest, ListsTheTreeWhereTheSystemGivesTooFewWatches) {
         limits.pollInterval = std::chrono::milliseconds(1);
         start();
         if (!isShortAtStart) {
+            settle();
             fs::create_directory(root() / "a/b/c/d");
             ASSERT_TRUE(waitFor([&] { return has("", mustScanSubDirs); }));
         }

@@ -6,9 +6,12 @@
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
+#include <optional>
+#include <stop_token>
 
 #include "Support/Fakes.h"
 #include "VeskLinux/InotifyEventSource.h"
+#include "VeskLinux/InotifySnapshot.h"
 #include "VeskLinux/LinuxFileSystem.h"
 
 namespace vesk::test {
@@ -20,7 +23,9 @@ class InotifyTest : public ::testing::Test {
 protected:
     ~InotifyTest() override { stop(); }
 
+    /// What was made until now is older than the stream by the files' stamps.
     void start(std::uint64_t since = noEventID) {
+        for (const auto now = inotify::stampOfNow(); inotify::stampOfNow() == now;) continue;
         source = std::make_unique<InotifyEventSource>(state / "sub", FolderNames{".git", "node_modules"}, log,
                                                       limits);
         stream = source->stream(root(), since, *queue, [this](std::vector<RawEvent> batch) {
@@ -29,6 +34,34 @@ protected:
             arrived.notify_all();
         });
         ASSERT_TRUE(stream->start());
+    }
+    /// As start(), with the scan held before its item of this number.
+    void startHeld(std::size_t item, std::uint64_t since = noEventID) {
+        holdScan(item);
+        start(since);
+        waitUntilHeld();
+    }
+    /// Of the next scan that comes so far. The stream's end releases it too.
+    void holdScan(std::size_t item) {
+        holdAt = item;
+        isHeld = false;
+        limits.duringScan = [this](std::size_t count, const std::stop_token& stop) {
+            std::unique_lock locked(holdLock);
+            lastItem = count;
+            if (holdAt != count) return;
+            isHeld = true;
+            holdChanged.notify_all();
+            holdChanged.wait(locked, stop, [this] { return !holdAt; });
+        };
+    }
+    void waitUntilHeld() {
+        std::unique_lock locked(holdLock);
+        ASSERT_TRUE(holdChanged.wait_for(locked, std::chrono::seconds(60), [this] { return isHeld; }));
+    }
+    void release() {
+        std::lock_guard locked(holdLock);
+        holdAt.reset();
+        holdChanged.notify_all();
     }
     void stop() {
         if (stream) stream->stop();
@@ -88,6 +121,11 @@ protected:
     InotifyEventSource::Limits limits;
     ThreadPool pool{1};
     std::unique_ptr<SerialQueue> queue = pool.serialQueue("test", Priority::utility);
+    std::mutex holdLock;  // guards the next three
+    std::optional<std::size_t> holdAt;
+    std::size_t lastItem = 0;
+    bool isHeld = false;
+    std::condition_variable_any holdChanged;
     std::unique_ptr<InotifyEventSource> source;
     std::unique_ptr<FileEventStream> stream;
     int marks = 0;

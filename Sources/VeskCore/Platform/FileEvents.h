@@ -41,7 +41,8 @@ inline constexpr std::uint64_t noEventID = ~std::uint64_t{0};
 class FileEventStream {
 public:
     virtual ~FileEventStream() = default;
-    /// False if the folder can't be watched.
+    /// False if the folder can't be watched. Doesn't wait for a large tree to be gone through; what happens
+    /// once it has returned is told.
     virtual bool start() = 0;
     /// No event is delivered after it returns, but one that its queue is running. Leaves the state from which
     /// a later stream resumes.
