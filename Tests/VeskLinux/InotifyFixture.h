@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <stop_token>
+#include <thread>
 
 #include "Support/Fakes.h"
 #include "VeskLinux/InotifyEventSource.h"
@@ -25,7 +26,11 @@ protected:
 
     /// What was made until now is older than the stream by the files' stamps.
     void start(std::uint64_t since = noEventID) {
-        for (const auto now = inotify::stampOfNow(); inotify::stampOfNow() == now;) continue;
+        // Some kernels stamp by the fine clock what was looked at since its last change, and all later changes
+        // not before that. A tick of the coarse clock may still be behind it.
+        const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+            std::chrono::system_clock::now().time_since_epoch());
+        while (inotify::stampOfNow() <= now.count()) std::this_thread::yield();
         source = std::make_unique<InotifyEventSource>(state / "sub", FolderNames{".git", "node_modules"}, log,
                                                       limits);
         stream = source->stream(root(), since, *queue, [this](std::vector<RawEvent> batch) {
