@@ -25,6 +25,7 @@
 #include "VeskCore/Index/SearchEngine.h"
 #include "VeskCore/Platform/FilePlatform.h"
 #include "VeskCore/Support/Text.h"
+#include "VeskLinux/Cld2LanguageRecogniser.h"
 #include "VeskLinux/CurlTransport.h"
 #include "VeskLinux/LinuxFileSystem.h"
 #include "VeskLinux/SentenceModel/SentenceModelSource.h"
@@ -175,6 +176,7 @@ void measure(const FilePath& folder) {
     NoDefaults defaults;
     NoFileVersions versions;
     SentenceModelSource model;
+    Cld2LanguageRecogniser languages;
     RunLoop loop;
     ThreadPool pool(4);  // its jobs borrow what stands above
     const auto session = VaultSession::make(Vault(folder), {.clock = clock,
@@ -218,6 +220,9 @@ void measure(const FilePath& folder) {
                                                                       .models = {*chosen}}};
                                                          },
                                                          .probe = [](const std::stop_token&) {}},
+                                           .embeddings = model,
+                                           .languages = languages,
+                                           .systemVersion = {},
                                            .flushPendingSaves = [] {}});
     brain->attach(session);
     loop.runUntil([&] { return !brain->discovering.get() && brain->canAsk(); }, patience);

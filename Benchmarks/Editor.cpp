@@ -151,7 +151,7 @@ void StyleWhole(benchmark::State& state) {
         MarkdownHighlighter highlighter;
         highlighter.highlight(storage, {0, storage.text().size()}, false);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * storage.text().size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(storage.text().size()));
 }
 BENCHMARK(StyleWhole)->Unit(benchmark::kMillisecond);
 
@@ -168,7 +168,7 @@ void RenderHtmlMd4c(benchmark::State& state) {
             &html, md4cDialect, 0);
         benchmark::DoNotOptimize(html.data());
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK(RenderHtmlMd4c)->Unit(benchmark::kMillisecond);
 
@@ -216,7 +216,7 @@ void styleRepeated(benchmark::State& state, std::u16string_view pattern, bool in
         highlighter.highlight(storage, {0, storage.text().size()}, false);
     }
     state.SetComplexityN(state.range(0));
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * storage.text().size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(storage.text().size()));
 }
 
 constexpr std::u16string_view hostile[] = {u"[",

@@ -39,7 +39,7 @@ std::string sampleNote(int paragraphs) {
 void HashText(benchmark::State& state) {
     const auto text = sampleNote(400);
     for (auto _ : state) benchmark::DoNotOptimize(sha256(text));
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK(HashText);
 
@@ -49,7 +49,7 @@ void ParseAndScan(benchmark::State& state) {
         const FrontmatterDoc doc(text);
         benchmark::DoNotOptimize(MarkdownScanner::scan(doc.body(), true));
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK(ParseAndScan);
 
@@ -62,7 +62,7 @@ void ExtractPage(benchmark::State& state) {
             "<li>two</ul></div>\n";
     }
     for (auto _ : state) benchmark::DoNotOptimize(HTMLText::extract(page, true));
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * page.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(page.size()));
 }
 BENCHMARK(ExtractPage)->Unit(benchmark::kMillisecond);
 
@@ -88,7 +88,7 @@ void CosinePass(benchmark::State& state) {
         for (std::size_t i = 0; i < count; ++i) best = std::max(best, scan(all.data() + i * 512, 512));
         benchmark::DoNotOptimize(best);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * all.size() * 4));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(all.size() * 4));
 }
 BENCHMARK(CosinePass)->Unit(benchmark::kMillisecond);
 
@@ -210,7 +210,7 @@ void ReadAsMuchMemory(benchmark::State& state) {
         }
         benchmark::DoNotOptimize(sums);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * memory.size() * 8));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(memory.size() * 8));
 }
 BENCHMARK(ReadAsMuchMemory)->Unit(benchmark::kMillisecond);
 
