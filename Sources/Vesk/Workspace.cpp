@@ -245,29 +245,32 @@ void Workspace::dropWarnings(const std::set<std::string>& codes) {
 }
 
 void Workspace::startListing() {
-    struct Listed {
-        std::vector<Note> notes;
-        std::vector<VaultWarning> found;
-    };
-    const Vault open = *vault.get();
     offMain(
         Priority::userInitiated,
-        [open] {
-            return Listed{RecentlyChanged::byRecency(open.enumerateNotes()), open.diagnose()};
-        },
-        [this, open](Listed listed) {
-            const auto count = listed.notes.size();
-            setNotes(std::move(listed.notes));
-            auto list = warnings.get();
-            std::erase_if(list, [](const auto& one) { return !sessionWarningCodes().contains(one.code); });
-            list.insert(list.end(), listed.found.begin(), listed.found.end());
-            warnings.setIfChanged(std::move(list));
-            status.set(localised("{} notes", count) + " · " + localised(displayName(open.provider())));
+        [open = *vault.get()] { return RecentlyChanged::byRecency(open.enumerateNotes()); },
+        [this](std::vector<Note> list) {
+            const auto count = list.size();
+            setNotes(std::move(list));
+            status.set(localised("{} notes", count) + " · " +
+                       localised(displayName(vault.get()->provider())));
+            diagnose();
             refreshFolders();
             refreshTrash();
-            style.set(VaultStyle::load(open));
+            style.set(VaultStyle::load(*vault.get()));
             refreshNoteIcons();
             iconsAgain_ = services_.mainQueue.postAfter(iconsPause, [this] { refreshNoteIcons(); });
+        });
+}
+
+/// Goes through the whole folder again, which the list doesn't wait for.
+void Workspace::diagnose() {
+    offMain(
+        Priority::utility, [open = *vault.get()] { return open.diagnose(); },
+        [this](const std::vector<VaultWarning>& found) {
+            auto list = warnings.get();
+            std::erase_if(list, [](const auto& one) { return !sessionWarningCodes().contains(one.code); });
+            list.insert(list.end(), found.begin(), found.end());
+            warnings.set(std::move(list));
         });
 }
 

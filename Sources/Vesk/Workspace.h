@@ -179,6 +179,7 @@ private:
     void openConfirmed(const FilePath& folder);
     void leaveSession();
     void startListing();
+    void diagnose();
     void wireSession();
     void selectionChanged(const std::optional<std::string>& path);
     void go(std::optional<std::string> (NoteHistory::*step)());

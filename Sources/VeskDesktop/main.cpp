@@ -2,6 +2,7 @@
 // where there is no display.
 #include <gtk/gtk.h>
 #include <libintl.h>
+#include <malloc.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -98,6 +99,7 @@ int main(int argc, char** argv) {
                                       return std::make_unique<InotifyEventSource>(
                                           vault.perDeviceDirectory(), Vault::ignoredDirectories(), log);
                                   },
+                              .trimMemory = [] { ::malloc_trim(0); },
                               .stop = interrupts.token(),
                               .version = VESK_VERSION,
                               .systemVersion = systemVersion()},

@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* applicationID = "com.tarnlight.vesk";
 constexpr double usualPoints = 12;
+constexpr Seconds trimPause{3.0};
 constexpr const char* foldersKey = "vesk.window.folders";  // root → ids of the rows that are open
 
 }  // namespace
@@ -239,7 +240,10 @@ void DesktopApplication::watchWorkspace() {
         tell(std::string(*words));
         workspace_.folderError.set(std::nullopt);
     });
-    watch(workspace_.notes, [this](const auto&) { names_.reset(); });
+    watch(workspace_.notes, [this](const auto&) {
+        names_.reset();
+        trimMemorySoon();
+    });
     watch(workspace_.tree, [this](const auto&) { listsChanged(); });
     watch(workspace_.home, [this](const auto&) { listsChanged(); });
     watch(workspace_.style, [this](const auto&) { listsChanged(); });
@@ -296,9 +300,20 @@ void DesktopApplication::surfaceChanged() {
     if (!pane) return;
     window_->note().editor().decorations().setImages(images_);
     surfaceSubscriptions_.push_back(pane->notice.subscribe([this](const auto&) { showTitle(); }));
-    surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool) { showStatus(); }));
+    surfaceSubscriptions_.push_back(session()->indexing.subscribe([this](bool indexing) {
+        showStatus();
+        if (!indexing) trimMemorySoon();
+    }));
     surfaceSubscriptions_.push_back(session()->status.subscribe([this](const auto&) { showStatus(); }));
     surfaceSubscriptions_.push_back(session()->indexProgress.subscribe([this](double) { showStatus(); }));
+}
+
+/// Reading a large vault takes several times the memory that is kept of it, in pieces all over the heap.
+void DesktopApplication::trimMemorySoon() {
+    trimTimer_ = seams_.mainQueue.postAfter(std::chrono::duration_cast<Duration>(trimPause), [this] {
+        seams_.background.run(Priority::background,
+                              [trim = seams_.trimMemory](const std::stop_token&) { trim(); });
+    });
 }
 
 void DesktopApplication::openPath(const std::string& path) {

@@ -40,6 +40,8 @@ struct DesktopSeams {
     FileVersions& fileVersions;
     NotificationService& notifications;
     std::function<std::unique_ptr<FileEventSource>(const Vault&)> fileEvents;
+    /// Gives the system back what the program's heap doesn't use. On a worker.
+    std::function<void()> trimMemory;
     std::stop_token stop;
     std::string version;        ///< of the program
     std::string systemVersion;  ///< of the operating system: "12.5.0"

@@ -57,6 +57,7 @@ private:
     void makeAssistant();
     void showStatus();
     void rememberFolders();
+    void trimMemorySoon();
 
     // DesktopNotes.cpp: the vault's contents
     VaultSession* session() const { return workspace_.session.get().get(); }
@@ -127,6 +128,7 @@ private:
         names_;  ///< of notes by title, in the order of the workspace's
     std::uint64_t searching_ = 0;
     sigc::connection listTimer_, searchTimer_;
+    TimerHandle trimTimer_;
     std::optional<std::string> draftIn_;  ///< where a folder is being named, empty for the top
     bool wantsTitle_ = false;             ///< the note that opens next is named first
     std::string foldersOf_;               ///< root of the vault whose open folders the list shows

@@ -29,17 +29,23 @@ Glib::RefPtr<RowObject> rowOf(const Glib::RefPtr<Glib::ObjectBase>& item) {
 
 }  // namespace
 
-/// Makes an object for a row when the list first asks for it.
+/// Makes its rows, and an object for each of them, when the list first asks: a level is also made to learn
+/// that a folder can be opened.
 class SidebarLevel final : public Gio::ListModel, public Glib::Object {
 public:
-    static Glib::RefPtr<SidebarLevel> create(Sidebar::Rows rows) {
-        return Glib::make_refptr_for_instance<SidebarLevel>(new SidebarLevel(std::move(rows)));
+    using Make = std::function<Sidebar::Rows()>;
+
+    static Glib::RefPtr<SidebarLevel> create(Make make) {
+        return Glib::make_refptr_for_instance<SidebarLevel>(new SidebarLevel(std::move(make)));
     }
 
+    /// Empty until the list has asked.
     const Sidebar::Rows& rows() const { return rows_; }
 
     /// Tells of the stretch between the first and the last difference.
-    void change(Sidebar::Rows rows) {
+    void refresh() {
+        if (!isMade_) return;
+        Sidebar::Rows rows = make_();
         std::size_t before = 0, after = 0;
         const auto least = std::min(rows.size(), rows_.size());
         while (before < least && rows[before] == rows_[before]) ++before;
@@ -55,7 +61,13 @@ public:
 
 protected:
     GType get_item_type_vfunc() override { return RowObject::get_base_type(); }
-    guint get_n_items_vfunc() override { return static_cast<guint>(rows_.size()); }
+    guint get_n_items_vfunc() override {
+        if (!std::exchange(isMade_, true)) {
+            rows_ = make_();
+            objects_.resize(rows_.size());
+        }
+        return static_cast<guint>(rows_.size());
+    }
     gpointer get_item_vfunc(guint position) override {
         if (position >= rows_.size()) return nullptr;
         auto& object = objects_[position];
@@ -64,9 +76,10 @@ protected:
     }
 
 private:
-    explicit SidebarLevel(Sidebar::Rows rows)
-        : Glib::ObjectBase(typeid(SidebarLevel)), rows_(std::move(rows)), objects_(rows_.size()) {}
+    explicit SidebarLevel(Make make) : Glib::ObjectBase(typeid(SidebarLevel)), make_(std::move(make)) {}
 
+    const Make make_;
+    bool isMade_ = false;
     Sidebar::Rows rows_;
     std::vector<Glib::RefPtr<RowObject>> objects_;
 };
@@ -303,7 +316,7 @@ void Sidebar::press(const SidebarRow& row) {
 Glib::RefPtr<Gio::ListModel> Sidebar::level(const Glib::RefPtr<Glib::ObjectBase>& item) {
     const auto object = rowOf(item);
     if (!object || !object->row.hasChildren) return {};
-    auto found = SidebarLevel::create(rowsBelow(object->row.id));
+    auto found = SidebarLevel::create([this, id = object->row.id] { return rowsBelow(id); });
     levels_[object->row.id] = found;
     return found;
 }
@@ -316,7 +329,7 @@ void Sidebar::refresh() {
         return;
     }
     if (!tree_) {
-        auto top = SidebarLevel::create(rowsBelow(""));
+        auto top = SidebarLevel::create([this] { return rowsBelow(""); });
         levels_[""] = top;
         tree_ = Gtk::TreeListModel::create(top, sigc::mem_fun(*this, &Sidebar::level), false, false);
         selection_ = Gtk::SingleSelection::create(tree_);
@@ -338,7 +351,7 @@ void Sidebar::refresh() {
         for (const auto& id : ids) {
             // A change further up may have taken the level along.
             const auto found = levels_.find(id);
-            if (found != levels_.end()) found->second->change(rowsBelow(id));
+            if (found != levels_.end()) found->second->refresh();
         }
         isHighlighting_ = false;
     }

@@ -23,7 +23,7 @@ namespace vesk {
 /// One note file.
 struct Note {
     std::string relativePath;  ///< its identity: "/" separators, no leading "/"
-    FilePath path;             ///< absolute
+    std::string path;          ///< absolute; a FilePath would weigh ten times as much, and lists are long
     std::string title;
     TimePoint modified, created;
     std::int64_t size = 0;  ///< bytes
@@ -42,7 +42,7 @@ std::string_view rawValue(IndexedKind kind);
 /// A saved page or stylesheet: listed, indexed and shown, never edited.
 struct VaultDocument {
     std::string relativePath;
-    FilePath path;
+    std::string path;  ///< absolute
     IndexedKind kind = IndexedKind::page;
     TimePoint modified;
     std::int64_t size = 0;

@@ -1,4 +1,5 @@
 // What a vault holds, by walks over its folder.
+#include <functional>
 #include <unordered_set>
 
 #include "VeskCore/Platform/FilePlatform.h"
@@ -117,6 +118,35 @@ bool isInFolderOfPage(std::string_view path, const NameSet& pages) {
     return false;
 }
 
+/// Saved pages and stylesheets; each note file is handed to `noteFound`.
+std::vector<VaultDocument> documentsOf(const Vault& vault,
+                                       const std::function<void(const FoundFile&)>& noteFound) {
+    Gathered<VaultDocument> gathered;
+    NameSet pages;
+    visitFiles(vault, [&](const FoundFile& file) {
+        const auto kind = Vault::indexedKind(file.name());
+        if (!kind) return;
+        if (kind == IndexedKind::note) return noteFound(file);
+        const auto info = file.regularInfo();
+        if (!info) return;
+        if (kind == IndexedKind::page) pages.insert(file.relativePath);
+        VaultDocument document{
+            .relativePath = file.relativePath,
+            .path = vault.absolutePath(file.relativePath),
+            .kind = *kind,
+            .modified = info->modified,
+            .size = static_cast<std::int64_t>(info->size),
+        };
+        gathered.add(std::move(document), file.isStub);
+    });
+    // By what was found rather than by the disk: a page still in the cloud keeps its folder out as well.
+    std::vector<VaultDocument> documents = gathered.take();
+    std::erase_if(documents, [&](const VaultDocument& document) {
+        return isInFolderOfPage(document.relativePath, pages);
+    });
+    return documents;
+}
+
 bool looksLikeConflictCopy(const std::string& name) {
     static const Pattern numbered("\\s\\d+$");
     const std::string text = decodedText(std::string(stem(name)));
@@ -136,37 +166,12 @@ std::vector<Note> Vault::enumerateNotes() const {
 
 std::pair<std::vector<Note>, std::vector<VaultDocument>> Vault::enumerateNotesAndDocuments() const {
     Gathered<Note> notes;
-    Gathered<VaultDocument> gathered;
-    NameSet pages;
-    visitFiles(*this, [&](const FoundFile& file) {
-        const auto kind = indexedKind(file.name());
-        if (!kind) return;
-        if (kind == IndexedKind::note) {
-            addNote(notes, *this, file);
-            return;
-        }
-        const auto info = file.regularInfo();
-        if (!info) return;
-        if (kind == IndexedKind::page) pages.insert(file.relativePath);
-        VaultDocument document{
-            .relativePath = file.relativePath,
-            .path = absolutePath(file.relativePath),
-            .kind = *kind,
-            .modified = info->modified,
-            .size = static_cast<std::int64_t>(info->size),
-        };
-        gathered.add(std::move(document), file.isStub);
-    });
-    // By what was found rather than by the disk: a page still in the cloud keeps its folder out as well.
-    std::vector<VaultDocument> documents = gathered.take();
-    std::erase_if(documents, [&](const VaultDocument& document) {
-        return isInFolderOfPage(document.relativePath, pages);
-    });
+    auto documents = documentsOf(*this, [&](const FoundFile& file) { addNote(notes, *this, file); });
     return {notes.take(), std::move(documents)};
 }
 
 std::vector<VaultDocument> Vault::enumerateDocuments() const {
-    return enumerateNotesAndDocuments().second;
+    return documentsOf(*this, [](const FoundFile&) {});
 }
 
 std::vector<std::string> Vault::enumerateAttachments() const {
