@@ -55,6 +55,26 @@ TEST_F(WorkspaceTest, OffersOlderVaultsWhenTheLastOneIsGone) {
     EXPECT_EQ(problem->alternatives, std::vector<FilePath>{older.path()});
 }
 
+TEST_F(WorkspaceTest, WarnsOfTheFolderOnceTheListStands) {
+    ScratchFolder clean;
+    vault().write("a.md", "one");
+    vault().write("a 2.md", "one");
+    launch();
+    std::vector<std::string> order;
+    const auto first = workspace->notes.subscribe([&](const auto& list) {
+        if (!list.empty()) order.push_back("list");
+    });
+    const auto second = workspace->warnings.subscribe([&](const auto& list) {
+        for (const auto& warning : list) order.push_back(warning.code);
+    });
+    workspace->openAndRemember(vault().path());
+    pass(4);
+    EXPECT_EQ(order, (Names{"list", "conflicts"}));
+    workspace->openAndRemember(clean.path());
+    pass(4);
+    EXPECT_TRUE(workspace->warnings.get().empty()) << "those of the former folder";
+}
+
 TEST_F(WorkspaceTest, StaysWithUnsavedTextAndOpensAnotherVaultAfterwards) {
     vault().write("a.md", "one");
     openVault();
