@@ -516,6 +516,12 @@ bool DesktopWorld::isOn(const std::string& name) const {
     return false;
 }
 
+std::optional<DesktopWorld::Area> DesktopWorld::areaOfChosenRow() const {
+    for (const auto& candidate : controls())
+        if (candidate.role == "list item" && hasState(candidate, selected)) return areaOf(candidate);
+    return {};
+}
+
 std::string DesktopWorld::descriptionOf(const std::string& name) const {
     const auto found = control(name);
     return found ? property(found->bus, found->path, "org.a11y.atspi.Accessible", "Description") : "";

@@ -88,6 +88,8 @@ public:
     bool isEnabled(const std::string& name) const;
     /// Whether a button of the name is pressed in or a tab chosen.
     bool isOn(const std::string& name) const;
+    /// Where the chosen row of a list stands; none if none is.
+    std::optional<Area> areaOfChosenRow() const;
     std::string descriptionOf(const std::string& name) const;
     bool shows(const std::string& name) const { return control(name).has_value(); }
     /// Waits for the control and presses it; false if it doesn't come.

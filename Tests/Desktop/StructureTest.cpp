@@ -64,6 +64,22 @@ TEST_F(StructureTest, ColoursAFolderAndRemembersWhatIsOpen) {
     EXPECT_TRUE(until([&] { return shows("Oslo"); }));
 }
 
+TEST_F(StructureTest, HighlightsTheOpenNoteInItsFolderWhileThatIsOpen) {
+    vault.write("Trips/Oslo.md", "Two\n");
+    start("Trips/Oslo.md");
+    const auto isChosenBelow = [&](bool folder) {
+        return until([&] {
+            const auto chosen = areaOfChosenRow(), above = areaOf("Trips");
+            return chosen && above && (chosen->y > above->y) == folder;
+        });
+    };
+    ASSERT_TRUE(isChosenBelow(false)) << "among the recent ones";
+    ASSERT_TRUE(click("Expand"));
+    EXPECT_TRUE(isChosenBelow(true));
+    ASSERT_TRUE(click("Expand"));
+    EXPECT_TRUE(isChosenBelow(false));
+}
+
 TEST_F(StructureTest, RenamesFoldersAndNotesWhereTheyStandInTheList) {
     vault.write("Trips/Oslo.md", "By boat\n");
     vault.write("Trips/Bergen.md", "By train\n");

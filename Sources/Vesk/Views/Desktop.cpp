@@ -129,6 +129,9 @@ void DesktopApplication::makeWindow() {
     window_->results().onModeChosen = [this](SearchHit::Mode mode) { chooseSearchMode(mode); };
     auto& sidebar = window_->sidebar();
     sidebar.rowsBelow = [this](const std::string& id) { return rows(id); };
+    sidebar.highlightedRow = [this](const std::string& path) {
+        return highlightedRowID(workspace_, path, window_->sidebar().expanded());
+    };
     sidebar.onChosen = [this](const SidebarRow& row) {
         if (row.kind == SidebarRow::Kind::note || row.kind == SidebarRow::Kind::reminder) showNote(row.path);
         if (row.kind == SidebarRow::Kind::document) openFile(workspace_.vault.get()->absolutePath(row.path));

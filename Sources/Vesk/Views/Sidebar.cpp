@@ -479,7 +479,15 @@ void Sidebar::expansionChanged(const std::string& id, bool isExpanded) {
     if (!isExpanded) {
         levels_.erase(id);
     }
-    if (onExpansionChanged && !isHighlighting_) onExpansionChanged();
+    if (isHighlighting_) return;
+    if (onExpansionChanged) onExpansionChanged();
+    Glib::signal_idle().connect_once(sigc::mem_fun(*this, &Sidebar::followExpansion));
+}
+
+/// The open note's row in the tree came or went.
+void Sidebar::followExpansion() {
+    const auto current = selected();
+    if (!edit_ && (!current || current->path == highlighted_)) moveHighlight(false);
 }
 
 Glib::RefPtr<Gtk::TreeListRow> Sidebar::handle(const std::string& level, std::size_t index) const {
@@ -534,14 +542,23 @@ void Sidebar::highlight(const std::string& path) {
         isRefreshWanted_ = true;
         return;
     }
-    const auto current = selected();
-    if (current && current->path == path) return;
+    moveHighlight(true);
+}
+
+void Sidebar::moveHighlight(bool scrolls) {
+    const auto& path = highlighted_;
+    const auto current = selected(), atKeyboard = focused();
+    const std::string id = path.empty() || !highlightedRow ? std::string() : highlightedRow(path);
+    // Whoever goes through the list by keys stays on the row that they came to.
+    const bool isKept = atKeyboard && atKeyboard->path == path;
+    if (current && current->path == path && (current->id == id || isKept)) return;
+    Glib::RefPtr<Gtk::TreeListRow> row;
+    if (!path.empty()) row = find([&](const SidebarRow& candidate) { return candidate.id == id; });
+    if (!path.empty() && !row) row = find([&](const SidebarRow& each) { return each.path == path; });
     isHighlighting_ = true;
-    const auto row = path.empty() ? Glib::RefPtr<Gtk::TreeListRow>()
-                                  : find([&](const SidebarRow& candidate) { return candidate.path == path; });
     const auto at = row ? row->get_position() : GTK_INVALID_LIST_POSITION;
     selection_->set_selected(at);
-    if (row) gtk_widget_activate_action(GTK_WIDGET(list_.gobj()), "list.scroll-to-item", "u", at);
+    if (row && scrolls) gtk_widget_activate_action(GTK_WIDGET(list_.gobj()), "list.scroll-to-item", "u", at);
     isHighlighting_ = false;
 }
 

@@ -52,6 +52,8 @@ public:
 
     /// The rows below a row, or the top ones for an empty id.
     std::function<Rows(const std::string& id)> rowsBelow;
+    /// The id of the row to highlight for a path that more than one row may show.
+    std::function<std::string(const std::string& path)> highlightedRow;
     /// The person chose a row.
     std::function<void(const SidebarRow&)> onChosen;
     /// The person pressed a row that does something and can't be selected.
@@ -70,7 +72,8 @@ public:
 
     /// The rows may have changed: levels on screen are asked for anew, and what is the same stays.
     void refresh();
-    /// Highlights the first row of the path without choosing it; none for an empty path.
+    /// Highlights the row of the path without choosing it; none for an empty path. It changes when the row
+    /// is another one later.
     void highlight(const std::string& path);
     /// The ids of the rows that are open.
     const std::set<std::string>& expanded() const { return expanded_; }
@@ -106,6 +109,8 @@ private:
     void setUp(const Glib::RefPtr<Gtk::ListItem>& item);
     void bind(const Glib::RefPtr<Gtk::ListItem>& item);
     void selectionChanged();
+    void moveHighlight(bool scrolls);
+    void followExpansion();
     void expansionChanged(const std::string& id, bool isExpanded);
     Glib::RefPtr<Gtk::TreeListRow> handle(const std::string& level, std::size_t index) const;
     Glib::RefPtr<Gtk::TreeListRow> find(const std::function<bool(const SidebarRow&)>& test) const;

@@ -8,7 +8,12 @@
 namespace vesk::views {
 namespace {
 
-constexpr std::string_view folderPrefix = "folder:";
+constexpr std::string_view folderPrefix = "folder:", reminderPrefix = "reminder:", unfiledPrefix = "unfiled:",
+                           recentPrefix = "recent:", notePrefix = "note:", documentPrefix = "document:";
+
+std::string rowID(std::string_view prefix, std::string_view path) {
+    return std::string(prefix).append(path);
+}
 
 SidebarRow header(const char* id, const char* title) {
     return {.kind = SidebarRow::Kind::header, .id = id, .title = title};
@@ -17,7 +22,7 @@ SidebarRow header(const char* id, const char* title) {
 SidebarRow noteRow(const Workspace& workspace, const Note& note, std::string_view section) {
     const auto& icons = workspace.noteIcons.get();
     SidebarRow row{.kind = SidebarRow::Kind::note,
-                   .id = std::string(section) + note.relativePath,
+                   .id = rowID(section, note.relativePath),
                    .path = note.relativePath,
                    .title = decodedText(note.title)};
     if (const auto icon = icons.find(note.relativePath); icon != icons.end()) {
@@ -50,10 +55,10 @@ void addLevel(Sidebar::Rows& rows, const Workspace& workspace, const VaultTree::
                         .hasChildren = !child->children.empty() || !child->notes.empty() ||
                                        !child->documents.empty() || draftIn == child->path});
     }
-    for (const auto& note : node.notes) rows.push_back(noteRow(workspace, note, "note:"));
+    for (const auto& note : node.notes) rows.push_back(noteRow(workspace, note, notePrefix));
     for (const auto& document : node.documents)
         rows.push_back({.kind = SidebarRow::Kind::document,
-                        .id = "document:" + document.relativePath,
+                        .id = rowID(documentPrefix, document.relativePath),
                         .path = document.relativePath,
                         .title = decodedText(document.fileName()),
                         .icon = "text-x-generic-symbolic"});
@@ -65,7 +70,7 @@ Sidebar::Rows top(const Workspace& workspace, const SidebarState& state) {
     if (!home.comingUp.empty()) rows.push_back(header("coming-up", _("Coming Up")));
     for (const auto& reminder : home.comingUp)
         rows.push_back({.kind = SidebarRow::Kind::reminder,
-                        .id = "reminder:" + reminder.path,
+                        .id = rowID(reminderPrefix, reminder.path),
                         .path = reminder.path,
                         .title = decodedText(reminder.title),
                         .icon = "alarm-symbolic"});
@@ -74,7 +79,7 @@ Sidebar::Rows top(const Workspace& workspace, const SidebarState& state) {
         rows.push_back(header("unfiled", _("Not yet filed")));
         rows.back().detail = std::to_string(waiting.size());
     }
-    for (const auto& note : waiting) rows.push_back(noteRow(workspace, note, "unfiled:"));
+    for (const auto& note : waiting) rows.push_back(noteRow(workspace, note, unfiledPrefix));
     if (!waiting.empty())
         rows.push_back({.kind = SidebarRow::Kind::organise,
                         .id = "organise",
@@ -83,7 +88,7 @@ Sidebar::Rows top(const Workspace& workspace, const SidebarState& state) {
                         .help = state.canOrganise ? _("Organise My Notes — file these with the AI")
                                                   : _("Set up a provider in AI Settings… to organise")});
     if (!home.recent.empty()) rows.push_back(header("recent", _("Recently Changed")));
-    for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, "recent:"));
+    for (const auto& note : home.recent) rows.push_back(noteRow(workspace, note, recentPrefix));
     rows.push_back(header("notes", _("Notes")));
     addLevel(rows, workspace, workspace.tree.get().root(), state.draftIn);
     if (workspace.notes.get().empty())
@@ -106,7 +111,25 @@ Sidebar::Rows top(const Workspace& workspace, const SidebarState& state) {
 }  // namespace
 
 std::string folderRowID(std::string_view folder) {
-    return std::string(folderPrefix) + std::string(folder);
+    return rowID(folderPrefix, folder);
+}
+
+std::string highlightedRowID(const Workspace& workspace, const std::string& path,
+                             const std::set<std::string>& expanded) {
+    std::set<std::string> folders;
+    for (const auto& id : expanded)
+        if (id.starts_with(folderPrefix)) folders.insert(id.substr(folderPrefix.size()));
+    const auto section = workspace.home.get().sectionHighlighting(path, folders);
+    if (!section) return rowID(Vault::isDocument(path) ? documentPrefix : notePrefix, path);
+    switch (*section) {
+        case HomeSections::Section::comingUp:
+            return rowID(reminderPrefix, path);
+        case HomeSections::Section::unfiled:
+            return rowID(unfiledPrefix, path);
+        case HomeSections::Section::recent:
+            break;
+    }
+    return rowID(recentPrefix, path);
 }
 
 Sidebar::Rows sidebarRows(const Workspace& workspace, const std::string& id, const SidebarState& state) {
